@@ -1,0 +1,32 @@
+# Compiler settings of every target of this project.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
+set(CMAKE_C_FLAGS_RELEASE "-O3 -DNDEBUG")
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_program(QX_CCACHE ccache)
+if(QX_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${QX_CCACHE})
+  set(CMAKE_C_COMPILER_LAUNCHER ${QX_CCACHE})
+endif()
+
+add_library(qx_flags INTERFACE)
+# The first keeps the same bits on every machine: clones for wider vector units would otherwise fuse a*b+c into one
+# rounding and narrower ones would not. The second lets loops over sqrt vectorise.
+target_compile_options(qx_flags INTERFACE -ffp-contract=off -fno-math-errno)
+target_compile_options(qx_flags INTERFACE -Wall -Wextra -Wshadow $<$<COMPILE_LANGUAGE:CXX>:-Wconversion -Wno-sign-conversion>)
+if(QX_WERROR)
+  target_compile_options(qx_flags INTERFACE -Werror)
+endif()
+if(QX_SANITIZE)
+  target_compile_options(qx_flags INTERFACE -fsanitize=${QX_SANITIZE} -fno-omit-frame-pointer)
+  target_link_options(qx_flags INTERFACE -fsanitize=${QX_SANITIZE})
+endif()
+if(QX_COVERAGE)
+  target_compile_options(qx_flags INTERFACE --coverage)
+  target_link_options(qx_flags INTERFACE --coverage)
+endif()

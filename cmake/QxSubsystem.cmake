@@ -1,0 +1,122 @@
+# qx_add_subsystem(name SOURCES ... HEADERS ... USES ... PRIVATE ...)
+#
+# One object library per folder; the shared library is the sum of all of them. HEADERS are the folder's public headers
+# in include/. USES is the row of the floor table: what the folder may call and include, checked by
+# tools/check_includes.py and, in the preset `layers`, by the linker. PRIVATE are libraries only this folder sees.
+set_property(GLOBAL PROPERTY QX_SUBSYSTEMS "")
+set_property(GLOBAL PROPERTY QX_PUBLIC_HEADERS "")
+
+function(qx_add_subsystem name)
+  cmake_parse_arguments(S "" "" "SOURCES;HEADERS;USES;PRIVATE" ${ARGN})
+  if(NOT S_SOURCES)
+    set(S_SOURCES ${PROJECT_SOURCE_DIR}/cmake/empty.cpp)
+  endif()
+  add_library(qx_${name} OBJECT ${S_SOURCES})
+  target_include_directories(qx_${name} PUBLIC ${PROJECT_SOURCE_DIR}/include PRIVATE ${PROJECT_SOURCE_DIR})
+  target_compile_definitions(qx_${name} PRIVATE QX_BUILDING_LIBRARY)
+  if(NOT QX_LAYERS)
+    target_compile_options(qx_${name} PRIVATE -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
+  endif()
+  target_link_libraries(qx_${name} PRIVATE qx_flags Boost::headers OpenMP::OpenMP_CXX OpenMP::OpenMP_C ${S_PRIVATE})
+  set_property(GLOBAL APPEND PROPERTY QX_SUBSYSTEMS ${name})
+  set_property(GLOBAL PROPERTY QX_USES_${name} "${S_USES}")
+  set_property(GLOBAL PROPERTY QX_PRIVATE_${name} "${S_PRIVATE}")
+  foreach(h ${S_HEADERS})
+    set_property(GLOBAL APPEND PROPERTY QX_PUBLIC_HEADERS ${h})
+    set_property(GLOBAL APPEND_STRING PROPERTY QX_HEADER_TABLE "${h} ${name}\n")
+  endforeach()
+  string(REPLACE ";" " " uses "${S_USES}")
+  set_property(GLOBAL APPEND_STRING PROPERTY QX_USES_TABLE "${name} ${uses}\n")
+endfunction()
+
+# The folder's own objects, without its neighbours: what one layer library is made of.
+function(qx_add_layer library)
+  cmake_parse_arguments(L "" "" "FOLDERS" ${ARGN})
+  set(objects "")
+  set(uses "")
+  set(private "")
+  foreach(f ${L_FOLDERS})
+    list(APPEND objects $<TARGET_OBJECTS:qx_${f}>)
+    get_property(u GLOBAL PROPERTY QX_USES_${f})
+    get_property(p GLOBAL PROPERTY QX_PRIVATE_${f})
+    list(APPEND uses ${u})
+    list(APPEND private ${p})
+  endforeach()
+  add_library(layer_${library} SHARED ${objects})
+  list(REMOVE_DUPLICATES uses)
+  list(REMOVE_ITEM uses ${L_FOLDERS})
+  list(TRANSFORM uses PREPEND layer_)
+  list(TRANSFORM uses REPLACE "layer_(eval|functions)$" "layer_evaluation")
+  target_link_libraries(layer_${library} PRIVATE qx_flags ${uses} ${private} OpenMP::OpenMP_CXX ${CMAKE_DL_LIBS}
+    Threads::Threads -Wl,--no-undefined)
+endfunction()
+
+# The shared library, the static one that tests link to reach private code, the header test, the install rules.
+function(qx_finish_library)
+  get_property(names GLOBAL PROPERTY QX_SUBSYSTEMS)
+  get_property(headers GLOBAL PROPERTY QX_PUBLIC_HEADERS)
+
+  get_property(table GLOBAL PROPERTY QX_HEADER_TABLE)
+  file(WRITE ${PROJECT_BINARY_DIR}/headers.txt "${table}")
+  get_property(table GLOBAL PROPERTY QX_USES_TABLE)
+  file(WRITE ${PROJECT_BINARY_DIR}/uses.txt "${table}")
+
+  # Every public header compiles alone and may be included twice.
+  set(alone "")
+  foreach(h ${headers})
+    set(file ${PROJECT_BINARY_DIR}/header_test/${h}.cpp)
+    file(CONFIGURE OUTPUT ${file} CONTENT "#include \"${h}\"\n#include \"${h}\"\n")
+    list(APPEND alone ${file})
+  endforeach()
+  if(alone)
+    add_library(qx_headers_alone OBJECT ${alone})
+    target_include_directories(qx_headers_alone PRIVATE ${PROJECT_SOURCE_DIR}/include)
+    target_link_libraries(qx_headers_alone PRIVATE qx_flags Boost::headers)
+  endif()
+
+  if(QX_LAYERS)
+    set(singles ${names})
+    list(REMOVE_ITEM singles eval functions)
+    foreach(n ${singles})
+      qx_add_layer(${n} FOLDERS ${n})
+    endforeach()
+    qx_add_layer(evaluation FOLDERS functions eval)
+    return()
+  endif()
+
+  set(objects "")
+  set(private "")
+  foreach(n ${names})
+    list(APPEND objects $<TARGET_OBJECTS:qx_${n}>)
+    get_property(p GLOBAL PROPERTY QX_PRIVATE_${n})
+    list(APPEND private ${p})
+  endforeach()
+  list(REMOVE_DUPLICATES private)
+
+  add_library(qxkernel SHARED ${objects})
+  add_library(qxkernel::qxkernel ALIAS qxkernel)
+  set_target_properties(qxkernel PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    INSTALL_RPATH "$ORIGIN")
+  target_link_libraries(qxkernel PRIVATE qx_flags ${private} OpenMP::OpenMP_CXX ${CMAKE_DL_LIBS} Threads::Threads
+    PUBLIC $<BUILD_INTERFACE:Boost::headers>)
+  target_include_directories(qxkernel PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/qxkernel>)
+
+  add_library(qxkernel_static STATIC EXCLUDE_FROM_ALL ${objects})
+  target_link_libraries(qxkernel_static PUBLIC qx_flags ${private} OpenMP::OpenMP_CXX ${CMAKE_DL_LIBS} Threads::Threads
+    Boost::headers)
+  target_include_directories(qxkernel_static PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
+
+  include(CMakePackageConfigHelpers)
+  install(TARGETS qxkernel EXPORT qxkernelTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  list(TRANSFORM headers PREPEND ${PROJECT_SOURCE_DIR}/include/ OUTPUT_VARIABLE header_paths)
+  install(FILES ${header_paths} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qxkernel)
+  install(EXPORT qxkernelTargets NAMESPACE qxkernel:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxkernel)
+  configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/qxkernelConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/qxkernelConfig.cmake INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxkernel)
+  write_basic_package_version_file(${PROJECT_BINARY_DIR}/qxkernelConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  install(FILES ${PROJECT_BINARY_DIR}/qxkernelConfig.cmake ${PROJECT_BINARY_DIR}/qxkernelConfigVersion.cmake
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxkernel)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/qxkernel.pc.in ${PROJECT_BINARY_DIR}/qxkernel.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/qxkernel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
