@@ -1,0 +1,100 @@
+#include "support/alloc_fault.hpp"
+#include "support/deep_stack.hpp"
+
+#include "qxexception.hpp"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+TEST(AllocFault, FailsTheAllocationThatItNames)
+{
+    std::unique_ptr<int> first, second, third;
+
+    bool happened = false;
+    bool thrown = false;
+    {
+        const qxtest::AllocFault fault(2);
+        first = std::make_unique<int>(1);
+        try {
+            second = std::make_unique<int>(2);
+        } catch (const std::bad_alloc&) {
+            thrown = true;
+        }
+        third = std::make_unique<int>(3);
+        happened = fault.happened();
+    }
+
+    EXPECT_TRUE(thrown);
+    EXPECT_TRUE(happened);
+    EXPECT_TRUE(first && !second && third);
+}
+
+TEST(AllocFault, CountsAllocationsAndLiveBlocks)
+{
+    const long made = qxtest::allocationCount(), alive = qxtest::liveAllocations();
+
+    // Direct calls: new-expressions whose result is not used may be left out by the compiler.
+    void* one = ::operator new(4);
+    void* many = ::operator new[](40);
+    const long madeAfter = qxtest::allocationCount(), aliveAfter = qxtest::liveAllocations();
+    ::operator delete(one);
+    ::operator delete[](many);
+
+    EXPECT_EQ(madeAfter - made, 2);
+    EXPECT_EQ(aliveAfter - alive, 2);
+    EXPECT_EQ(qxtest::liveAllocations(), alive);
+}
+
+TEST(AllocFault, RunsThroughEveryAllocationOnceAndThenUndisturbed)
+{
+    std::vector<qxtest::FaultRun> runs;
+    runs.reserve(10);
+
+    const long count = qxtest::failEveryAllocation(
+        [] {
+            const std::vector<int> a(3, 1);
+            try {
+                const std::string b(1000, 'b');
+            } catch (const std::bad_alloc&) {
+                QX_RAISE("test", "Out_of_memory_test");
+            }
+        },
+        [&](const qxtest::FaultRun& run) { runs.push_back(run); });
+
+    EXPECT_EQ(count, 2);
+    ASSERT_EQ(runs.size(), 3u);
+    EXPECT_TRUE(runs[0].badAlloc);
+    EXPECT_EQ(runs[1].id, "Out_of_memory_test");
+    EXPECT_FALSE(runs[2].faulted);
+    for (const auto& run : runs)
+        EXPECT_EQ(run.leaked, 0);
+}
+
+namespace {
+
+/// Bytes of stack from the frame of the first call to that of the last. Volatile use keeps every frame.
+std::size_t descend(int levels, const volatile char* top)
+{
+    volatile char frame[4096];
+    frame[0] = static_cast<char>(levels);
+    if (levels > 0)
+        return descend(levels - 1, top);
+    return static_cast<std::size_t>(top - frame) + static_cast<std::size_t>(frame[0]);
+}
+
+} // namespace
+
+TEST(DeepStack, GivesTheStackAskedForAndPassesOnWhatIsThrown)
+{
+    std::size_t used = 0;
+
+    qxtest::runOnStack(qxtest::largeStack, [&] {
+        volatile char top = 0;
+        used = descend(8000, &top);
+    });
+
+    EXPECT_GT(used, std::size_t(8000) * 4096);
+    EXPECT_THROW(qxtest::runOnStack(qxtest::javaStack, [] { QX_RAISE("test", "Some_failure"); }), qxbase::Exception);
+}

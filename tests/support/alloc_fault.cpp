@@ -1,0 +1,124 @@
+#include "support/alloc_fault.hpp"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+
+namespace {
+
+std::atomic<long> allocations{0};
+std::atomic<long> live{0};
+std::atomic<long> remaining{0}; // allocations until the fault; 0: none planned
+std::atomic<bool> sticky{false};
+std::atomic<bool> failed{false};
+
+bool isDue()
+{
+    if (remaining.load(std::memory_order_relaxed) <= 0)
+        return sticky.load(std::memory_order_relaxed) && failed.load(std::memory_order_relaxed);
+    if (remaining.fetch_sub(1) != 1)
+        return false;
+    failed = true;
+    return true;
+}
+
+void* take(std::size_t size, std::size_t alignment)
+{
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    if (isDue())
+        return nullptr;
+    if (size == 0)
+        size = 1;
+    void* block = alignment > alignof(std::max_align_t)
+                      ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
+                      : std::malloc(size);
+    if (block)
+        live.fetch_add(1, std::memory_order_relaxed);
+    return block;
+}
+
+void* takeOrThrow(std::size_t size, std::size_t alignment)
+{
+    if (void* block = take(size, alignment))
+        return block;
+    throw std::bad_alloc();
+}
+
+void give(void* block) noexcept
+{
+    if (!block)
+        return;
+    live.fetch_sub(1, std::memory_order_relaxed);
+    std::free(block);
+}
+
+} // namespace
+
+// clang-format off
+void* operator new(std::size_t n) { return takeOrThrow(n, 0); }
+void* operator new[](std::size_t n) { return takeOrThrow(n, 0); }
+void* operator new(std::size_t n, std::align_val_t a) { return takeOrThrow(n, std::size_t(a)); }
+void* operator new[](std::size_t n, std::align_val_t a) { return takeOrThrow(n, std::size_t(a)); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return take(n, 0); }
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return take(n, 0); }
+void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return take(n, std::size_t(a)); }
+void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return take(n, std::size_t(a)); }
+void operator delete(void* p) noexcept { give(p); }
+void operator delete[](void* p) noexcept { give(p); }
+void operator delete(void* p, std::size_t) noexcept { give(p); }
+void operator delete[](void* p, std::size_t) noexcept { give(p); }
+void operator delete(void* p, std::align_val_t) noexcept { give(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { give(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { give(p); }
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { give(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { give(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { give(p); }
+void operator delete(void* p, std::align_val_t, const std::nothrow_t&) noexcept { give(p); }
+void operator delete[](void* p, std::align_val_t, const std::nothrow_t&) noexcept { give(p); }
+// clang-format on
+
+namespace qxtest {
+
+long allocationCount() { return allocations.load(); }
+long liveAllocations() { return live.load(); }
+
+AllocFault::AllocFault(long n, bool andAllLater)
+{
+    failed = false;
+    sticky = andAllLater;
+    remaining = n;
+}
+
+AllocFault::~AllocFault()
+{
+    remaining = 0;
+    sticky = false;
+}
+
+bool AllocFault::happened() const { return failed.load(); }
+
+long failEveryAllocation(const std::function<void()>& act, const std::function<void(const FaultRun&)>& check)
+{
+    for (long n = 1;; ++n) {
+        FaultRun run{n, false, false, {}, 0};
+        run.id.reserve(256); // so that keeping the identifier does not count as a leak
+        const long before = liveAllocations();
+        {
+            const AllocFault fault(n);
+            try {
+                act();
+            } catch (const std::bad_alloc&) {
+                run.badAlloc = true;
+            } catch (const qxbase::Exception& e) {
+                run.id.append(e.getId());
+            }
+            run.faulted = fault.happened();
+        }
+        run.leaked = liveAllocations() - before;
+        check(run);
+        if (!run.faulted)
+            return n - 1;
+    }
+}
+
+} // namespace qxtest
