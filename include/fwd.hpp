@@ -13,6 +13,7 @@ class DepInfo;
 class ErrInfo;
 class EvalNode;
 class EvalTree;
+class EvalTreeShadow;
 class ExprComp;
 class FunObj;
 class NodeMaker;

@@ -1,0 +1,127 @@
+#pragma once
+
+#include "depinfo.hpp"
+#include "fwd.hpp"
+#include "qxexport.hpp"
+#include "qxhash.hpp"
+
+#include <boost/make_shared.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// What one evaluator keeps beside one node or tree. It goes stale by version, not by destruction.
+class QX_API ShadowBase
+{
+public:
+    ShadowBase() = default;
+    ShadowBase(const ShadowBase&) = delete;
+    ShadowBase& operator=(const ShadowBase&) = delete;
+    virtual ~ShadowBase();
+
+    /// Never filled, or filled at another version than current.
+    bool shouldUpdateCache(const VersionKeyPtr& current) const;
+
+protected:
+    /// Remembers the evaluator's version. A copy is kept: the evaluator may renew its own key in place.
+    void setVersion(const VarEvaluatorPtr& evaluator);
+
+private:
+    VersionKeyPtr version_;
+};
+
+/// Dependence results for the last list of variables asked for.
+class QX_API DepCache
+{
+public:
+    const DepInfo* find(const std::vector<std::string>& vars) const { return valid_ && vars == vars_ ? &info_ : nullptr; }
+    void store(const std::vector<std::string>& vars, const DepInfo& info);
+    void clear() { valid_ = false; }
+
+private:
+    bool valid_ = false;
+    std::vector<std::string> vars_;
+    DepInfo info_;
+};
+
+/// The memoised results of a shared operation.
+class QX_API ProxyNodeShadow : public ShadowBase
+{
+public:
+    ~ProxyNodeShadow() override;
+    /// Takes the evaluator's version and marks everything invalid.
+    void initCache(const VarEvaluatorPtr& evaluator);
+
+    DepCache depends;
+    DepCache jacDepends;
+    EvalNodePtr diff; ///< null: not valid
+    std::string diffVar;
+    EvalNodePtr simplified; ///< null: not valid
+};
+
+/// A variable as its evaluator knows it: the definition and what was derived from it.
+class QX_API VarNodeShadow : public ShadowBase
+{
+public:
+    ~VarNodeShadow() override;
+    /// Asks the evaluator for the definition, takes its version and marks everything else invalid.
+    void initCache(const VarEvaluatorPtr& evaluator, const std::string& name);
+
+    EvalNodePtr root; ///< the definition; null for a basic variable
+    QxHashMap<EvalNodePtr, std::string> diffs;
+    EvalNodePtr simplified; ///< null: not valid
+    DepCache depends;
+    DepCache jacDepends;
+};
+
+/// The root that a derivative resolved to.
+class QX_API DiffNodeShadow : public ShadowBase
+{
+public:
+    ~DiffNodeShadow() override;
+    void initCache(const VarEvaluatorPtr& evaluator, const EvalNodePtr& resolved);
+
+    EvalNodePtr root;
+};
+
+/// The linear form of a tree: its non-zero derivatives by basic variable, and the flag value that it was built at.
+class QX_API EvalTreeShadow : public ShadowBase
+{
+public:
+    ~EvalTreeShadow() override;
+    /// Takes the evaluator's version and marks everything invalid.
+    void initCache(const VarEvaluatorPtr& evaluator);
+
+    bool valid = false;
+    unsigned diffFlags = 0;
+    std::vector<std::pair<std::string, EvalTreePtr>> linear;
+};
+
+/// All shadows of an evaluator, by node id and by tree id. One object belongs to one thread, and to evaluators whose
+/// versions come from one master.
+class QX_API ShadowHandler
+{
+public:
+    ShadowHandler();
+    ~ShadowHandler();
+    ShadowHandler(const ShadowHandler&) = delete;
+    ShadowHandler& operator=(const ShadowHandler&) = delete;
+
+    /// The shadow of a node, made if it is not there. One id has one type of shadow.
+    template <class T>
+    void getShadow(unsigned long id, boost::shared_ptr<T>& out)
+    {
+        const QxHashLookup hit = nodes_.lookup(id);
+        if (hit) {
+            out = boost::static_pointer_cast<T>(nodes_.at(hit.slot));
+        } else {
+            out = boost::make_shared<T>();
+            nodes_.insert(id, out);
+        }
+    }
+    boost::shared_ptr<EvalTreeShadow> getEvalTreeShadow(unsigned long treeId);
+
+private:
+    QxHashMap<boost::shared_ptr<ShadowBase>, unsigned long> nodes_;
+    QxHashMap<boost::shared_ptr<EvalTreeShadow>, unsigned long> trees_;
+};

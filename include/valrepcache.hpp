@@ -1,0 +1,50 @@
+#pragma once
+
+#include "fwd.hpp"
+#include "qxexport.hpp"
+#include "qxhash.hpp"
+
+#include <iosfwd>
+#include <string>
+#include <utility>
+
+/// The values of the named variables of one evaluation: a variable used twice is computed once.
+///
+/// A key is a name with the flag bits of EvalVariantMask, so one name has up to four values. reset() starts the next
+/// pass; names and storage of the last one are kept, so that a pass with the same names and shapes allocates nothing.
+/// One object belongs to one thread.
+class QX_API ValRepCache
+{
+public:
+    using BVarIterator = QxHashSet<std::string>::const_iterator;
+
+    /// With an allocator new values lease their arrays from it; it may be null.
+    explicit ValRepCache(const ArrayAllocatorPtr& allocator = ArrayAllocatorPtr());
+    virtual ~ValRepCache();
+    ValRepCache(const ValRepCache&) = delete;
+    ValRepCache& operator=(const ValRepCache&) = delete;
+
+    /// The value kept for a name, and whether it was there. A miss makes an unevaluated one.
+    virtual std::pair<bool, ValRepPtr> getVar(const std::string& name, unsigned flags);
+    /// A new unevaluated value with the cache's allocator; it is not kept.
+    virtual ValRepPtr getEmpty();
+    /// Remembers the name of a basic variable.
+    virtual void setBVar(const std::string& name);
+
+    /// Forgets all values and names and hands their arrays back; the tables keep their sizes.
+    void reset();
+    const ArrayAllocatorPtr& getAllocator() const { return allocator_; }
+    BVarIterator bVarBegin() const { return bVars_.begin(); }
+    BVarIterator bVarEnd() const { return bVars_.end(); }
+    /// A listing for diagnosis.
+    void report(std::ostream& out) const;
+
+private:
+    // An entry without a value is left from an earlier pass: its name is kept so that meeting it again allocates nothing.
+    using Key = std::pair<std::string, unsigned>;
+
+    ArrayAllocatorPtr allocator_;
+    QxHashMap<ValRepPtr, Key> values_;
+    unsigned live_ = 0;
+    QxHashSet<std::string> bVars_;
+};
