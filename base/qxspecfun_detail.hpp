@@ -1,0 +1,58 @@
+#pragma once
+
+#include "qxspecfun.hpp"
+
+#include <boost/math/policies/policy.hpp>
+
+#include <cmath>
+#include <complex>
+#include <limits>
+
+/// What the special functions share: the no-throw policy and the way a value becomes a status.
+namespace qxspecfun_detail {
+
+/// Failures come back as NaN or infinity, never as exceptions; double stays double.
+using Quiet = boost::math::policies::policy<
+    boost::math::policies::domain_error<boost::math::policies::ignore_error>,
+    boost::math::policies::pole_error<boost::math::policies::ignore_error>,
+    boost::math::policies::overflow_error<boost::math::policies::ignore_error>,
+    boost::math::policies::evaluation_error<boost::math::policies::ignore_error>,
+    boost::math::policies::rounding_error<boost::math::policies::ignore_error>,
+    boost::math::policies::indeterminate_result_error<boost::math::policies::ignore_error>,
+    boost::math::policies::promote_float<false>, boost::math::policies::promote_double<false>>;
+
+constexpr double quietNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+inline bool isNaN(const std::complex<double>& z) { return std::isnan(z.real()) || std::isnan(z.imag()); }
+inline bool isFinite(const std::complex<double>& z) { return std::isfinite(z.real()) && std::isfinite(z.imag()); }
+inline bool isWhole(double x) { return x == std::floor(x); }
+
+inline int noValue(double& result)
+{
+    result = quietNaN;
+    return QxSpecfunDomain;
+}
+
+inline int noValue(std::complex<double>& result)
+{
+    result = {quietNaN, quietNaN};
+    return QxSpecfunDomain;
+}
+
+/// Keeps value and finds its status.
+inline int conclude(double value, double& result)
+{
+    result = value;
+    return std::isfinite(value) ? QxSpecfunOk : std::isinf(value) ? QxSpecfunInfinite : QxSpecfunInaccurate;
+}
+
+inline int conclude(const std::complex<double>& value, std::complex<double>& result)
+{
+    result = value;
+    return isFinite(value) ? QxSpecfunOk
+           : std::isinf(value.real()) || std::isinf(value.imag()) ? QxSpecfunInfinite
+                                                                  : QxSpecfunInaccurate;
+}
+
+} // namespace qxspecfun_detail
