@@ -1,0 +1,49 @@
+#pragma once
+
+#include "support/csv.hpp"
+
+#include <complex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// A named expression as typed: "name=expression", or an expression alone, which is then its own name.
+struct Formula
+{
+    std::string name;
+    std::string text;
+
+    /// "==" does not part a name from an expression.
+    static Formula parse(const std::string& typed);
+};
+
+/// A formula has no value; what() tells the story over several lines, first the formula and the point.
+class EvaluationError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The values of a formula, one a row. Only one of the two vectors is filled.
+struct Column
+{
+    std::string name;
+    std::vector<double> real;
+    std::vector<std::complex<double>> complex;
+};
+
+struct EvaluationOptions
+{
+    bool complex = false;           ///< columns are complex; otherwise a complex value is an error
+    int threads = 1;
+    std::size_t block = 1000;       ///< rows evaluated together
+    std::vector<std::string> gradient; ///< adds for each formula its derivatives with respect to these columns
+};
+
+/// Evaluates the formulas over all rows of the table, block by block, in parallel.
+///
+/// Each thread has an evaluator, a cache and an allocator of its own; the graphs of the formulas are shared. The values
+/// do not depend on the number of threads. Raises EvaluationError naming the first failing formula at the first failing
+/// row of the first failing block.
+std::vector<Column> evaluate(const examples::Table& table, const std::vector<Formula>& definitions,
+                             const std::vector<Formula>& formulas, const EvaluationOptions& options);

@@ -1,0 +1,77 @@
+#include "explain.hpp"
+
+#include <cstddef>
+
+namespace {
+
+// The wording belongs to the program, the identifier to the library. {key} stands for an argument of the entry.
+struct Wording
+{
+    const char* id;
+    const char* text;
+};
+
+constexpr Wording kWordings[] = {
+    {"funeval", "{fun}: has no value for this argument"},
+    {"sqrt", "{fun}: the argument is not a number or below zero"},
+    {"log", "{fun}: the argument is not a number or below zero"},
+    {"nan", "{fun}: the argument is not a number"},
+    {"erf", "{fun}: takes real arguments only"},
+    {"impl", "{fun}: takes real arguments only"},
+    {"pow", "power: has no value for this base and exponent"},
+    {"div", "division by zero"},
+    {"range", "{fun}: the argument is out of range"},
+    {"trans", "{fun}: the width of the step must be real"},
+    {"piecewise_cmplx", "{fun}: takes real arguments only"},
+    {"piecewise_range", "{fun}: the argument is out of range"},
+    {"bessel_range", "{fun}: the argument is out of range"},
+    {"bessel_cmplx", "{fun}: takes a real order"},
+    {"vareval", "in the definition  {var} = {defexpr}"},
+    {"diffvareval", "in the derivative of {var}"},
+    {"expreval", "in the formula     {exprs}"},
+    {"varcmplx", "{var} is complex"},
+    {"circvar", "the definition of {var} leads back to itself"},
+    {"Unknown_variable_name", "{Name} is neither a column nor a definition"},
+    {"Unknown_function_name", "there is no function {Name}"},
+    {"Wrong_number_of_function_arguments", "{Name} takes another number of arguments"},
+    {"Syntax_error_in_expression", "this is no formula: {Expression}"},
+    {"Strings_are_only_allowed_in_function_arguments", "a text between quotes can only be an argument of a function"},
+    {"Can_only_diff_wrt_variables", "the second argument of d must be the name of a variable"},
+    {"Internal_error_callback", "calls with texts as arguments need a Java virtual machine"},
+    {"Unexpected_NaN", "the value is undefined"},
+};
+
+std::string filled(std::string text, const qxbase::ExceptionArgs& args)
+{
+    for (const auto& [key, value] : args) {
+        const std::string place = "{" + key + "}";
+        const std::size_t at = text.find(place);
+        if (at != std::string::npos)
+            text.replace(at, place.size(), value);
+    }
+    return text;
+}
+
+std::string plain(const std::string& id, const qxbase::ExceptionArgs& args)
+{
+    std::string text = id;
+    for (const auto& [key, value] : args)
+        text += " " + key + "=" + value;
+    return text;
+}
+
+} // namespace
+
+std::string explain(const qxbase::Exception& failure)
+{
+    std::string story;
+    for (std::size_t i = 0; i < failure.size(); ++i) {
+        const Wording* found = nullptr;
+        for (const Wording& w : kWordings)
+            if (failure.getId(i) == w.id)
+                found = &w;
+        const auto& args = failure.getArgs(i);
+        story += "\n  " + (found ? filled(found->text, args) : plain(failure.getId(i), args));
+    }
+    return story;
+}

@@ -1,0 +1,242 @@
+// Evaluates formulas that a user types over the points of a table, and draws them.
+//
+// Builds on: the evaluation engine alone (evaltree.hpp, varevaluator.hpp, valrepcache.hpp).
+// Run:       evaluate examples/data/finned_pipe_points.csv "q=k*(T-22)" --define "k=1+0.01*T" --summary
+//
+//   1. Each formula becomes an EvalTree: text in, graph of operations out, equal subexpressions once (evaluation.cpp).
+//   2. A VarEvaluator says what names mean: columns are basic variables, definitions are expanded (pointevaluator.cpp).
+//   3. Blocks of rows are evaluated; a ValRepCache keeps named values so that a definition used twice is computed once.
+//   4. A point without a value stops the run with its whole story: function, definitions, formula, row (explain.cpp).
+//
+// To try: --define "a=log(b)" --define "b=T-50" "2*a"; --gradient x,y; --complex "exp(i*20*x)".
+
+#include "evaluation.hpp"
+#include "support/csv.hpp"
+#include "support/fileerror.hpp"
+#include "support/options.hpp"
+#include "support/picture.hpp"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <new>
+
+namespace {
+
+using namespace examples;
+
+struct Task
+{
+    std::string points;
+    std::vector<Formula> definitions;
+    std::vector<Formula> formulas;
+    EvaluationOptions options;
+    std::string output;
+    std::vector<std::string> keep;
+    bool summary = false;
+    std::string plot;
+    std::string triangles;
+    std::string field;
+    std::string title;
+    std::string unit;
+};
+
+Task readTask(Options& options, int argc, char** argv)
+{
+    Task t;
+    options.value("--define", "NAME=FORMULA", "a name that formulas may use; can be given again",
+                  [&](const std::string& v) {
+                      const Formula f = Formula::parse(v);
+                      if (f.name == f.text)
+                          throw UsageError("'" + v + "' has no NAME=");
+                      t.definitions.push_back(f);
+                  });
+    options.flag("--complex", "values may be complex: columns NAME.re and NAME.im", t.options.complex);
+    options.value("--gradient", "X,Y", "derivatives of each formula by these columns, drawn as arrows",
+                  [&](const std::string& v) { t.options.gradient = split(v, ','); });
+    options.value("--threads", "N", "threads to use (1)",
+                  [&](const std::string& v) { t.options.threads = wholeNumber(v, 1, 1024); });
+    options.value("--block", "N", "points evaluated together (1000)", [&](const std::string& v) {
+        t.options.block = static_cast<std::size_t>(wholeNumber(v, 1, 10000000));
+    });
+    options.text("--output", "FILE", "where the values go (standard output)", t.output);
+    options.value("--keep", "COLUMNS", "columns of the input to repeat in the output, as x,y",
+                  [&](const std::string& v) { t.keep = split(v, ','); });
+    options.flag("--summary", "print smallest, mean and largest value instead of all", t.summary);
+    options.text("--plot", "FILE.svg", "draw a formula over the triangles, columns x and y", t.plot);
+    options.text("--triangles", "FILE.csv", "corners a, b, c: row numbers of the points, from 1", t.triangles);
+    options.text("--field", "NAME", "the formula to draw (the first)", t.field);
+    options.text("--title", "TEXT", "above the picture (the formula)", t.title);
+    options.text("--unit", "TEXT", "above the colour bar", t.unit);
+
+    const std::vector<std::string> words = options.read(argc, argv);
+    if (options.helpWanted())
+        return t;
+    if (words.size() < 2)
+        throw UsageError("a table of points and at least one formula are needed, see evaluate --help");
+    if (t.plot.empty() != t.triangles.empty())
+        throw UsageError("--plot and --triangles need each other");
+    if (!t.options.gradient.empty() && t.options.gradient.size() != 2)
+        throw UsageError("--gradient needs two columns, as x,y");
+    t.points = words.front();
+    for (std::size_t k = 1; k < words.size(); ++k)
+        t.formulas.push_back(Formula::parse(words[k]));
+    return t;
+}
+
+void writeValues(const Task& task, const Table& table, const std::vector<Column>& columns)
+{
+    CsvWriter writer;
+    for (const std::string& name : task.keep)
+        writer.add(name, table.column(name));
+    for (const Column& c : columns)
+        task.options.complex ? writer.add(c.name, c.complex) : writer.add(c.name, c.real);
+    if (task.output.empty()) {
+        writer.write(std::cout);
+        return;
+    }
+    std::ofstream out(task.output, std::ios::binary);
+    writer.write(out);
+    if (!out.flush())
+        throw FileError(task.output, "cannot be written");
+}
+
+// The number that stands for a value in summaries: itself, or its absolute value.
+double sizeAt(const Column& c, std::size_t i)
+{
+    return c.complex.empty() ? c.real[i] : std::abs(c.complex[i]);
+}
+
+void printSummary(const Task& task, const Table& table, const std::vector<Column>& columns, double seconds)
+{
+    std::size_t width = 8;
+    for (const Column& c : columns)
+        width = std::max(width, c.name.size());
+    std::printf("%-*s  %14s %14s %14s\n", static_cast<int>(width), task.options.complex ? "|value|" : "formula",
+                "smallest", "mean", "largest");
+    for (const Column& c : columns) {
+        double low = std::numeric_limits<double>::infinity();
+        double high = -low;
+        double sum = 0.0;
+        for (std::size_t i = 0; i < table.rows(); ++i) {
+            const double v = sizeAt(c, i);
+            low = std::min(low, v);
+            high = std::max(high, v);
+            sum += v;
+        }
+        std::printf("%-*s  %14.6g %14.6g %14.6g\n", static_cast<int>(width), c.name.c_str(), low,
+                    sum / static_cast<double>(table.rows()), high);
+    }
+    std::fprintf(stderr, "%zu points, %zu values in %.3g ms\n", table.rows(), table.rows() * columns.size(),
+                 1e3 * seconds);
+}
+
+Mesh meshOf(const Table& points, const std::string& file)
+{
+    Mesh mesh;
+    const std::vector<double>& x = points.column("x");
+    const std::vector<double>& y = points.column("y");
+    for (std::size_t i = 0; i < points.rows(); ++i)
+        mesh.points.push_back({x[i], y[i]});
+    const Table corners = readCsv(file);
+    const std::vector<double>* abc[] = {&corners.column("a"), &corners.column("b"), &corners.column("c")};
+    for (std::size_t t = 0; t < corners.rows(); ++t) {
+        std::array<int, 3> triangle{};
+        for (std::size_t k = 0; k < 3; ++k) {
+            const double number = (*abc[k])[t];
+            if (!(number >= 1.0 && number <= static_cast<double>(points.rows())) || number != std::floor(number))
+                throw FileError(file, corners.lines[t],
+                                toText(number) + " is no row of " + points.file + ", which has " +
+                                    std::to_string(points.rows()));
+            triangle[k] = static_cast<int>(number) - 1;
+        }
+        mesh.triangles.push_back(triangle);
+    }
+    orient(mesh);
+    return mesh;
+}
+
+std::vector<double> realPart(const Column& c)
+{
+    std::vector<double> v = c.real;
+    for (const std::complex<double>& z : c.complex)
+        v.push_back(z.real());
+    return v;
+}
+
+void draw(const Task& task, const Table& table, const std::vector<Column>& columns)
+{
+    std::size_t k = 0;
+    while (k < columns.size() && !task.field.empty() && columns[k].name != task.field)
+        ++k;
+    if (k == columns.size())
+        throw UsageError("--field: there is no formula '" + task.field + "'");
+    const Mesh mesh = meshOf(table, task.triangles);
+
+    std::string text = columns[k].name;
+    for (const Formula& f : task.formulas)
+        if (f.name == text && f.text != text)
+            text += " = " + f.text;
+    PictureText labels{task.title.empty() ? text : task.title, task.title.empty() ? "" : text, task.unit};
+    if (task.options.complex)
+        labels.unit = "real part " + labels.unit;
+
+    std::vector<Point> arrows;
+    if (!task.options.gradient.empty() && k + 2 < columns.size()) {
+        const std::vector<double> dx = realPart(columns[k + 1]);
+        const std::vector<double> dy = realPart(columns[k + 2]);
+        for (std::size_t i = 0; i < dx.size(); ++i)
+            arrows.push_back({dx[i], dy[i]});
+    }
+    std::ofstream out(task.plot);
+    writePicture(out, mesh, realPart(columns[k]), labels, arrows);
+    if (!out.flush())
+        throw FileError(task.plot, "cannot be written");
+}
+
+void run(const Task& task)
+{
+    const Table table = readCsv(task.points);
+    for (const std::string& name : task.keep)
+        table.column(name); // a missing column is told before any work
+    const auto start = std::chrono::steady_clock::now();
+    const std::vector<Column> columns = evaluate(table, task.definitions, task.formulas, task.options);
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+
+    if (task.summary)
+        printSummary(task, table, columns, seconds.count());
+    else
+        writeValues(task, table, columns);
+    if (!task.plot.empty())
+        draw(task, table, columns);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        Options options("evaluate", "POINTS.csv FORMULA...",
+                        "Evaluates formulas at the points of a table. A formula is an expression of the columns and\n"
+                        "definitions, or NAME=EXPRESSION.");
+        const Task task = readTask(options, argc, argv);
+        if (options.helpWanted())
+            std::cout << options.help();
+        else
+            run(task);
+        return std::cout.flush() ? 0 : 1;
+    } catch (const UsageError& e) {
+        std::cerr << "evaluate: " << e.what() << '\n';
+        return 2;
+    } catch (const std::bad_alloc&) {
+        std::cerr << "evaluate: out of memory\n";
+    } catch (const std::exception& e) {
+        std::cerr << "evaluate: " << e.what() << '\n';
+    }
+    return 1;
+}
