@@ -4,9 +4,9 @@
 
 #include "array.hpp"
 #include "dense/lapack_detail.hpp"
+#include "qxnumber.hpp"
 
 #include <climits>
-#include <limits>
 #include <string_view>
 
 namespace qxarray_detail {
@@ -32,6 +32,10 @@ int leading(const Array<T, N>& A) { return std::max(1, lapackInt(A.extent(0))); 
 template <class T, int N>
 int rightHandSides(const Array<T, N>& B) { return lapackInt(B.size() / B.extent(0)); }
 
+/// Whether all elements are finite: iterations on NaN or infinities end in LAPACK's own error handler, or not at all.
+template <class T, int N>
+bool isFinite(const Array<T, N>& A) { return !anyNaNorInf(A.data(), A.size()); }
+
 template <class T>
 bool isSquare(const Array<T, 2>& A) { return A.extent(0) == A.extent(1); }
 
@@ -39,15 +43,21 @@ bool isSquare(const Array<T, 2>& A) { return A.extent(0) == A.extent(1); }
 int workSize(double answer);
 inline int workSize(const cplx& answer) { return workSize(answer.real()); }
 
-/// Asks for the work size, allocates, calls: call(work, lwork) twice. The arrays that the call changes are changed by
-/// the second call only, after all allocation.
-template <class T, class Call>
-void withWorkspace(Call call)
+/// Runs the calls one after the other on one work array. Each call(work, lwork) is first asked for its size, with
+/// lwork = workQuery; the array is allocated before the first of them does its work, so that a failure changes nothing.
+constexpr int workQuery = -1;
+template <class T, class... Calls>
+void withWorkspace(Calls... calls)
 {
-    T answer(0);
-    call(&answer, -1);
-    Array<T, 1> work(static_cast<unsigned long>(workSize(answer)));
-    call(work.data(), lapackInt(work.size()));
+    int size = 1;
+    const auto ask = [&size](auto& call) {
+        T answer(0);
+        call(&answer, workQuery);
+        size = std::max(size, workSize(answer));
+    };
+    (ask(calls), ...);
+    Array<T, 1> work(size);
+    (calls(work.data(), size), ...);
 }
 
 /// Work array that complex routines want beside the complex one.
@@ -61,11 +71,10 @@ Array<double, 1> realWork(unsigned long n)
 template <class T>
 T nanValue()
 {
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
     if constexpr (std::is_same_v<T, cplx>)
-        return cplx(nan, nan);
+        return cplx(qxGetNaN(), qxGetNaN());
     else
-        return nan;
+        return qxGetNaN();
 }
 
 enum Flags { RaisePositive = 1, RaiseNegative = 2 };

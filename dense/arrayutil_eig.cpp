@@ -42,7 +42,13 @@ int checkStandard(const char* jobvl, const char* jobvr, const Array<T, 2>& A)
         return -1;
     if (!isOption(jobvr, "NV"))
         return -2;
-    return isSquare(A) ? 0 : -3;
+    return isSquare(A) && isFinite(A) ? 0 : -3;
+}
+
+template <class T>
+bool fitsPencil(const Array<T, 2>& A, const Array<T, 2>& B)
+{
+    return isSquare(B) && B.extent(0) == A.extent(0) && isFinite(B);
 }
 
 template <class T>
@@ -51,7 +57,7 @@ int checkGeneralized(const char* jobvl, const char* jobvr, const Array<T, 2>& A,
     const int info = checkStandard(jobvl, jobvr, A);
     if (info != 0)
         return info;
-    return isSquare(B) && B.extent(0) == A.extent(0) ? 0 : -7;
+    return fitsPencil(A, B) ? 0 : -7;
 }
 
 template <class T>
@@ -83,27 +89,28 @@ int generalizedEig(const char* jobvl, const char* jobvr, Array<T, 2>& A, Array<T
     return judge(info, flags, qzFailed);
 }
 
-/// A = Q H Q^H: H with the reflectors below it in A, their factors in tau. n >= 1.
+/// A call for withWorkspace. A = Q H Q^H: H, with the reflectors below it in A and their factors in tau.
 template <class T>
-void reduceToHessenberg(Array<T, 2>& A, Array<T, 1>& tau)
+auto hessenbergCall(Array<T, 2>& A, Array<T, 1>& tau)
 {
-    const int n = rows(A), lda = leading(A), first = 1;
-    int info = 0;
-    withWorkspace<T>([&](T* work, int lwork) {
-        Lapack<T>::gehrd(&n, &first, &n, A.data(), &lda, tau.data(), work, &lwork, &info);
-    });
+    return [&](T* work, int lwork) {
+        const int n = rows(A), first = 1;
+        int info = 0;
+        Lapack<T>::gehrd(&n, &first, &n, A.data(), &n, tau.data(), work, &lwork, &info);
+    };
 }
 
-/// Q = the product of the reflectors below the first subdiagonal of A.
+/// A call for withWorkspace. Q, of the size of A, = the product of the reflectors below the first subdiagonal of A.
 template <class T>
-void formHessenbergQ(const Array<T, 2>& A, const Array<T, 1>& tau, Array<T, 2>& Q)
+auto hessenbergQCall(const Array<T, 2>& A, const Array<T, 1>& tau, Array<T, 2>& Q)
 {
-    const int n = rows(A), ldq = leading(A), first = 1;
-    std::copy_n(A.data(), A.size(), Q.data());
-    int info = 0;
-    withWorkspace<T>([&](T* work, int lwork) {
-        Lapack<T>::orghr(&n, &first, &n, Q.data(), &ldq, tau.data(), work, &lwork, &info);
-    });
+    return [&](T* work, int lwork) {
+        const int n = rows(A), first = 1;
+        int info = 0;
+        if (lwork != workQuery)
+            std::copy_n(A.data(), A.size(), Q.data());
+        Lapack<T>::orghr(&n, &first, &n, Q.data(), &n, tau.data(), work, &lwork, &info);
+    };
 }
 
 /// Zeros below the given subdiagonal: 0 keeps the upper triangle, 1 the Hessenberg form.
@@ -119,24 +126,21 @@ void clearBelow(Array<T, 2>& A, unsigned long subdiagonal)
 template <class T>
 int schurForm(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ, typename Lapack<T>::Values w)
 {
-    const int n = rows(A), lda = leading(A), first = 1;
+    const int n = rows(A), first = 1;
     if (wantQ)
         Q.resize(A.extent(0), A.extent(0));
     if (n == 0)
         return 0;
     Array<T, 1> tau(n);
-    // The iteration needs the largest work array: with it at hand nothing can fail for want of memory after A changed.
-    const int ldq = wantQ ? leading(Q) : 1;
     int info = 0;
-    withWorkspace<T>([&](T* work, int lwork) {
-        if (lwork >= 0) {
-            reduceToHessenberg(A, tau);
-            if (wantQ)
-                formHessenbergQ(A, tau, Q);
-        }
-        Lapack<T>::hseqr("S", wantQ ? "V" : "N", &n, &first, &n, A.data(), &lda, w, Q.data(), &ldq, work, &lwork,
-                         &info);
-    });
+    const auto iteration = [&](T* work, int lwork) {
+        Lapack<T>::hseqr("S", wantQ ? "V" : "N", &n, &first, &n, A.data(), &n, w, wantQ ? Q.data() : nullptr, &n, work,
+                         &lwork, &info);
+    };
+    if (wantQ)
+        withWorkspace<T>(hessenbergCall(A, tau), hessenbergQCall(A, tau, Q), iteration);
+    else
+        withWorkspace<T>(hessenbergCall(A, tau), iteration);
     return info;
 }
 
@@ -181,16 +185,20 @@ bool isUpperTriangular(const Array<T, 2>& A)
 template <class T>
 void triangularizeB(Array<T, 2>& A, Array<T, 2>& B, Array<T, 2>& Q)
 {
-    const int n = rows(A), ld = leading(A);
-    Array<T, 1> tau;
-    qr(B, tau, 0);
+    const int n = rows(A);
+    Array<T, 1> tau(n);
     int info = 0;
-    withWorkspace<T>([&](T* work, int lwork) {
-        Lapack<T>::ormqr("L", Lapack<T>::adjointLetter, &n, &n, &n, B.data(), &ld, tau.data(), A.data(), &ld, work,
-                         &lwork, &info, 1, 1);
-    });
-    std::copy_n(B.data(), B.size(), Q.data());
-    q(Q, tau, 0);
+    withWorkspace<T>(
+        [&](T* work, int lwork) { Lapack<T>::geqrf(&n, &n, B.data(), &n, tau.data(), work, &lwork, &info); },
+        [&](T* work, int lwork) {
+            Lapack<T>::ormqr("L", Lapack<T>::adjointLetter, &n, &n, &n, B.data(), &n, tau.data(), A.data(), &n, work,
+                             &lwork, &info, 1, 1);
+        },
+        [&](T* work, int lwork) {
+            if (lwork != workQuery)
+                std::copy_n(B.data(), B.size(), Q.data());
+            Lapack<T>::orgqr(&n, &n, &n, Q.data(), &n, tau.data(), work, &lwork, &info);
+        });
     clearBelow(B, 0);
 }
 
@@ -281,10 +289,10 @@ int eig(Array<cplx, 2>& A, Array<cplx, 2>& B, Array<cplx, 1>& alpha, Array<cplx,
 int eig(Array<double, 2>& A, Array<double, 2>& B, Array<double, 1>& alphar, Array<double, 1>& alphai,
         Array<double, 1>& beta, double* abnrm, double* bbnrm, Array<double, 1>& rconde, int flags)
 {
-    if (!isSquare(A))
-        return judge(-5, flags);
-    if (!isSquare(B) || B.extent(0) != A.extent(0))
-        return judge(-9, flags);
+    if (!isSquare(A) || !isFinite(A))
+        return judge(-6, flags);
+    if (!fitsPencil(A, B))
+        return judge(-8, flags);
     for (Array<double, 1>* result : {&alphar, &alphai, &beta, &rconde})
         result->resize(A.extent(0));
     *abnrm = *bbnrm = 0.0;
@@ -325,6 +333,8 @@ int eig(Array<double, 1>& AP, Array<double, 1>& w, Array<double, 2>& Z, const ch
         return -3;
     if (n * (n + 1) / 2 != AP.size())
         return -4;
+    if (!isFinite(AP))
+        return -5;
     if (n != 0 && isOption(range, "V") && !(vl < vu))
         return -7;
     if (isOption(range, "I") && (il < 1 || il > std::max(1, lapackInt(n))))
@@ -359,7 +369,7 @@ int eig(Array<double, 1>& AP, Array<double, 1>& w, Array<double, 2>& Z, const ch
 template <class T>
 int schur(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ)
 {
-    if (!isSquare(A))
+    if (!isSquare(A) || !isFinite(A))
         return -1;
     return withDiscardedValues<T>(A.extent(0), [&](auto w) { return schurForm(A, Q, wantQ, w); });
 }
@@ -388,9 +398,10 @@ int hess(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ)
     if (A.size() == 0)
         return 0;
     Array<T, 1> tau(A.extent(0));
-    reduceToHessenberg(A, tau);
     if (wantQ)
-        formHessenbergQ(A, tau, Q);
+        withWorkspace<T>(hessenbergCall(A, tau), hessenbergQCall(A, tau, Q));
+    else
+        withWorkspace<T>(hessenbergCall(A, tau));
     clearBelow(A, 1);
     return 0;
 }

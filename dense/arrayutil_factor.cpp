@@ -95,6 +95,8 @@ int svd(const char* jobu, const char* jobvt, Array<T, 2>& A, Array<T, 2>& U, Arr
         return judge(-1, flags);
     if (!isOption(jobvt, "ASON") || (isOption(jobu, "O") && isOption(jobvt, "O")))
         return judge(-2, flags);
+    if (!isFinite(A))
+        return judge(-5, flags);
 
     const int m = rows(A), n = columns(A), lda = leading(A);
     const unsigned long k = std::min(A.extent(0), A.extent(1));

@@ -2,6 +2,8 @@
 #include "dense/arrayutil_detail.hpp"
 #include "qxexception.hpp"
 
+#include <cmath>
+
 using namespace qxarray_detail;
 
 namespace qxarray {
@@ -97,6 +99,10 @@ int chol(Array<T, 2>& A, int flag)
     if (info == 0 && A.size() != 0) {
         const int n = rows(A), lda = leading(A);
         Lapack<T>::potrf("U", &n, A.data(), &lda, &info, 1);
+        // Not every LAPACK tells a NaN pivot from a positive one.
+        for (int j = 0; j < n && info == 0; ++j)
+            if (std::isnan(std::real(A(j, j))))
+                info = j + 1;
     }
     if (info != 0 && flag != 0)
         QX_RAISE("arrayutil", "Input matrix must be positive definite.");
@@ -111,6 +117,8 @@ int leastSquares(Array<T, 2>& A, const Array<T, N>& B, Array<T, N>& X, double rc
         X = T(0);
         return emptyRightHandSide;
     }
+    if (!isFinite(A))
+        return judge(-4, flags);
     if (B.extent(0) < std::max(A.extent(0), A.extent(1)))
         return judge(-7, flags);
 

@@ -30,6 +30,16 @@ cplx powerOfZero(const cplx& p)
     return p.real() > 0.0 ? cplx(0.0) : nanValue<cplx>();
 }
 
+/// Calls f(from, count) for consecutive blocks that are too short for any BLAS to divide among threads: the bits of a
+/// sum, or of a kernel that treats the last elements of its share in another way, then do not depend on their number.
+template <class F>
+void forEachBlock(unsigned long n, F f)
+{
+    constexpr unsigned long block = 8192;
+    for (unsigned long i = 0; i < n; i += block)
+        f(i, lapackInt(std::min(block, n - i)));
+}
+
 double power(double x, double p) { return std::pow(x, p); }
 template <class P>
 cplx power(const cplx& x, const P& p)
@@ -92,7 +102,7 @@ void yPlusaMulx(Array<T, 1>& y, std::type_identity_t<T> a, const Array<T, 1>& x)
 template <class T>
 void yPlusaMulx(T* y, std::type_identity_t<T> a, const T* x, unsigned long n)
 {
-    Blas<T>::axpy(lapackInt(n), a, x, y);
+    forEachBlock(n, [=](unsigned long i, int count) { Blas<T>::axpy(count, a, x + i, y + i); });
 }
 
 template <class T, int N>
@@ -119,11 +129,10 @@ T dot(const Array<T, 1>& x, const Array<T, 1>& y, Trans_t trans)
 {
     if (x.size() != y.size())
         refuse("dot: x and y does not have the same length.");
-    // Blocks so short that no BLAS divides them among threads.
-    constexpr unsigned long block = 8192;
     T sum(0);
-    for (unsigned long i = 0; i < x.size(); i += block)
-        sum += Blas<T>::dot(lapackInt(std::min(block, x.size() - i)), x.data() + i, y.data() + i, trans == ConjTrans);
+    forEachBlock(x.size(), [&](unsigned long i, int count) {
+        sum += Blas<T>::dot(count, x.data() + i, y.data() + i, trans == ConjTrans);
+    });
     return sum;
 }
 
@@ -152,7 +161,7 @@ void scale(T* x, std::type_identity_t<T> a, unsigned long n)
     if (a == 0.0)
         elementLoop(n, [=](unsigned long i) { x[i] = product(x[i], 0.0); });
     else
-        Blas<T>::scal(lapackInt(n), a, x);
+        forEachBlock(n, [=](unsigned long i, int count) { Blas<T>::scal(count, a, x + i); });
 }
 
 template <class T, int N>

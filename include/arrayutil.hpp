@@ -11,7 +11,8 @@
 //   2  a negative INFO (an argument does not fit) raises "Internal_numerical_error" with
 //      "Illegal_input_values_in_LAPACK_call"; without the bit INFO is returned and nothing is changed
 // Shapes and option letters are checked before the call with LAPACK's argument numbers, so that its own error handler,
-// which may print or stop the process, never runs.
+// which may print or stop the process, never runs. A NaN or an infinity in the matrix of an iteration (singular values,
+// eigenvalues, leastSquares) counts as an argument that does not fit.
 //
 // SIZES. An empty problem returns at once. Results that a function resizes are resized before the call. Extents and
 // work sizes beyond the 32-bit integers of LAPACK throw std::bad_alloc, as an allocation failure does: matrices that
