@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 
 #include <dlfcn.h>
 #include <omp.h>
@@ -20,25 +21,16 @@ ThreadLimits& limits()
     return instance;
 }
 
-/// OpenBLAS's own controls, or null. A host may have loaded us with local symbol scope, so its file is asked as well.
+/// OpenBLAS's own controls; null while no such library is in the process.
 struct BlasControls
 {
     void (*set)(int) = nullptr;
     int (*get)() = nullptr;
 
-    BlasControls()
+    void find(void* library)
     {
-        load(RTLD_DEFAULT);
-        if (!set)
-            if (void* file = dlopen("libopenblas.so.0", RTLD_LAZY | RTLD_NOLOAD))
-                load(file);
-    }
-
-private:
-    void load(void* from)
-    {
-        auto* setter = reinterpret_cast<void (*)(int)>(dlsym(from, "openblas_set_num_threads"));
-        auto* getter = reinterpret_cast<int (*)()>(dlsym(from, "openblas_get_num_threads"));
+        auto* setter = reinterpret_cast<void (*)(int)>(dlsym(library, "openblas_set_num_threads"));
+        auto* getter = reinterpret_cast<int (*)()>(dlsym(library, "openblas_get_num_threads"));
         if (setter && getter) {
             set = setter;
             get = getter;
@@ -46,9 +38,16 @@ private:
     }
 };
 
-const BlasControls& blas()
+BlasControls blas()
 {
-    static const BlasControls controls;
+    static std::mutex mutex;
+    static BlasControls controls;
+    const std::lock_guard lock(mutex);
+    if (!controls.set)
+        controls.find(RTLD_DEFAULT);
+    if (!controls.set) // a host may have loaded us, and it, with local symbol scope
+        if (void* library = dlopen("libopenblas.so.0", RTLD_LAZY | RTLD_NOLOAD))
+            controls.find(library);
     return controls;
 }
 
@@ -136,6 +135,10 @@ BlasThreadScope::~BlasThreadScope()
         blas().set(before_);
 }
 
-int BlasThreadScope::current() { return blas().get ? blas().get() : 0; }
+int BlasThreadScope::current()
+{
+    const BlasControls controls = blas();
+    return controls.get ? controls.get() : 0;
+}
 
 } // namespace qxbase

@@ -19,6 +19,11 @@ bool hasRealValue(double nu, double x, bool needsPositive)
     return x >= 0 || (!needsPositive && isWhole(nu));
 }
 
+/// Limit of (x/2)^nu / Gamma(nu + 1) for x -> 0+ and negative fractional nu: the leading term of J and I.
+double limitAtZero(double nu) { return std::fmod(std::floor(nu), 2.0) == 0 ? -infinity : infinity; }
+
+bool isPoleAtZero(double nu) { return nu < 0 && !isWhole(nu); }
+
 using ArbBessel = int (*)(double*, double, double, int);
 using ArbComplexBessel = int (*)(complex_double*, complex_double, complex_double, int);
 
@@ -72,6 +77,8 @@ int qxbesselj(double nu, double x, double& result)
 {
     if (!hasRealValue(nu, x, false))
         return noValue(result);
+    if (x == 0 && isPoleAtZero(nu))
+        return conclude(limitAtZero(nu), result);
     if (std::isinf(x))
         return conclude(0.0, result);
     const double value = boost::math::cyl_bessel_j(nu, x, Quiet());
@@ -96,6 +103,10 @@ int qxbesseli(double nu, double x, double& result)
         return noValue(result);
     if (std::isinf(x))
         return conclude(x < 0 && std::fmod(nu, 2.0) != 0 ? -infinity : infinity, result);
+    if (x == 0 && isPoleAtZero(nu))
+        return conclude(limitAtZero(nu), result);
+    if (isWhole(nu))
+        nu = std::abs(nu); // DLMF 10.27.1
     const double value = boost::math::cyl_bessel_i(nu, x, Quiet());
     return std::isnan(value) ? byArb(arb_fpwrap_double_bessel_i, nu, x, result) : conclude(value, result);
 }
@@ -108,6 +119,7 @@ int qxbesselk(double nu, double x, double& result)
         return conclude(infinity, result);
     if (std::isinf(x))
         return conclude(0.0, result);
+    nu = std::abs(nu); // DLMF 10.27.3
     const double value = boost::math::cyl_bessel_k(nu, x, Quiet());
     return std::isnan(value) ? byArb(arb_fpwrap_double_bessel_k, nu, x, result) : conclude(value, result);
 }
@@ -116,8 +128,8 @@ int qxbesselj(double nu, const Complex& z, Complex& result)
 {
     if (!isUsable(nu, z))
         return noValue(result);
-    if (z == 0.0 && nu < 0 && !isWhole(nu))
-        return pole(infinity, result);
+    if (z == 0.0 && isPoleAtZero(nu))
+        return pole(limitAtZero(nu), result);
     return byArb(arb_fpwrap_cdouble_bessel_j, nu, z, result);
 }
 
@@ -134,8 +146,8 @@ int qxbesseli(double nu, const Complex& z, Complex& result)
 {
     if (!isUsable(nu, z))
         return noValue(result);
-    if (z == 0.0 && nu < 0 && !isWhole(nu))
-        return pole(infinity, result);
+    if (z == 0.0 && isPoleAtZero(nu))
+        return pole(limitAtZero(nu), result);
     return byArb(arb_fpwrap_cdouble_bessel_i, nu, z, result);
 }
 

@@ -1,0 +1,2 @@
+/* A shared library for the tests of QxLib. */
+int qx_test_answer(void) { return 42; }
