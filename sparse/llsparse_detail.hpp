@@ -1,0 +1,52 @@
+#pragma once
+
+// What the sources of llsparse<T> share: the instances of each member template, and small helpers.
+
+#include "llsparse.hpp"
+#include "scalar.hpp"
+
+namespace qxsparse {
+
+/// Raises "Symmetry_sparse_matrices_disagree" for a RowStored store with an Unsymmetric one.
+void checkMixture(Symm_t a, Symm_t b);
+
+} // namespace qxsparse
+
+/// The element types of a store.
+#define QX_FOR_EACH_STORE(_) _(double) _(qxsparse::cplx)
+/// store, type of the scalar or diagonal
+#define QX_FOR_EACH_SCALE(_) _(double, double) _(qxsparse::cplx, double) _(qxsparse::cplx, qxsparse::cplx)
+/// result, scalar, A, B: at least one complex operand makes the result complex
+#define QX_FOR_EACH_ADD(_)                                                                                            \
+    _(double, double, double, double)                                                                                 \
+    _(qxsparse::cplx, qxsparse::cplx, qxsparse::cplx, qxsparse::cplx)                                                 \
+    _(qxsparse::cplx, qxsparse::cplx, double, qxsparse::cplx)                                                         \
+    _(qxsparse::cplx, double, double, qxsparse::cplx)                                                                 \
+    _(qxsparse::cplx, qxsparse::cplx, qxsparse::cplx, double)                                                         \
+    _(qxsparse::cplx, qxsparse::cplx, double, double)                                                                 \
+    _(qxsparse::cplx, double, qxsparse::cplx, qxsparse::cplx)                                                         \
+    _(qxsparse::cplx, double, qxsparse::cplx, double)
+/// result and second summand, scalar, B
+#define QX_FOR_EACH_INPLACE_ADD(_)                                                                                    \
+    _(double, double, double)                                                                                         \
+    _(qxsparse::cplx, double, double)                                                                                 \
+    _(qxsparse::cplx, qxsparse::cplx, qxsparse::cplx)                                                                 \
+    _(qxsparse::cplx, double, qxsparse::cplx)                                                                         \
+    _(qxsparse::cplx, qxsparse::cplx, double)
+/// result, left factor or upper part, right factor or lower part
+#define QX_FOR_EACH_PAIR(_)                                                                                           \
+    _(double, double, double)                                                                                         \
+    _(qxsparse::cplx, qxsparse::cplx, qxsparse::cplx)                                                                 \
+    _(qxsparse::cplx, double, qxsparse::cplx)                                                                         \
+    _(qxsparse::cplx, qxsparse::cplx, double)
+/// store, type of the other factor of an in-place product
+#define QX_FOR_EACH_INPLACE_MUL(_) _(double, double) _(qxsparse::cplx, qxsparse::cplx) _(qxsparse::cplx, double)
+/// store, y, x of a product with vectors
+#define QX_FOR_EACH_PRODUCT(_)                                                                                        \
+    _(double, double, double)                                                                                         \
+    _(double, qxsparse::cplx, qxsparse::cplx)                                                                         \
+    _(double, qxsparse::cplx, double)                                                                                 \
+    _(qxsparse::cplx, qxsparse::cplx, qxsparse::cplx)                                                                 \
+    _(qxsparse::cplx, qxsparse::cplx, double)
+/// store, type of residual and iterate of a sweep
+#define QX_FOR_EACH_SWEEP(_) _(double, double) _(double, qxsparse::cplx) _(qxsparse::cplx, qxsparse::cplx)
