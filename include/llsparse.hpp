@@ -145,6 +145,11 @@ public:
     /// Source: Sedgewick, Implementing Quicksort programs, CACM 21 (1978), for the sort.
     void format(Form_t wanted, bool checkDiag);
 
+    /// Finds diag again after entries moved inside sorted columns. FormSorted and FormDiag are set.
+    void locateDiagonals();
+    /// Clears FormDiag.
+    void releaseDiag();
+
     /// Keep the listed logical rows (columns), in the order of the list, and drop the others, in place. An index listed
     /// twice keeps its last place. A list that does not ascend clears FormSorted.
     void llsp_removeRows(const unsigned long* keep, unsigned long count);
@@ -294,7 +299,6 @@ private:
     void sortColumns();
     void partitionColumns(bool checkDiag);
     void locateDiagonal(unsigned long j);
-    void releaseDiag();
     void adopt(llsparse& result, bool keepCapacity);
     void keepStoredRows(const unsigned long* keep, unsigned long count);
     void keepStoredColumns(const unsigned long* keep, unsigned long count);

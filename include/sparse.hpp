@@ -198,19 +198,16 @@ public:
     boost::shared_ptr<ExternalSparse> getExternalSparse() const;
 
 private:
-    template <class F>
-    decltype(auto) visit(const F& f) const;
-    template <class F>
-    void modify(const F& f);
     template <class T>
     void install(const boost::shared_ptr<llsparse<T>>& store);
     void makeUnique();
+    void trim(double fraction);
     void dropHelpers();
     void copyHelpers(const Sparse& other);
-    void scaleBy(const Matrix<1>& d, unsigned long length, int member);
-    void concatenateColumns(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long m, Symm_t symm);
-    void concatenateRows(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long n, Symm_t symm);
     bool sharesStore(const Sparse& other) const;
+    void concatenate(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long other, bool byColumns);
+    template <class Member>
+    void scaleByDiagonal(const Matrix<1>& d, unsigned long length, const Member& member);
     template <class V>
     void compressed(const unsigned long* rows, unsigned long nRows, const unsigned long* colPtr, unsigned long nColPtr,
                     const V* vals, unsigned long nVals, unsigned long m, unsigned long n);

@@ -181,22 +181,22 @@ template <class T>
 void llsparse<T>::llsp_removeRows(const unsigned long* keep, unsigned long count)
 {
     rowColptrVersion = getNewRowColptrVersion();
-    releaseDiag();
     if (symm == RowStored)
         keepStoredColumns(keep, count);
     else
         keepStoredRows(keep, count);
+    releaseDiag();
 }
 
 template <class T>
 void llsparse<T>::llsp_removeCols(const unsigned long* keep, unsigned long count)
 {
     rowColptrVersion = getNewRowColptrVersion();
-    releaseDiag();
     if (symm == RowStored)
         keepStoredRows(keep, count);
     else
         keepStoredColumns(keep, count);
+    releaseDiag();
 }
 
 template <class T>

@@ -202,8 +202,14 @@ void llsparse<T>::sortColumns()
     }
     form = form | FormSorted;
     if (form & FormDiag)
-        for (unsigned long j = 0; j < n; ++j)
-            locateDiagonal(j);
+        locateDiagonals();
+}
+
+template <class T>
+void llsparse<T>::locateDiagonals()
+{
+    for (unsigned long j = 0; j < n; ++j)
+        locateDiagonal(j);
 }
 
 /// Sorted columns are partitioned as they stand: only `diag` is to be found.
@@ -296,6 +302,7 @@ bool llsparse<T>::isHermitian(double tol, const double* d, unsigned long j) cons
 
 #define QX_INSTANTIATE(T)                                                                                             \
     template void llsparse<T>::sortColumns();                                                                         \
+    template void llsparse<T>::locateDiagonals();                                                                     \
     template void llsparse<T>::locateDiagonal(unsigned long);                                                         \
     template void llsparse<T>::partitionColumns(bool);                                                                \
     template void llsparse<T>::format(Form_t, bool);                                                                  \

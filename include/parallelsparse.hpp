@@ -1,0 +1,121 @@
+#pragma once
+
+#include "array.hpp"
+#include "matrix.hpp"
+#include "qxexport.hpp"
+#include "transt.hpp"
+
+#include <boost/shared_ptr.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+class ParallelSparse;
+class Sparse;
+
+/// What one thread of a ParallelSparse keeps: its rows of the block structure and its accumulation vector.
+class QX_API ParallelSparseData
+{
+public:
+    explicit ParallelSparseData(int share) : pid(share) {}
+
+    /// Whether the block structure of share pid out of nThreads is that of A as it is now, or A takes none.
+    bool isCurrent(const Sparse& A, int nThreads) const;
+    /// Makes the block structure of share pid out of nThreads; it stays out (isBlocked false) for a matrix that is not
+    /// square or not sorted. std::bad_alloc leaves it out too.
+    void blockMatrix(const Sparse& A, int nThreads);
+    bool isBlocked() const { return blocked; }
+    unsigned long getNCol() const { return nCol; }
+    /// Half-open range of rows of this thread.
+    unsigned long getStartRows() const { return startRows; }
+    unsigned long getStopRows() const { return stopRows; }
+    /// The columns that hold entries in the row range, ascending (getNCol), and the positions in the store of their
+    /// first entry in it and one past the last.
+    const unsigned long* getProcCol() const { return procCol; }
+    const unsigned long* getStartCol() const { return startCol; }
+    const unsigned long* getStopCol() const { return stopCol; }
+    /// The part of getProcCol that falls into the row range of thread q.
+    unsigned long getProcStart(int q) const { return procStart[q]; }
+    unsigned long getProcStop(int q) const { return procStop[q]; }
+
+    /// Whether work takes max(m, n) sums of the given type.
+    bool hasWorkArray(const Sparse& A, bool real) const;
+    /// Makes it so. 1000 elements are kept in reserve; a work array never shrinks.
+    void setWorkArray(const Sparse& A, bool real);
+    bool isRealWork() const { return work.isReal(); }
+    double* getCurrentWorkdArray();
+    std::complex<double>* getCurrentWorkzArray();
+    void clear();
+
+private:
+    static unsigned long* allocate(Array<unsigned long, 1>& holder, unsigned long n);
+
+    int pid;
+    Matrix<1> work;
+    bool hasWork = false;
+    const unsigned long* colPtrSeen = nullptr;
+    const unsigned long* rowSeen = nullptr;
+    std::int64_t versionSeen = 0;
+    unsigned long mSeen = 0, nSeen = 0;
+    bool blocked = false;
+    Array<unsigned long, 1> procColArray, startColArray, stopColArray, procStartArray, procStopArray;
+    unsigned long nCol = 0;
+    unsigned long startRows = 0, stopRows = 0;
+    const unsigned long* procCol = nullptr;
+    const unsigned long* startCol = nullptr;
+    const unsigned long* stopCol = nullptr;
+    unsigned long nProcs = 0;
+    const unsigned long* procStart = nullptr;
+    const unsigned long* procStop = nullptr;
+};
+
+/// Products and sweeps of a large matrix on several threads. The free functions of sparse.hpp come here by themselves.
+///
+/// Block scheme, for square sorted matrices: rows are divided among the threads by entry count, and each thread keeps
+/// the list of columns that reach its rows. Every element of y has one writer that adds in the order of the columns: the
+/// bits are those of the serial kernels, for any number of threads. Sweeps keep the serial order: a pipeline in which
+/// one thread sweeps its unknowns while the others bring the corrections of the stage before into their rows. Extra
+/// memory: 24 bytes for each column and thread that it reaches.
+///
+/// Work-array scheme, for the others: the columns are divided into a number of parts that depends on the matrix alone,
+/// each part has its own vector, and these are added in order. Bits: the same for any number of threads above one.
+/// Products that only gather have one writer an element in any case. Sweeps of such matrices, and of RowStored ones, run
+/// serially.
+///
+/// One object belongs to one matrix and its copies, and serves one call at a time: a call that finds it busy runs the
+/// serial kernels. Block data stay valid while version, arrays and sizes are those seen: value changes keep them.
+/// Failures, from "parallelsparse": "Out_of_memory_operation_sparse_matrix." and "Internal_error_sparse_matrix.", with
+/// the object cleared and usable; vectors as they were.
+class QX_API ParallelSparse
+{
+public:
+    ParallelSparse();
+    ~ParallelSparse();
+    ParallelSparse(const ParallelSparse&) = delete;
+    ParallelSparse& operator=(const ParallelSparse&) = delete;
+
+    void yPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<1>& x, Trans_t trans);
+    void yPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<2>& x, Trans_t trans, unsigned long col);
+    void yMinusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<1>& x, Trans_t trans);
+    int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse);
+    int SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse);
+    int SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool reverse);
+    int JacobiIts(const Matrix<1>& r, const Sparse& A, Matrix<1>& x, double omega);
+
+    /// Makes the block structure for nThreads threads if it is not there; false below two threads and for a matrix that
+    /// is not square or has no FormSorted.
+    bool isBlocked(const Sparse& A, int nThreads, Trans_t trans);
+    /// Releases block structures and work arrays. Does nothing while a call is running.
+    void clear();
+    /// The data of thread t; t below the largest thread count seen.
+    const ParallelSparseData& getData(int t) const { return *data[static_cast<std::size_t>(t)]; }
+
+private:
+    class Busy;
+    template <bool Minus, class Y, class X>
+    void multiply(Matrix<1>& y, const Sparse& A, const X* x, Trans_t trans);
+
+    std::vector<boost::shared_ptr<ParallelSparseData>> data;
+    std::atomic_flag busy = ATOMIC_FLAG_INIT;
+};

@@ -1,0 +1,5 @@
+#include "externalsparse.hpp"
+
+ExternalSparse::ExternalSparse() = default;
+ExternalSparse::~ExternalSparse() = default;
+void ExternalSparse::clear() {}

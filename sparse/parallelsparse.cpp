@@ -1,0 +1,5 @@
+#include "parallelsparse.hpp"
+
+ParallelSparse::ParallelSparse() = default;
+ParallelSparse::~ParallelSparse() = default;
+void ParallelSparse::clear() {}

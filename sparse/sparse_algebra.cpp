@@ -1,0 +1,432 @@
+// Sums, products, scaling and concatenation of matrices.
+
+#include "sparse_detail.hpp"
+
+#include <algorithm>
+
+using namespace qxsparse;
+
+namespace {
+
+/// alpha A + B of checked operands, the real scalar where alpha is real.
+Sparse combination(std::complex<double> alpha, const Sparse& A, const Sparse& B)
+{
+    return visitStore(A, [&](const auto& a) {
+        return visitStore(B, [&](const auto& b) {
+            using Both = Common<ElementOf<std::remove_reference_t<decltype(a)>>,
+                                ElementOf<std::remove_reference_t<decltype(b)>>>;
+            if (alpha.imag() == 0.0)
+                return makeSparse<Both>([&](auto& s) { s.llsp_add(alpha.real(), a, b); });
+            return makeSparse<cplx>([&](auto& s) { s.llsp_add(alpha, a, b); });
+        });
+    });
+}
+
+void checkSum(const Sparse& A, const Sparse& B)
+{
+    checkSizes(A.getM() == B.getM() && A.getN() == B.getN());
+    checkMixture(A, B);
+}
+
+void checkProduct(const Sparse& A, const Sparse& B)
+{
+    checkSizes(A.getN() == B.getM());
+    checkMixture(A, B);
+}
+
+/// form(s, a, b) with the stores in the order of the stored product: the transposes of row stores multiply the other way
+/// round.
+template <class Form>
+Sparse productOf(const Sparse& A, const Sparse& B, const Form& form)
+{
+    const bool byRow = isRowStored(A) || isRowStored(B);
+    return visitStore(byRow ? B : A, [&](const auto& a) {
+        return visitStore(byRow ? A : B, [&](const auto& b) {
+            using Both = Common<ElementOf<std::remove_reference_t<decltype(a)>>,
+                                ElementOf<std::remove_reference_t<decltype(b)>>>;
+            return makeSparse<Both>([&](auto& s) { form(s, a, b); });
+        });
+    });
+}
+
+} // namespace
+
+// --- Members ------------------------------------------------------------------------------------------------------
+
+void Sparse::addMat(Complex alpha, const Sparse& B, bool inPlace)
+{
+    guarded([&] {
+        checkSum(*this, B);
+        const bool becomesComplex = real && (!B.real || alpha.imag() != 0.0);
+        if (!inPlace || becomesComplex || sharesStore(B)) {
+            *this = combination(alpha, B, *this);
+            return;
+        }
+        makeUnique();
+        clearAuxData();
+        if (real)
+            dSp->llsp_inplaceAdd(alpha.real(), *B.dSp);
+        else
+            visitStore(B, [&](const auto& b) {
+                if (alpha.imag() == 0.0)
+                    zSp->llsp_inplaceAdd(alpha.real(), b);
+                else
+                    zSp->llsp_inplaceAdd(alpha, b);
+            });
+    });
+}
+
+void Sparse::multLeft(const Sparse& B, Trans_t trans, bool inPlace)
+{
+    guarded([&] {
+        checkMixture(*this, B);
+        if (trans != NoTrans && B.getSymm() == Unsymmetric && B.isSimple()) {
+            checkSizes(getM() == B.getM());
+            const Sparse selection = B; // keeps the list if B is this matrix
+            makeUnique();
+            clearAuxData();
+            visitStore(*this, [&](auto& s) { s.llsp_removeRows(selection.getRow(), selection.getNnz()); });
+            trim(0.95);
+            return;
+        }
+        const Sparse left = transpose(B, trans);
+        checkProduct(left, *this);
+        if (!inPlace || (real && !left.real) || sharesStore(left)) {
+            *this = left * *this;
+            return;
+        }
+        makeUnique();
+        clearAuxData();
+        // A row store holds the transpose: its product from the left is one of the store from the right.
+        const auto apply = [&](auto& s, const auto& b) {
+            if (isRowStored(*this) || isRowStored(left))
+                s.llsp_inplaceMulRightPrivate(b);
+            else
+                s.llsp_inplaceMulLeftPrivate(b);
+        };
+        if (real)
+            apply(*dSp, *left.dSp);
+        else
+            visitStore(left, [&](const auto& b) { apply(*zSp, b); });
+        trim(0.95);
+    });
+}
+
+void Sparse::mulRight(const Sparse& B, bool inPlace)
+{
+    guarded([&] {
+        checkProduct(*this, B);
+        if (B.getSymm() == Unsymmetric && B.isSimple()) {
+            const Sparse selection = B;
+            makeUnique();
+            clearAuxData();
+            visitStore(*this, [&](auto& s) { s.llsp_removeCols(selection.getRow(), selection.getNnz()); });
+            trim(0.95);
+            return;
+        }
+        if (!inPlace || (real && !B.real) || sharesStore(B)) {
+            *this = *this * B;
+            return;
+        }
+        makeUnique();
+        clearAuxData();
+        const auto apply = [&](auto& s, const auto& b) {
+            if (isRowStored(*this) || isRowStored(B))
+                s.llsp_inplaceMulLeftPrivate(b);
+            else
+                s.llsp_inplaceMulRightPrivate(b);
+        };
+        if (real)
+            apply(*dSp, *B.dSp);
+        else
+            visitStore(B, [&](const auto& b) { apply(*zSp, b); });
+        trim(0.95);
+    });
+}
+
+void Sparse::scale(Complex alpha)
+{
+    guarded([&] {
+        if (alpha == 0.0) {
+            zeros(getM(), getN(), 0, true);
+            return;
+        }
+        if (alpha.imag() != 0.0)
+            real2complex();
+        makeUnique();
+        visitStore(*this, [&](auto& s) {
+            if constexpr (std::is_same_v<ElementOf<std::remove_reference_t<decltype(s)>>, cplx>) {
+                if (alpha.imag() != 0.0) {
+                    s.scale(alpha);
+                    return;
+                }
+            }
+            s.scale(alpha.real());
+        });
+    });
+}
+
+template <class Member>
+void Sparse::scaleByDiagonal(const Matrix<1>& d, unsigned long length, const Member& member)
+{
+    guarded([&] {
+        if (d.size() != length)
+            QX_RAISE("sparse", "Size_vector_sparse_matrix_disagree");
+        if (!d.isReal())
+            real2complex();
+        makeUnique();
+        if (real)
+            member(*dSp, d.gethdArr().data());
+        else if (d.isReal())
+            member(*zSp, d.gethdArr().data());
+        else
+            member(*zSp, d.gethzArr().data());
+    });
+}
+
+void Sparse::colscale(const Matrix<1>& d)
+{
+    scaleByDiagonal(d, getN(), [](auto& s, const auto* f) { s.colscale(f); });
+}
+
+void Sparse::colscaleInv(const Matrix<1>& d)
+{
+    scaleByDiagonal(d, getN(), [](auto& s, const auto* f) { s.colscaleInv(f); });
+}
+
+void Sparse::rowscale(const Matrix<1>& d)
+{
+    scaleByDiagonal(d, getM(), [](auto& s, const auto* f) { s.rowscale(f); });
+}
+
+void Sparse::rowscaleInv(const Matrix<1>& d)
+{
+    scaleByDiagonal(d, getM(), [](auto& s, const auto* f) { s.rowscaleInv(f); });
+}
+
+void Sparse::conjugate()
+{
+    if (real)
+        return;
+    guarded([&] {
+        makeUnique();
+        zSp->conjugate();
+    });
+}
+
+void Sparse::sign()
+{
+    if (!real)
+        QX_RAISE("sparse", "Sign_of_complex_Sparse_not_implemented");
+    guarded([&] {
+        makeUnique();
+        std::for_each(dSp->val, dSp->val + dSp->nnz(), [](double& v) { v = v > 0.0 ? 1.0 : v < 0.0 ? -1.0 : 0.0; });
+    });
+}
+
+void Sparse::hcat(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long m)
+{
+    concatenate(list, m, true);
+}
+
+void Sparse::vcat(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long n)
+{
+    concatenate(list, n, false);
+}
+
+/// `other` is the dimension that the members share. For row stores the stored matrices join the other way round.
+void Sparse::concatenate(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long other, bool byColumns)
+{
+    guarded([&] {
+        unsigned long count = 0, joined = 0;
+        bool allReal = true, sorted = true;
+        for (const auto& member : list) {
+            checkMixture(*this, *member);
+            checkSizes((byColumns ? member->getM() : member->getN()) <= other);
+            count += member->getNnz();
+            joined += byColumns ? member->getN() : member->getM();
+            allReal = allReal && member->real;
+            sorted = sorted && (member->getForm() & FormSorted);
+        }
+        if (joined == 0)
+            return;
+        const bool byRow = isRowStored(*this) || (!list.empty() && isRowStored(*list.front()));
+        const bool sideBySide = byColumns != byRow; // of the stored matrices
+        Sparse result;
+        result.zeros(sideBySide ? other : joined, sideBySide ? joined : other, count, allReal);
+        visitStore(result, [&](auto& s) {
+            unsigned long end = 0, column = 0;
+            const auto append = [&](const auto& member, unsigned long j, unsigned long shift) {
+                for (unsigned long p = member.colPtr[j]; p < member.colPtr[j + 1]; ++p) {
+                    s.row[end] = member.row[p] + shift;
+                    if constexpr (requires { s.val[end] = member.val[p]; })
+                        s.val[end] = member.val[p];
+                    ++end;
+                }
+            };
+            if (sideBySide) {
+                for (const auto& A : list)
+                    visitStore(*A, [&](const auto& member) {
+                        for (unsigned long j = 0; j < member.n; ++j) {
+                            append(member, j, 0);
+                            s.colPtr[++column] = end;
+                        }
+                    });
+            } else {
+                for (unsigned long j = 0; j < s.n; ++j) {
+                    unsigned long shift = 0;
+                    for (const auto& A : list)
+                        visitStore(*A, [&](const auto& member) {
+                            if (j < member.n)
+                                append(member, j, shift);
+                            shift += member.m;
+                        });
+                    s.colPtr[j + 1] = end;
+                }
+            }
+            s.symm = byRow ? RowStored : Unsymmetric;
+            s.form = sorted ? FormSorted : FormNone;
+        });
+        *this = result;
+    });
+}
+
+// --- Free functions -----------------------------------------------------------------------------------------------
+
+Sparse add(const Sparse& A, std::complex<double> alpha, const Sparse& B)
+{
+    return guarded([&] {
+        checkSum(A, B);
+        return combination(alpha, A, B);
+    });
+}
+
+Sparse operator+(const Sparse& A, const Sparse& B)
+{
+    return guarded([&] {
+        checkSum(A, B);
+        const bool swap = A.isReal() && B.isReal() && B.getNnz() > A.getNnz(); // columns of the first are copied as blocks
+        return swap ? combination(1.0, B, A) : combination(1.0, A, B);
+    });
+}
+
+Sparse operator-(const Sparse& A, const Sparse& B)
+{
+    return guarded([&] {
+        checkSum(A, B);
+        return combination(-1.0, B, A);
+    });
+}
+
+Sparse operator+(const Sparse& A) { return A; }
+
+Sparse operator-(const Sparse& A) { return A * std::complex<double>(-1.0); }
+
+Sparse operator*(const Sparse& A, const Sparse& B)
+{
+    return guarded([&] {
+        checkProduct(A, B);
+        return productOf(A, B, [](auto& s, const auto& a, const auto& b) { s.llsp_mulPrivate(a, b); });
+    });
+}
+
+Sparse operator*(std::complex<double> alpha, const Sparse& A) { return A * alpha; }
+
+Sparse operator*(const Sparse& A, std::complex<double> alpha)
+{
+    Sparse scaled = A;
+    scaled.scale(alpha);
+    return scaled;
+}
+
+Sparse mul(const Sparse& A, const Sparse& B, Trans_t trans)
+{
+    if (trans == NoTrans)
+        return A * B;
+    return guarded([&] {
+        checkProduct(A, B);
+        return productOf(A, B, [&](auto& s, const auto& a, const auto& b) { s.llsp_multPrivate(a, b, trans); });
+    });
+}
+
+Sparse transpose(const Sparse& A, Trans_t trans)
+{
+    if (trans == NoTrans)
+        return A;
+    return guarded([&] {
+        return visitStore(A, [&](const auto& a) {
+            using T = ElementOf<std::remove_reference_t<decltype(a)>>;
+            return makeSparse<T>([&](auto& s) { s.llsp_transp(a, A.isReal() ? Trans : trans); });
+        });
+    });
+}
+
+Sparse hcat(const Sparse& A, const Sparse& B, bool force)
+{
+    return guarded([&] {
+        checkSizes(force || A.getM() == B.getM());
+        checkMixture(A, B);
+        const bool byRow = isRowStored(A) || isRowStored(B);
+        return visitStore(A, [&](const auto& a) {
+            return visitStore(B, [&](const auto& b) {
+                using Both = Common<ElementOf<std::remove_reference_t<decltype(a)>>,
+                                    ElementOf<std::remove_reference_t<decltype(b)>>>;
+                return makeSparse<Both>(
+                    [&](auto& s) { byRow ? s.llsp_vcatPrivate(a, b) : s.llsp_hcatPrivate(a, b); });
+            });
+        });
+    });
+}
+
+Sparse vcat(const Sparse& A, const Sparse& B, bool force)
+{
+    return guarded([&] {
+        checkSizes(force || A.getN() == B.getN());
+        checkMixture(A, B);
+        const bool byRow = isRowStored(A) || isRowStored(B);
+        return visitStore(A, [&](const auto& a) {
+            return visitStore(B, [&](const auto& b) {
+                using Both = Common<ElementOf<std::remove_reference_t<decltype(a)>>,
+                                    ElementOf<std::remove_reference_t<decltype(b)>>>;
+                return makeSparse<Both>(
+                    [&](auto& s) { byRow ? s.llsp_hcatPrivate(a, b) : s.llsp_vcatPrivate(a, b); });
+            });
+        });
+    });
+}
+
+Sparse subMatrix(const Sparse& A, const Array<int, 1>& rows, const Array<int, 1>& cols)
+{
+    return guarded([&] {
+        const auto checkList = [](const Array<int, 1>& list, unsigned long end) {
+            for (int i : list)
+                if (i < 0 || static_cast<unsigned long>(i) >= end)
+                    QX_RAISE("sparse", "Internal_error_sparse");
+        };
+        checkList(rows, A.getM());
+        checkList(cols, A.getN());
+        return visitStore(A, [&](const auto& a) {
+            using T = ElementOf<std::remove_reference_t<decltype(a)>>;
+            return makeSparse<T>([&](auto& s) {
+                s.llsp_subMatrix(a, rows.data(), rows.size(), cols.data(), cols.size());
+            });
+        });
+    });
+}
+
+namespace {
+
+/// The other layout of the same matrix.
+Sparse relaidOut(const Sparse& A, Symm_t symm)
+{
+    const bool empty = A.getM() == 0 && A.getN() == 0;
+    Sparse result = empty ? A : transpose(A, Trans);
+    result.setSymm(symm);
+    return result;
+}
+
+} // namespace
+
+Sparse convertToRow(const Sparse& A) { return A.getSymm() == Unsymmetric ? relaidOut(A, RowStored) : A; }
+
+Sparse convertToCol(const Sparse& A) { return isRowStored(A) ? relaidOut(A, Unsymmetric) : A; }
