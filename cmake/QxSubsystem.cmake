@@ -117,6 +117,7 @@ function(qx_finish_library)
   write_basic_package_version_file(${PROJECT_BINARY_DIR}/qxkernelConfigVersion.cmake COMPATIBILITY SameMajorVersion)
   install(FILES ${PROJECT_BINARY_DIR}/qxkernelConfig.cmake ${PROJECT_BINARY_DIR}/qxkernelConfigVersion.cmake
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxkernel)
+  file(RELATIVE_PATH QX_PREFIX_FROM_PC /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/qxkernel.pc.in ${PROJECT_BINARY_DIR}/qxkernel.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/qxkernel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endfunction()
