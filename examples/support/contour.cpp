@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -11,63 +12,43 @@
 namespace examples {
 namespace {
 
-// A corner of a cut triangle: a node (i, i), or the cut of the edge from i to j, i < j. So two triangles that share an
-// edge name its cut alike, and the pieces fit together by names instead of by nearly equal numbers.
+// A corner of a line: a node (i, i), or the cut of the edge between i and j, i < j. Two triangles that share an edge name
+// its cut alike, so pieces of lines fit together by names instead of by nearly equal numbers.
 struct Corner
 {
     std::int32_t i;
     std::int32_t j;
 
-    bool isCut() const { return i != j; }
-    std::uint64_t key() const { return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(i)) << 32) |
-                                       static_cast<std::uint32_t>(j); }
+    std::uint64_t key() const
+    {
+        return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(i)) << 32) | static_cast<std::uint32_t>(j);
+    }
 };
 
-Point position(const Mesh& mesh, const std::vector<double>& field, double level, Corner c)
+Corner node(int a)
 {
-    const Point& p = mesh.points[static_cast<std::size_t>(c.i)];
-    if (!c.isCut())
-        return p;
-    const Point& q = mesh.points[static_cast<std::size_t>(c.j)];
-    const double fp = field[static_cast<std::size_t>(c.i)];
-    const double fq = field[static_cast<std::size_t>(c.j)];
-    const double t = std::isinf(fp) || std::isinf(fq) ? 0.5 : (level - fp) / (fq - fp);
-    return {p[0] + t * (q[0] - p[0]), p[1] + t * (q[1] - p[1])};
+    return {a, a};
 }
 
-// Directed pieces from one corner to the next; each start may have several where the region touches itself in a point.
+Corner cut(int a, int b)
+{
+    return {std::min(a, b), std::max(a, b)};
+}
+
+// Directed pieces of lines. Several may leave one corner where a region touches itself.
 class Pieces
 {
 public:
     void add(Corner from, Corner to) { next_.emplace(from.key(), Piece{from, to, false}); }
 
-    // A piece that runs in both directions lies inside the region.
-    void addUnlessOpposite(Corner from, Corner to)
-    {
-        const auto [first, last] = next_.equal_range(to.key());
-        for (auto at = first; at != last; ++at)
-            if (at->second.to.key() == from.key()) {
-                next_.erase(at);
-                return;
-            }
-        add(from, to);
-    }
-
-    template <class Test>
-    void keepIf(Test test)
-    {
-        for (auto at = next_.begin(); at != next_.end();)
-            at = test(at->second.from, at->second.to) ? std::next(at) : next_.erase(at);
-    }
-
-    // Joins the pieces to lines; a closed line ends before its start is repeated, an open one keeps both ends.
+    // Joins the pieces: open lines first, which begin where no piece arrives; a closed line repeats its first corner.
     std::vector<std::vector<Corner>> lines()
     {
         std::unordered_map<std::uint64_t, int> arriving;
         for (const auto& [key, piece] : next_)
             ++arriving[piece.to.key()];
         std::vector<std::vector<Corner>> all;
-        for (auto& [key, piece] : next_) // open lines begin where nothing arrives
+        for (auto& [key, piece] : next_)
             if (!piece.used && arriving.find(key) == arriving.end())
                 all.push_back(follow(piece));
         for (auto& [key, piece] : next_)
@@ -87,8 +68,7 @@ private:
     std::vector<Corner> follow(Piece& first)
     {
         std::vector<Corner> line{first.from};
-        Piece* piece = &first;
-        while (piece) {
+        for (Piece* piece = &first; piece;) {
             piece->used = true;
             line.push_back(piece->to);
             const auto [begin, end] = next_.equal_range(piece->to.key());
@@ -103,45 +83,6 @@ private:
     std::unordered_multimap<std::uint64_t, Piece> next_;
 };
 
-Pieces boundaryAbove(const Mesh& mesh, const std::vector<double>& field, double level)
-{
-    Pieces pieces;
-    for (const auto& triangle : mesh.triangles) {
-        Corner polygon[6];
-        int n = 0;
-        bool isNaN = false;
-        for (std::size_t k = 0; k < 3; ++k) {
-            const int a = triangle[k];
-            const int b = triangle[(k + 1) % 3];
-            const double fa = field[static_cast<std::size_t>(a)];
-            const double fb = field[static_cast<std::size_t>(b)];
-            isNaN = isNaN || std::isnan(fa);
-            if (fa >= level)
-                polygon[n++] = {a, a};
-            if ((fa >= level) != (fb >= level))
-                polygon[n++] = {std::min(a, b), std::max(a, b)};
-        }
-        if (isNaN)
-            continue;
-        for (int k = 0; k < n; ++k)
-            pieces.addUnlessOpposite(polygon[k], polygon[(k + 1) % n]);
-    }
-    return pieces;
-}
-
-std::vector<Line> positions(const Mesh& mesh, const std::vector<double>& field, double level,
-                            const std::vector<std::vector<Corner>>& corners)
-{
-    std::vector<Line> lines;
-    for (const auto& line : corners) {
-        Line points;
-        for (const Corner c : line)
-            points.push_back(position(mesh, field, level, c));
-        lines.push_back(std::move(points));
-    }
-    return lines;
-}
-
 } // namespace
 
 void orient(Mesh& mesh)
@@ -152,7 +93,8 @@ void orient(Mesh& mesh)
         for (const int c : corner)
             if (c < 0 || c >= size)
                 throw std::invalid_argument("triangle " + std::to_string(t + 1) + " names point " +
-                                            std::to_string(c + 1) + ", there are " + std::to_string(size));
+                                            std::to_string(static_cast<long>(c) + 1) + ", there are " +
+                                            std::to_string(size));
         const Point& a = mesh.points[static_cast<std::size_t>(corner[0])];
         const Point& b = mesh.points[static_cast<std::size_t>(corner[1])];
         const Point& c = mesh.points[static_cast<std::size_t>(corner[2])];
@@ -161,16 +103,90 @@ void orient(Mesh& mesh)
     }
 }
 
-std::vector<Line> regionAbove(const Mesh& mesh, const std::vector<double>& field, double level)
+Contours::Contours(const Mesh& mesh, const std::vector<double>& field) : mesh_(mesh), field_(field)
 {
-    return positions(mesh, field, level, boundaryAbove(mesh, field, level).lines());
+    // An edge inside is met twice, once in each direction; the edges left over are the boundary.
+    std::unordered_map<std::uint64_t, bool> once; // whether it runs from the lower number to the higher
+    once.reserve(2 * mesh.triangles.size());
+    for (const Triangle& t : mesh.triangles) {
+        if (std::isnan(at(t[0])) || std::isnan(at(t[1])) || std::isnan(at(t[2])))
+            continue;
+        triangles_.push_back(t);
+        for (std::size_t k = 0; k < 3; ++k) {
+            const int a = t[k];
+            const int b = t[(k + 1) % 3];
+            const auto [entry, isNew] = once.try_emplace(cut(a, b).key(), a < b);
+            if (!isNew)
+                once.erase(entry);
+        }
+    }
+    for (const auto& [key, rises] : once) {
+        const int low = static_cast<int>(key >> 32);
+        const int high = static_cast<int>(key & 0xffffffffu);
+        boundary_.push_back(rises ? Edge{low, high} : Edge{high, low});
+    }
+    std::sort(boundary_.begin(), boundary_.end()); // the order of a hash table is not the same everywhere
 }
 
-std::vector<Line> isoLines(const Mesh& mesh, const std::vector<double>& field, double level)
+std::vector<Line> Contours::lines(double level, bool inside, bool boundary) const
 {
-    Pieces pieces = boundaryAbove(mesh, field, level);
-    pieces.keepIf([](Corner from, Corner to) { return from.isCut() && to.isCut(); });
-    return positions(mesh, field, level, pieces.lines());
+    Pieces pieces;
+    const auto above = [&](int point) { return at(point) >= level; };
+    if (inside)
+        for (const Triangle& t : triangles_) {
+            const bool high[3] = {above(t[0]), above(t[1]), above(t[2])};
+            if (high[0] == high[1] && high[1] == high[2])
+                continue;
+            Corner leaves{};    // where the counterclockwise walk leaves the part above, and where it enters
+            Corner enters{};
+            for (std::size_t k = 0; k < 3; ++k) {
+                const std::size_t next = (k + 1) % 3;
+                if (high[k] && !high[next])
+                    leaves = cut(t[k], t[next]);
+                if (!high[k] && high[next])
+                    enters = cut(t[k], t[next]);
+            }
+            pieces.add(leaves, enters);
+        }
+    if (boundary)
+        for (const auto& [a, b] : boundary_)
+            if (above(a) || above(b))
+                pieces.add(above(a) ? node(a) : cut(a, b), above(b) ? node(b) : cut(a, b));
+
+    std::vector<Line> result;
+    for (const auto& corners : pieces.lines()) {
+        Line line;
+        line.reserve(corners.size());
+        for (const Corner c : corners)
+            line.push_back(position(c.i, c.j, level));
+        result.push_back(std::move(line));
+    }
+    return result;
+}
+
+Point Contours::position(int i, int j, double level) const
+{
+    const Point& p = mesh_.points[static_cast<std::size_t>(i)];
+    if (i == j)
+        return p;
+    const Point& q = mesh_.points[static_cast<std::size_t>(j)];
+    const double t = std::isinf(at(i)) || std::isinf(at(j)) ? 0.5 : (level - at(i)) / (at(j) - at(i));
+    return {p[0] + t * (q[0] - p[0]), p[1] + t * (q[1] - p[1])};
+}
+
+std::vector<Line> Contours::regionAbove(double level) const
+{
+    return lines(level, true, true);
+}
+
+std::vector<Line> Contours::isoLines(double level) const
+{
+    return lines(level, true, false);
+}
+
+std::vector<Line> Contours::outline() const
+{
+    return lines(-std::numeric_limits<double>::infinity(), false, true);
 }
 
 } // namespace examples

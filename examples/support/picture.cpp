@@ -276,8 +276,9 @@ void writePicture(std::ostream& out, const Mesh& mesh, const std::vector<double>
     const Frame frame(mesh);
     const Scale scale(field);
     const std::vector<double> ticks = roundNumbers(scale.range.low, scale.range.high, 10);
+    const Contours contours(mesh, field);
     const std::vector<double> everywhere(mesh.points.size(), 0.0);
-    const std::string outline = pathOf(regionAbove(mesh, everywhere, -1.0), frame, true);
+    const std::string outline = pathOf(Contours(mesh, everywhere).outline(), frame, true);
 
     out << "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " << number(kWidth, "%.0f") << " "
         << number(frame.total(), "%.0f") << "\" font-family=\"Helvetica, Arial, sans-serif\" font-size=\"15\" "
@@ -292,11 +293,11 @@ void writePicture(std::ostream& out, const Mesh& mesh, const std::vector<double>
     for (int band = 0; band < kBands; ++band) {
         // Bands are painted over each other, so no seam shows between two. The lowest one includes the rounded minimum.
         const double level = band == 0 ? -std::numeric_limits<double>::max() : scale.level(band);
-        writePath(out, pathOf(regionAbove(mesh, field, level), frame, true), "fill=\"" + scale.colourOf(band) + "\"");
+        writePath(out, pathOf(contours.regionAbove(level), frame, true), "fill=\"" + scale.colourOf(band) + "\"");
     }
     std::string lines;
     for (const double t : ticks)
-        lines += pathOf(isoLines(mesh, field, t), frame, false);
+        lines += pathOf(contours.isoLines(t), frame, false);
     writePath(out, lines,
               "fill=\"none\" stroke=\"#000\" stroke-opacity=\"0.45\" stroke-width=\"7\" stroke-linejoin=\"round\"");
     writePath(out, outline, "fill=\"none\" stroke=\"#222\" stroke-width=\"16\" stroke-linejoin=\"round\"");

@@ -87,10 +87,10 @@ TEST(Contour, RegionAboveAPlaneHasTheExactAreaAndOneBoundary)
     const std::vector<double> f = values(mesh, [](double x, double y) { return x + 2.0 * y; });
 
     // x + 2 y >= 1/2 cuts off the triangle with the legs 1/2 and 1/4, x + 2 y >= 5/2 leaves one with 1/2 and 1/4.
-    EXPECT_NEAR(area(regionAbove(mesh, f, 0.5)), 1.0 - 1.0 / 16.0, 1e-14);
-    EXPECT_NEAR(area(regionAbove(mesh, f, 2.5)), 1.0 / 16.0, 1e-14);
-    EXPECT_EQ(regionAbove(mesh, f, 0.5).size(), 1u);
-    EXPECT_TRUE(regionAbove(mesh, f, 3.5).empty());
+    EXPECT_NEAR(area(Contours(mesh, f).regionAbove(0.5)), 1.0 - 1.0 / 16.0, 1e-14);
+    EXPECT_NEAR(area(Contours(mesh, f).regionAbove(2.5)), 1.0 / 16.0, 1e-14);
+    EXPECT_EQ(Contours(mesh, f).regionAbove(0.5).size(), 1u);
+    EXPECT_TRUE(Contours(mesh, f).regionAbove(3.5).empty());
 }
 
 TEST(Contour, IsoLineOfAPlaneIsOneStraightLine)
@@ -98,7 +98,7 @@ TEST(Contour, IsoLineOfAPlaneIsOneStraightLine)
     const Mesh mesh = square(5);
     const std::vector<double> f = values(mesh, [](double x, double) { return x; });
 
-    const std::vector<Line> lines = isoLines(mesh, f, 0.3);
+    const std::vector<Line> lines = Contours(mesh, f).isoLines(0.3);
 
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_NEAR(length(lines), 1.0, 1e-14);
@@ -110,7 +110,9 @@ TEST(Contour, OutlineGoesRoundHolesTheOtherWay)
 {
     const Mesh mesh = square(3, [](int i, int j) { return i == 1 && j == 1; });
 
-    const std::vector<Line> lines = regionAbove(mesh, std::vector<double>(16, 0.0), -kInfinity);
+    const std::vector<double> f(16, 0.0);
+
+    const std::vector<Line> lines = Contours(mesh, f).outline();
 
     EXPECT_EQ(lines.size(), 2u);
     EXPECT_NEAR(area(lines), 8.0 / 9.0, 1e-14);
@@ -122,8 +124,8 @@ TEST(Contour, LevelsThroughNodesAndClosedLinesAreComplete)
     const std::vector<double> f = values(mesh, [](double x, double y) { return -std::abs(x - 0.5) - std::abs(y - 0.5); });
 
     // |x - 1/2| + |y - 1/2| <= 1/4 holds on a square with diagonals 1/2; nodes lie on the level.
-    EXPECT_NEAR(area(regionAbove(mesh, f, -0.25)), 0.125, 0.04);
-    EXPECT_EQ(regionAbove(mesh, f, -0.25).size(), 1u);
+    EXPECT_NEAR(area(Contours(mesh, f).regionAbove(-0.25)), 0.125, 0.04);
+    EXPECT_EQ(Contours(mesh, f).regionAbove(-0.25).size(), 1u);
 }
 
 TEST(Contour, TrianglesWithNaNDoNotCount)
@@ -132,7 +134,7 @@ TEST(Contour, TrianglesWithNaNDoNotCount)
     std::vector<double> f(25, 1.0);
     f[0] = NAN; // two triangles of area 1/32
 
-    EXPECT_NEAR(area(regionAbove(mesh, f, 0.0)), 1.0 - 2.0 / 32.0, 1e-14);
+    EXPECT_NEAR(area(Contours(mesh, f).regionAbove(0.0)), 1.0 - 2.0 / 32.0, 1e-14);
 }
 
 TEST(Contour, OrientTurnsClockwiseTrianglesAndRefusesCornersThatAreNoPoints)
@@ -141,7 +143,8 @@ TEST(Contour, OrientTurnsClockwiseTrianglesAndRefusesCornersThatAreNoPoints)
 
     orient(mesh);
 
-    EXPECT_NEAR(area(regionAbove(mesh, {0.0, 0.0, 0.0}, -1.0)), 0.5, 1e-15);
+    const std::vector<double> f(3, 0.0);
+    EXPECT_NEAR(area(Contours(mesh, f).outline()), 0.5, 1e-15);
     for (const int corner : {-1, 3}) {
         mesh.triangles[0][1] = corner;
         EXPECT_THROW(orient(mesh), std::invalid_argument);
