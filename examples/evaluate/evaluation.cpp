@@ -1,17 +1,12 @@
 #include "evaluation.hpp"
 
-#include "explain.hpp"
-#include "pointevaluator.hpp"
-#include "support/options.hpp"
+#include "formulas/explain.hpp"
+#include "formulas/pointevaluator.hpp"
 #include "support/progress.hpp"
 
-#include "arrayalloc.hpp"
-#include "evalflags.hpp"
-#include "evalrep.hpp"
 #include "evaltree.hpp"
 #include "nodemaker.hpp"
 #include "qxexception.hpp"
-#include "valrepcache.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -20,70 +15,13 @@
 
 namespace {
 
-using examples::Table;
-
-// A value that the options forbid: the formula is real by wish, its value is not.
-struct ComplexValue
-{
-    std::complex<double> value;
-};
-
-// The evaluation of one thread: what belongs to it alone.
-class Worker
-{
-public:
-    Worker(const Table& table, const Definitions& definitions, const NodeMakerPtr& nodeMaker, std::size_t block)
-        : evaluator_(boost::make_shared<PointEvaluator>(table, definitions, nodeMaker)),
-          cache_(boost::make_shared<ValRepCache>(boost::make_shared<ArrayAllocImpl>(block, 1ul << 24)))
-    {
-    }
-
-    const boost::shared_ptr<PointEvaluator>& evaluator() const { return evaluator_; }
-
-    // A new range of rows: values of named variables are kept from one formula to the next, not longer.
-    void begin(std::size_t first, std::size_t count)
-    {
-        evaluator_->setRows(first, count);
-        cache_->reset();
-        first_ = first;
-        count_ = count;
-    }
-
-    void evaluate(const EvalTreePtr& tree, Column& column)
-    {
-        const ValRepPtr value = tree->eval(evaluator_, cache_, EvalValues);
-        value->throwError();
-        const int n = static_cast<int>(count_);
-        if (!column.complex.empty()) {
-            value->copyToArray(column.complex.data() + first_, n, 1);
-            return;
-        }
-        if (value->isComplex())
-            refuse(*value);
-        value->copyToArray(column.real.data() + first_, n, 1);
-    }
-
-private:
-    void refuse(const ValRep& value) const
-    {
-        std::vector<std::complex<double>> numbers(count_);
-        value.copyToArray(numbers.data(), static_cast<int>(count_), 1);
-        for (const std::complex<double>& z : numbers)
-            if (z.imag() != 0.0)
-                throw ComplexValue{z};
-    }
-
-    boost::shared_ptr<PointEvaluator> evaluator_;
-    ValRepCachePtr cache_;
-    std::size_t first_ = 0;
-    std::size_t count_ = 0;
-};
+using namespace examples;
 
 std::string rowText(const Table& table, std::size_t row)
 {
     std::string text = table.file + ":" + std::to_string(table.lines[row]) + " (";
     for (std::size_t k = 0; k < table.names.size(); ++k)
-        text += (k > 0 ? ", " : "") + table.names[k] + " = " + examples::toText(table.columns[k][row]);
+        text += (k > 0 ? ", " : "") + table.names[k] + " = " + toText(table.columns[k][row]);
     return text + ")";
 }
 
@@ -110,12 +48,12 @@ public:
     {
         const std::size_t rows = table_.rows();
         const std::size_t blocks = (rows + options_.block - 1) / options_.block;
-        examples::Progress progress("evaluating", static_cast<long>(rows));
+        Progress progress("evaluating", static_cast<long>(rows));
         std::atomic<std::size_t> bad{blocks}; // the first block that failed
 
 #pragma omp parallel num_threads(options_.threads)
         {
-            Worker worker(table_, definitions_, nodeMaker_, options_.block);
+            BlockEvaluator worker(table_.names, definitions_, nodeMaker_, options_.block);
 #pragma omp for schedule(dynamic)
             for (std::size_t b = 0; b < blocks; ++b) {
                 if (b > bad)
@@ -162,7 +100,7 @@ private:
     // Unreadable text is found before any number is computed.
     void parse()
     {
-        const Worker worker(table_, definitions_, nodeMaker_, options_.block);
+        const BlockEvaluator worker(table_.names, definitions_, nodeMaker_, options_.block);
         const auto read = [&](const std::string& what, const EvalTreePtr& tree) {
             try {
                 tree->parse(worker.evaluator());
@@ -176,25 +114,41 @@ private:
             read("formula '" + columns_[k].name + "'", trees_[k]);
     }
 
-    void evaluateRows(Worker& worker, std::size_t first, std::size_t count)
+    void setRows(BlockEvaluator& worker, std::size_t first, std::size_t count) const
     {
-        worker.begin(first, count);
+        std::vector<const double*> values;
+        for (const std::vector<double>& column : table_.columns)
+            values.push_back(column.data() + first);
+        worker.setPoints(std::move(values), count);
+    }
+
+    void evaluateFormula(BlockEvaluator& worker, std::size_t k, std::size_t first)
+    {
+        if (options_.complex)
+            worker.values(*trees_[k], columns_[k].complex.data() + first);
+        else
+            worker.values(*trees_[k], columns_[k].real.data() + first);
+    }
+
+    void evaluateRows(BlockEvaluator& worker, std::size_t first, std::size_t count)
+    {
+        setRows(worker, first, count);
         for (std::size_t k = 0; k < trees_.size(); ++k)
-            worker.evaluate(trees_[k], columns_[k]);
+            evaluateFormula(worker, k, first);
     }
 
     // What stops formula k on these rows; empty if nothing does.
-    std::string failure(Worker& worker, std::size_t k, std::size_t first, std::size_t count)
+    std::string failure(BlockEvaluator& worker, std::size_t k, std::size_t first, std::size_t count)
     {
         try {
-            worker.begin(first, count);
-            worker.evaluate(trees_[k], columns_[k]);
+            setRows(worker, first, count);
+            evaluateFormula(worker, k, first);
             return {};
         } catch (const qxbase::Exception& e) {
             return explain(e);
         } catch (const ComplexValue& c) {
-            return "\n  the value is complex: " + examples::toText(c.value.real()) +
-                   (c.value.imag() < 0.0 ? "" : "+") + examples::toText(c.value.imag()) +
+            return "\n  the value is complex: " + toText(c.value.real()) +
+                   (c.value.imag() < 0.0 ? "" : "+") + toText(c.value.imag()) +
                    "*i (--complex writes complex values)";
         }
     }
@@ -202,7 +156,7 @@ private:
     // Halves the failing rows until one is left, then tells the story there.
     [[noreturn]] void tell(std::size_t first, std::size_t count)
     {
-        Worker worker(table_, definitions_, nodeMaker_, options_.block);
+        BlockEvaluator worker(table_.names, definitions_, nodeMaker_, options_.block);
         for (std::size_t k = 0; k < trees_.size(); ++k) {
             if (failure(worker, k, first, count).empty())
                 continue;
@@ -230,19 +184,6 @@ private:
 };
 
 } // namespace
-
-Formula Formula::parse(const std::string& typed)
-{
-    const std::size_t equal = typed.find('=');
-    const std::string left = typed.substr(0, equal);
-    const bool named = equal != std::string::npos && equal > 0 &&
-                       typed.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_ ") ==
-                           equal &&
-                       typed.compare(equal, 2, "==") != 0;
-    if (!named)
-        return {typed, typed};
-    return {examples::split(left, '=').front(), typed.substr(equal + 1)};
-}
 
 std::vector<Column> evaluate(const Table& table, const std::vector<Formula>& definitions,
                              const std::vector<Formula>& formulas, const EvaluationOptions& options)

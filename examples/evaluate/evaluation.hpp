@@ -1,28 +1,11 @@
 #pragma once
 
+#include "formulas/formula.hpp"
 #include "support/csv.hpp"
 
 #include <complex>
-#include <stdexcept>
 #include <string>
 #include <vector>
-
-/// A named expression as typed: "name=expression", or an expression alone, which is then its own name.
-struct Formula
-{
-    std::string name;
-    std::string text;
-
-    /// "==" does not part a name from an expression.
-    static Formula parse(const std::string& typed);
-};
-
-/// A formula has no value; what() tells the story over several lines, first the formula and the point.
-class EvaluationError : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
 
 /// The values of a formula, one a row. Only one of the two vectors is filled.
 struct Column
@@ -45,5 +28,5 @@ struct EvaluationOptions
 /// Each thread has an evaluator, a cache and an allocator of its own; the graphs of the formulas are shared. The values
 /// do not depend on the number of threads. Raises EvaluationError naming the first failing formula at the first failing
 /// row of the first failing block.
-std::vector<Column> evaluate(const examples::Table& table, const std::vector<Formula>& definitions,
-                             const std::vector<Formula>& formulas, const EvaluationOptions& options);
+std::vector<Column> evaluate(const examples::Table& table, const std::vector<examples::Formula>& definitions,
+                             const std::vector<examples::Formula>& formulas, const EvaluationOptions& options);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+namespace examples {
 namespace {
 
 // The wording belongs to the program, the identifier to the library. {key} stands for an argument of the entry.
@@ -75,3 +76,5 @@ std::string explain(const qxbase::Exception& failure)
     }
     return story;
 }
+
+} // namespace examples
