@@ -105,11 +105,6 @@ public:
     /// Here: raises "Cannot create definitions from " and the name.
     virtual int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
                            const VarEvaluatorPtr& evaluator) const;
-
-protected:
-    /// The common form of createDefs: all arguments, then one definition with the opcode.
-    int createDefsRec(const EvalNodes& args, int opcode, ExprComp& compiler, DefIds& names, int& nextId,
-                      const VarEvaluatorPtr& evaluator) const;
 };
 
 /// Function of one argument: fill in the four unary forms and the name.

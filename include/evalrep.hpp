@@ -4,6 +4,7 @@
 #include "arrayalloc.hpp"
 #include "fwd.hpp"
 #include "qxexport.hpp"
+#include "recycling.hpp"
 
 #include <complex>
 #include <string>
@@ -94,7 +95,8 @@ public:
     void reset(const ValRepPtr& other, bool steal);
 
     /// First number of the first block; the real part of a complex one. 0 for a zero value.
-    /// Fails, as all readings: throwError() on a NaN value.
+    /// Fails, as all readings: throwError() on a NaN value; "QUORIX_assertion_failure" (evalrep) for a block, a point or a
+    /// storage that is not there.
     double getDouble() const;
     std::complex<double> getComplex() const;
     double getScalarDouble(const int& block) const;
@@ -106,8 +108,8 @@ public:
     DValRepReaderPtr getDoubleReader() const;
     CValRepReaderPtr getComplexReader() const;
 
-    /// Writes all points and blocks in linear order, scalars repeated; real targets take real parts. Array targets
-    /// shorter than size * nBlocks are resized first.
+    /// Writes all points and blocks in linear order; real targets take real parts. A scalar or zero value is repeated
+    /// over all points of the target. Array targets shorter than size * nBlocks are resized first.
     void copyToArray(Array<double, 1>& target) const;
     void copyToArray(Array<std::complex<double>, 1>& target) const;
     void copyToArray(double* target, int nPoints, int nBlocks) const;
@@ -183,11 +185,18 @@ private:
     friend class CValRepReader;
     friend class ValRepOps;
 
-    using DScalars = std::vector<boost::shared_ptr<double>>;
-    using CScalars = std::vector<boost::shared_ptr<std::complex<double>>>;
-    using DArrays = std::vector<DArrayPtr>;
-    using CArrays = std::vector<CArrayPtr>;
+    template <class P>
+    using Blocks = std::vector<P, qxeval::Recycling<P>>;
+    using DScalars = Blocks<boost::shared_ptr<double>>;
+    using CScalars = Blocks<boost::shared_ptr<std::complex<double>>>;
+    using DArrays = Blocks<DArrayPtr>;
+    using CArrays = Blocks<CArrayPtr>;
 
+    // The four vectors by element type; the argument is only a tag.
+    DScalars& scalarsOf(double) { return dScalars_; }
+    CScalars& scalarsOf(std::complex<double>) { return cScalars_; }
+    DArrays& arraysOf(double) { return dArrays_; }
+    CArrays& arraysOf(std::complex<double>) { return cArrays_; }
     const DScalars& scalarsOf(double) const { return dScalars_; }
     const CScalars& scalarsOf(std::complex<double>) const { return cScalars_; }
     const DArrays& arraysOf(double) const { return dArrays_; }

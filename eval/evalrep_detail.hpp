@@ -1,0 +1,89 @@
+#pragma once
+
+// Access to the storage of a value by element type and shape, shared by the sources of ValRep.
+
+#include "errinfo.hpp"
+#include "evalrep.hpp"
+#include "qxexception.hpp"
+
+#include <atomic>
+#include <boost/make_shared.hpp>
+
+class ValRepOps
+{
+public:
+    using Complex = std::complex<double>;
+    template <class T>
+    using ArrayPtr = boost::shared_ptr<Array<T, 1>>;
+
+    static bool isOnlyReference(const ValRepPtr& v)
+    {
+        if (v.use_count() != 1)
+            return false;
+        std::atomic_thread_fence(std::memory_order_acquire); // what the last other owner wrote is seen from here on
+        return true;
+    }
+    static bool isUnique(const ValRepPtr& v) { return isOnlyReference(v) && v->hasUniqueData(); }
+
+    /// Calls f with the active vector of blocks.
+    template <class V, class F>
+    static decltype(auto) withBlocks(V& v, F f)
+    {
+        if (v.scalar_)
+            return v.storedComplex_ ? f(v.cScalars_) : f(v.dScalars_);
+        return v.storedComplex_ ? f(v.cArrays_) : f(v.dArrays_);
+    }
+
+    template <class T>
+    static boost::shared_ptr<T> newScalar(const T& value)
+    {
+        return boost::allocate_shared<T>(qxeval::Recycling<T>(), value);
+    }
+
+    /// An array for `size` elements from v's allocator, or from the heap without one.
+    static void lease(const ValRep& v, DArrayPtr& out)
+    {
+        if (!v.allocator_)
+            out = boost::make_shared<Array<double, 1>>(static_cast<unsigned long>(v.size_));
+        else if (v.size_ > v.allocator_->getBlockSize())
+            v.allocator_->dCheckout(static_cast<int>(v.size_), out);
+        else
+            v.allocator_->dCheckout(out);
+    }
+    static void lease(const ValRep& v, CArrayPtr& out)
+    {
+        if (!v.allocator_)
+            out = boost::make_shared<Array<Complex, 1>>(static_cast<unsigned long>(v.size_));
+        else if (v.size_ > v.allocator_->getBlockSize())
+            v.allocator_->cCheckout(static_cast<int>(v.size_), out);
+        else
+            v.allocator_->cCheckout(out);
+    }
+
+    static void copyFlags(ValRep& to, const ValRep& from)
+    {
+        to.scalar_ = from.scalar_;
+        to.storedComplex_ = from.storedComplex_;
+        to.complex_ = from.complex_;
+        to.zero_ = from.zero_;
+        to.nan_ = from.nan_;
+        to.evaluated_ = from.evaluated_;
+    }
+
+    static boost::shared_ptr<ErrInfo> copyOf(const boost::shared_ptr<ErrInfo>& errors)
+    {
+        return errors ? boost::make_shared<ErrInfo>(*errors) : errors;
+    }
+
+    static void check(bool condition)
+    {
+        if (!condition)
+            QX_RAISE("evalrep", "QUORIX_assertion_failure");
+    }
+
+    template <class V>
+    static auto& complexFlag(V& v) { return v.complex_; }
+
+    static bool needsZeroScalar(const ValRep& v) { return v.zero_ && v.dScalars_.empty() && v.cScalars_.empty(); }
+    static bool isEmpty(const ValRep& v) { return v.nBlocks_ == 0 && !v.zero_; }
+};

@@ -1,0 +1,3 @@
+#define QX_UNIT avx512
+#define QX_UNIT_LANES 8
+#include "functions/kernels_unit_detail.hpp"

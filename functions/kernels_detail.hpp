@@ -1,0 +1,57 @@
+#pragma once
+
+// The element loops behind every function object. Each function exists once as source (kernels_*_detail.hpp) and is
+// compiled for several vector units; the best one that the processor has is chosen at the first call.
+//
+// All units give the same bits: the vector library promises it for its FMA family, and the code around it uses only
+// operations that IEEE 754 rounds one way. The last unit, for processors without FMA, is the exception: its elementary
+// functions come from the library's other family and may differ in the last bit.
+
+#include <cstddef>
+
+namespace qxkernels {
+
+/// f over n elements in place; complex ones are (re, im) pairs. Returns FunBits.
+using UnaryLoop = unsigned (*)(double* x, std::size_t n);
+
+/// Which operands are one number for all elements, which are complex, and which one has the storage type of the result.
+enum Shape : unsigned { kXScalar = 1, kYScalar = 2, kXComplex = 4, kYComplex = 8, kLikeY = 16 };
+
+/// out = f(x, y). out may be x or y or both.
+using BinaryLoop = unsigned (*)(double* out, const double* x, const double* y, unsigned shape, std::size_t n);
+
+struct Unary
+{
+    UnaryLoop real;
+    UnaryLoop complex;
+};
+
+// Names of the kernels. The order means nothing.
+#define QX_UNARY_KERNELS(_) \
+    _(Abs) _(Acos) _(Acosh) _(Acot) _(Acoth) _(Acsc) _(Acsch) _(Arg) _(Asec) _(Asech) _(Asin) _(Asinh) _(Atan) _(Atanh) \
+    _(Ceil) _(Conj) _(Cos) _(Cosh) _(Cot) _(Coth) _(Csc) _(Csch) _(Erf) _(Exp) _(Fix) _(Floor) _(Imag) _(Log) _(Log10) \
+    _(Log2) _(Not) _(PowM1) _(PowM2) _(Pow2) _(Pow3) _(Pow4) _(Real) _(Round) _(Sec) _(Sech) _(Sign) _(Sin) _(Sinh) \
+    _(Sqrt) _(Tan) _(Tanh) _(UMinus) _(UPlus)
+#define QX_BINARY_KERNELS(_) \
+    _(And) _(Atan2) _(Div) _(EQ) _(GE) _(GT) _(LE) _(LT) _(Max) _(Min) _(Minus) _(Mod) _(Mult) _(NE) _(Or) _(Plus) \
+    _(PlusSq) _(Pow) _(RealDot)
+
+struct KernelTable
+{
+    const char* unit;
+#define QX_FIELD(name) Unary name;
+    QX_UNARY_KERNELS(QX_FIELD)
+#undef QX_FIELD
+#define QX_FIELD(name) BinaryLoop name;
+    QX_BINARY_KERNELS(QX_FIELD)
+#undef QX_FIELD
+};
+
+/// The kernels for this processor.
+const KernelTable& kernels();
+
+enum class Unit { Avx512, Avx2, Fma, Portable };
+/// The kernels of one unit, null when the processor does not have it. For tests and measurements.
+const KernelTable* kernelsOf(Unit unit);
+
+} // namespace qxkernels

@@ -1,0 +1,236 @@
+#pragma once
+
+// The loops that turn a function on one vector into a kernel over n elements. A function is a class with
+//
+//   static V real(V x)                   the real form
+//   static Z complex(Z z)                the complex form
+//   static constexpr bool nanIsError     a NaN result of the real form is a domain failure (default false)
+//   static constexpr ComplexBit bit      when the complex form reports kFunComplex (default: by the results)
+//   static M kindError(Z z)              lanes where the complex form is not defined (default: none)
+//
+// and two arguments in the forms of two arguments, which may also have
+//
+//   static Z complexReal(Z x, V y), realComplex(V x, Z y)     one operand real (default: imaginary part 0)
+//   static M domainError(V x, V y), domainError(Z x, Z y)     lanes that set kFunDomain (default: none)
+//   static constexpr bool bothParts      a complex operand of a real result counts with both parts (default: real part)
+//
+// The last elements, fewer than a vector, are computed in a vector filled up with copies of the last one: a value never
+// depends on its position or on how many are computed together.
+
+#include "functions/kernels_detail.hpp"
+#include "functions/simd_detail.hpp"
+
+namespace qxkernels {
+namespace QX_UNIT {
+namespace {
+
+constexpr unsigned kComplexBit = 1, kDomainBit = 2, kKindBit = 4; // FunBits
+
+enum class ComplexBit { Never, ByResult, Always };
+
+struct FunctionDefaults
+{
+    static constexpr bool nanIsError = false;
+    static constexpr bool bothParts = false;
+    static constexpr ComplexBit bit = ComplexBit::ByResult;
+};
+
+/// Finds a NaN among many numbers by one sum. The factor 2^-64 is exact and keeps the sum from overflowing, so that only
+/// a NaN, or infinities of both signs, make it a NaN.
+class NaNSum
+{
+public:
+    void add(V x) { sum_ += x * 0x1p-64; }
+    void add(const NaNSum& other) { sum_ += other.sum_; }
+    bool isNaN() const
+    {
+        double total = 0.0;
+        for (std::size_t i = 0; i < kLanes; ++i)
+            total += sum_[i];
+        return total != total;
+    }
+
+private:
+    V sum_{};
+};
+
+/// `width` numbers for every lane from n of them, filled up with copies of the last.
+template <std::size_t width>
+inline void fillUp(double* buffer, const double* x, std::size_t n)
+{
+    for (std::size_t i = 0; i < kLanes; ++i)
+        for (std::size_t k = 0; k < width; ++k)
+            buffer[width * i + k] = x[width * (i < n ? i : n - 1) + k];
+}
+
+template <std::size_t width>
+inline void copyOut(double* x, const double* buffer, std::size_t n)
+{
+    for (std::size_t i = 0; i < width * n; ++i)
+        x[i] = buffer[i];
+}
+
+template <class F>
+unsigned realLoop(double* x, std::size_t n)
+{
+    NaNSum even, odd;
+    const auto step = [](double* p, NaNSum& sum) {
+        const V y = F::real(load(p));
+        store(p, y);
+        if constexpr (F::nanIsError)
+            sum.add(y);
+    };
+    std::size_t i = 0;
+    for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
+        step(x + i, even);
+        step(x + i + kLanes, odd);
+    }
+    for (; i < n; i += kLanes) {
+        if (i + kLanes <= n) {
+            step(x + i, even);
+            continue;
+        }
+        double buffer[kLanes];
+        fillUp<1>(buffer, x + i, n - i);
+        step(buffer, even);
+        copyOut<1>(x + i, buffer, n - i);
+    }
+    if constexpr (F::nanIsError) {
+        even.add(odd);
+        return even.isNaN() ? kDomainBit : 0u;
+    }
+    return 0u;
+}
+
+template <class F>
+unsigned complexLoop(double* x, std::size_t n)
+{
+    M notReal{}, undefined{};
+    const auto step = [&](double* p) {
+        const Z z = loadZ(p);
+        const Z w = F::complex(z);
+        storeZ(p, w);
+        if constexpr (F::bit == ComplexBit::ByResult)
+            notReal |= w.im != 0.0;
+        if constexpr (requires { F::kindError(z); })
+            undefined |= F::kindError(z);
+    };
+    std::size_t i = 0;
+    for (; i + kLanes <= n; i += kLanes)
+        step(x + 2 * i);
+    if (i < n) {
+        double buffer[2 * kLanes];
+        fillUp<2>(buffer, x + 2 * i, n - i);
+        step(buffer);
+        copyOut<2>(x + 2 * i, buffer, n - i);
+    }
+    const bool complexResult = F::bit == ComplexBit::Always || any(notReal);
+    return (complexResult ? kComplexBit : 0u) | (any(undefined) ? kKindBit : 0u);
+}
+
+template <bool complexStorage>
+inline auto loadAs(const double* p)
+{
+    if constexpr (complexStorage)
+        return loadZ(p);
+    else
+        return load(p);
+}
+inline V realPart(V x) { return x; }
+inline V realPart(Z x) { return x.re; }
+inline Z asComplex(V x) { return real(x); }
+inline Z asComplex(Z x) { return x; }
+
+/// f(x, y) for storage types X and Y, in real storage.
+template <class F, class X, class Y>
+inline V realResult(X x, Y y)
+{
+    if constexpr (F::bothParts && !(__is_same(X, V) && __is_same(Y, V)))
+        return F::complex(asComplex(x), asComplex(y)).re;
+    else
+        return F::real(realPart(x), realPart(y));
+}
+
+/// The same in complex storage.
+template <class F, class X, class Y>
+inline Z complexResult(X x, Y y)
+{
+    if constexpr (__is_same(Y, V) && requires { F::complexReal(asComplex(x), realPart(y)); })
+        return F::complexReal(x, y);
+    else if constexpr (__is_same(X, V) && requires { F::realComplex(realPart(x), asComplex(y)); })
+        return F::realComplex(x, y);
+    else
+        return F::complex(asComplex(x), asComplex(y));
+}
+
+template <class F, bool xComplex, bool yComplex, bool outComplex>
+unsigned binaryLoop(double* out, const double* x, const double* y, unsigned shape, std::size_t n)
+{
+    constexpr std::size_t widthX = xComplex ? 2 : 1, widthY = yComplex ? 2 : 1, widthOut = outComplex ? 2 : 1;
+    double scalarX[2 * kLanes], scalarY[2 * kLanes];
+    std::size_t stepX = widthX, stepY = widthY; // doubles from one element to the next
+    if (shape & kXScalar) {
+        fillUp<widthX>(scalarX, x, 1);
+        x = scalarX;
+        stepX = 0;
+    }
+    if (shape & kYScalar) {
+        fillUp<widthY>(scalarY, y, 1);
+        y = scalarY;
+        stepY = 0;
+    }
+
+    NaNSum sum;
+    M notReal{}, failed{};
+    const auto step = [&](double* to, const double* fromX, const double* fromY) {
+        const auto a = loadAs<xComplex>(fromX);
+        const auto b = loadAs<yComplex>(fromY);
+        if constexpr (requires { F::domainError(a, b); })
+            failed |= F::domainError(a, b);
+        else if constexpr (requires { F::domainError(asComplex(a), asComplex(b)); })
+            failed |= F::domainError(asComplex(a), asComplex(b));
+        if constexpr (outComplex) {
+            const Z r = complexResult<F>(a, b);
+            storeZ(to, r);
+            if constexpr (F::bit == ComplexBit::ByResult)
+                notReal |= r.im != 0.0;
+        } else {
+            const V r = realResult<F>(a, b);
+            store(to, r);
+            if constexpr (F::nanIsError)
+                sum.add(r);
+        }
+    };
+    std::size_t i = 0;
+    for (; i + kLanes <= n; i += kLanes)
+        step(out + widthOut * i, x + stepX * i, y + stepY * i);
+    if (i < n) {
+        double restX[2 * kLanes], restY[2 * kLanes], rest[2 * kLanes];
+        if (stepX != 0)
+            fillUp<widthX>(restX, x + stepX * i, n - i);
+        if (stepY != 0)
+            fillUp<widthY>(restY, y + stepY * i, n - i);
+        step(rest, stepX != 0 ? restX : x, stepY != 0 ? restY : y);
+        copyOut<widthOut>(out + widthOut * i, rest, n - i);
+    }
+    const bool complexOut = outComplex && (F::bit == ComplexBit::Always || any(notReal));
+    return (complexOut ? kComplexBit : 0u) | (any(failed) || sum.isNaN() ? kDomainBit : 0u);
+}
+
+template <class F>
+unsigned binary(double* out, const double* x, const double* y, unsigned shape, std::size_t n)
+{
+    switch (shape & (kXComplex | kYComplex | kLikeY)) {
+    case 0:
+    case kLikeY:                          return binaryLoop<F, false, false, false>(out, x, y, shape, n);
+    case kXComplex:                       return binaryLoop<F, true, false, true>(out, x, y, shape, n);
+    case kXComplex | kLikeY:              return binaryLoop<F, true, false, false>(out, x, y, shape, n);
+    case kYComplex:                       return binaryLoop<F, false, true, false>(out, x, y, shape, n);
+    case kYComplex | kLikeY:              return binaryLoop<F, false, true, true>(out, x, y, shape, n);
+    default:                              return binaryLoop<F, true, true, true>(out, x, y, shape, n);
+    }
+}
+
+} // namespace
+} // namespace QX_UNIT
+} // namespace qxkernels

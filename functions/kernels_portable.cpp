@@ -1,0 +1,3 @@
+#define QX_UNIT portable
+#define QX_UNIT_LANES 1
+#include "functions/kernels_unit_detail.hpp"

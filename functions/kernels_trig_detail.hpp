@@ -1,0 +1,277 @@
+#pragma once
+
+// Trigonometric and hyperbolic functions, their reciprocals and inverses. The real formulas of the inverse hyperbolic
+// functions are the ones that the evaluation contract names, with the accuracy that follows from them.
+
+#include "functions/kernels_elementary_detail.hpp"
+
+namespace qxkernels {
+namespace QX_UNIT {
+namespace {
+
+/// sinh y and cosh y together, for |y| <= 700: from one exponential, sinh by its series up to y^17 where |y| < 1.
+inline void sinhCosh(V y, V& sh, V& ch)
+{
+    const V e = vexp(absolute(y)), inverse = 1.0 / e;
+    ch = 0.5 * (e + inverse);
+    const V t = y * y;
+    V p = splat(1.0 / 355687428096000.0);
+    p = p * t + 1.0 / 1307674368000.0;
+    p = p * t + 1.0 / 6227020800.0;
+    p = p * t + 1.0 / 39916800.0;
+    p = p * t + 1.0 / 362880.0;
+    p = p * t + 1.0 / 5040.0;
+    p = p * t + 1.0 / 120.0;
+    p = p * t + 1.0 / 6.0;
+    const V series = y + y * (t * p), large = copySign(0.5 * (e - inverse), y);
+    sh = t < 1.0 ? series : large;
+}
+
+// The library's real forms end at 709; the rest of the range up to 710.47 by exp(|x| / 2)^2 / 2.
+inline V realSinh(V x)
+{
+    const V r = vsinh(x);
+    const M large = absolute(x) > 709.0;
+    if (!any(large))
+        return r;
+    const V half = vexp(0.5 * absolute(x));
+    return large ? copySign((0.5 * half) * half, x) : r;
+}
+inline V realCosh(V x)
+{
+    const V r = vcosh(x);
+    const M large = absolute(x) > 709.0;
+    if (!any(large))
+        return r;
+    const V half = vexp(0.5 * absolute(x));
+    return large ? (0.5 * half) * half : r;
+}
+
+// The C99 forms off the axis. hyperbolic: the part that sinh and cosh take, circular: the one that sin and cos take.
+inline M hardPair(V hyperbolic, V circular) { return outside(hyperbolic, -700.0, 700.0) | outside(circular, -1e300, 1e300); }
+
+inline Z complexSin(Z z, M lanes)
+{
+    V s, c, sh, ch;
+    sinCos(z.re, s, c);
+    sinhCosh(z.im, sh, ch);
+    return patch(hardPair(z.im, z.re) & lanes, laneSin, z, {s * ch, c * sh});
+}
+inline Z complexCos(Z z, M lanes)
+{
+    V s, c, sh, ch;
+    sinCos(z.re, s, c);
+    sinhCosh(z.im, sh, ch);
+    return patch(hardPair(z.im, z.re) & lanes, laneCos, z, {c * ch, -(s * sh)});
+}
+inline Z complexSinh(Z z, M lanes)
+{
+    V s, c, sh, ch;
+    sinCos(z.im, s, c);
+    sinhCosh(z.re, sh, ch);
+    return patch(hardPair(z.re, z.im) & lanes, laneSinh, z, {sh * c, ch * s});
+}
+inline Z complexCosh(Z z, M lanes)
+{
+    V s, c, sh, ch;
+    sinCos(z.im, s, c);
+    sinhCosh(z.re, sh, ch);
+    return patch(hardPair(z.re, z.im) & lanes, laneCosh, z, {ch * c, sh * s});
+}
+// tan(x + iy) = (sin x cos x + i sinh y cosh y) / (cos^2 x + sinh^2 y); from |y| = 30 on it is +-i.
+inline Z complexTan(Z z, M lanes)
+{
+    V s, c, sh, ch;
+    sinCos(z.re, s, c);
+    const M inside = absolute(z.im) < 30.0;
+    sinhCosh(inside ? z.im : V{}, sh, ch);
+    const V d = c * c + sh * sh;
+    const Z near = patch(inside & lanes & outside(z.re, -1e300, 1e300), laneTan, z, {s * c / d, sh * ch / d});
+    return select(inside, near, {V{}, z.im > 0.0 ? one() : -one()});
+}
+inline Z complexTanh(Z z, M lanes)
+{
+    V s, c, sh, ch;
+    sinCos(z.im, s, c);
+    const M inside = absolute(z.re) < 30.0;
+    sinhCosh(inside ? z.re : V{}, sh, ch);
+    const V d = sh * sh + c * c;
+    const Z near = patch(inside & lanes & outside(z.im, -1e300, 1e300), laneTanh, z, {sh * ch / d, s * c / d});
+    return select(inside, near, {z.re > 0.0 ? one() : -one(), V{}});
+}
+
+/// A function whose complex form reports kFunComplex always; on the axis the zero imaginary part stays.
+template <V (*realForm)(V), Z (*offAxis)(Z, M)>
+struct Circular : FunctionDefaults
+{
+    static constexpr ComplexBit bit = ComplexBit::Always;
+    static V real(V x) { return realForm(x); }
+    static Z complex(Z z)
+    {
+        const M on = z.im == 0.0;
+        if (!any(~on))
+            return {realForm(z.re), z.im};
+        const Z off = offAxis(z, ~on);
+        return any(on) ? select(on, {realForm(z.re), z.im}, off) : off;
+    }
+};
+using Sin = Circular<vsin, complexSin>;
+using Cos = Circular<vcos, complexCos>;
+using Tan = Circular<vtan, complexTan>;
+using Sinh = Circular<realSinh, complexSinh>;
+using Cosh = Circular<realCosh, complexCosh>;
+using Tanh = Circular<vtanh, complexTanh>;
+
+/// 1 / F.
+template <class F, Z (*offAxis)(Z, M)>
+struct Reciprocal : FunctionDefaults
+{
+    static V real(V x) { return 1.0 / F::real(x); }
+    static Z complex(Z z)
+    {
+        return splitAxis(
+            z, [](V x) { return QX_UNIT::real(real(x)); }, [](Z w, M lanes) { return reciprocal(offAxis(w, lanes)); });
+    }
+};
+using Sec = Reciprocal<Cos, complexCos>;
+using Csc = Reciprocal<Sin, complexSin>;
+using Cot = Reciprocal<Tan, complexTan>;
+using Sech = Reciprocal<Cosh, complexCosh>;
+using Csch = Reciprocal<Sinh, complexSinh>;
+using Coth = Reciprocal<Tanh, complexTanh>;
+
+// ---- inverse functions
+//
+// Off the real axis by the C99 routines, number by number. On the axis beyond a branch point the value is the limit
+// counter-clockwise around that point: from below for x > 1, from above for x < -1 (Kahan, Branch cuts for complex
+// elementary functions, in: The State of the Art in Numerical Analysis, Oxford 1987). The sign of a zero imaginary part
+// does not matter.
+
+/// log(x + sqrt(x^2 - 1)), x >= 1
+inline V arcosh(V x) { return vlog(x + squareRoot(x * x - 1.0)); }
+
+template <class F>
+Z byLanes(Z z, LaneFunction f)
+{
+    return splitAxis(z, F::onAxis, [f](Z w, M lanes) { return throughLanes(lanes, f, w, w); });
+}
+
+struct Acos : FunctionDefaults
+{
+    static constexpr bool nanIsError = true;
+    static V real(V x) { return vacos(x); }
+    static Z complex(Z z) { return byLanes<Acos>(z, laneAcos); }
+    static Z onAxis(V x)
+    {
+        const M right = x > 1.0, left = x < -1.0;
+        if (!any(right | left))
+            return QX_UNIT::real(vacos(x));
+        const V l = arcosh(absolute(x));
+        return {right ? V{} : (left ? splat(kPi) : vacos(x)), right ? l : (left ? -l : V{})};
+    }
+};
+
+struct Asin : FunctionDefaults
+{
+    static constexpr bool nanIsError = true;
+    static V real(V x) { return vasin(x); }
+    static Z complex(Z z) { return byLanes<Asin>(z, laneAsin); }
+    static Z onAxis(V x)
+    {
+        const M right = x > 1.0, left = x < -1.0;
+        if (!any(right | left))
+            return QX_UNIT::real(vasin(x));
+        const V l = arcosh(absolute(x));
+        return {right | left ? copySign(splat(kHalfPi), x) : vasin(x), right ? -l : (left ? l : V{})};
+    }
+};
+
+struct Atan : FunctionDefaults
+{
+    static V real(V x) { return vatan(x); }
+    static Z complex(Z z) { return byLanes<Atan>(z, laneAtan); }
+    static Z onAxis(V x) { return QX_UNIT::real(vatan(x)); }
+};
+
+struct Asinh : FunctionDefaults
+{
+    static V real(V x)
+    {
+        const M negative = x < 0.0;
+        const V size = negative ? -x : x;
+        const V l = vlog(size + squareRoot(size * size + 1.0));
+        return negative ? -l : l;
+    }
+    static Z complex(Z z) { return byLanes<Asinh>(z, laneAsinh); }
+    static Z onAxis(V x) { return QX_UNIT::real(real(x)); }
+};
+
+struct Acosh : FunctionDefaults
+{
+    static constexpr bool nanIsError = true;
+    static V real(V x) { return arcosh(x); }
+    static Z complex(Z z) { return byLanes<Acosh>(z, laneAcosh); }
+    static Z onAxis(V x)
+    {
+        const M left = x <= -1.0, middle = (x > -1.0) & (x < 1.0);
+        const V l = arcosh(left ? -x : x);
+        return {middle ? V{} : l, left ? splat(kPi) : (middle ? vacos(x) : V{})};
+    }
+};
+
+struct Atanh : FunctionDefaults
+{
+    static constexpr bool nanIsError = true;
+    static V real(V x) { return 0.5 * vlog((1.0 + x) / (1.0 - x)); }
+    static Z complex(Z z) { return byLanes<Atanh>(z, laneAtanh); }
+    static Z onAxis(V x)
+    {
+        const V w = (1.0 + x) / (1.0 - x);
+        return {0.5 * vlog(absolute(w)), x > 1.0 ? splat(-kHalfPi) : (x < -1.0 ? splat(kHalfPi) : V{})};
+    }
+};
+
+/// F(1 / z).
+template <class F>
+struct OfInverse : FunctionDefaults
+{
+    static constexpr bool nanIsError = F::nanIsError;
+    static V real(V x) { return F::real(1.0 / x); }
+    static Z complex(Z z)
+    {
+        return splitAxis(
+            z, [](V x) { return F::onAxis(1.0 / x); }, [](Z w, M) { return F::complex(reciprocal(w)); });
+    }
+};
+
+/// F(1 / z) with a value of its own at 0.
+template <class F>
+struct OfInverseInfiniteAtZero : OfInverse<F>
+{
+    static V real(V x) { return x == 0.0 ? infinity() : F::real(1.0 / x); }
+    static Z complex(Z z)
+    {
+        const M zero = (z.re == 0.0) & (z.im == 0.0);
+        return select(zero, QX_UNIT::real(infinity()), OfInverse<F>::complex(z));
+    }
+};
+
+struct Acot : FunctionDefaults
+{
+    static V real(V x) { return x == 0.0 ? splat(kHalfPi) : vatan(1.0 / x); }
+    static Z complex(Z z)
+    {
+        return splitAxis(
+            z, [](V x) { return QX_UNIT::real(real(x)); }, [](Z w, M) { return Atan::complex(reciprocal(w)); });
+    }
+};
+
+using Asec = OfInverse<Acos>;
+using Acsc = OfInverseInfiniteAtZero<Asin>;
+using Asech = OfInverse<Acosh>;
+using Acsch = OfInverseInfiniteAtZero<Asinh>;
+using Acoth = OfInverse<Atanh>;
+
+} // namespace
+} // namespace QX_UNIT
+} // namespace qxkernels
