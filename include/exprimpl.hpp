@@ -312,7 +312,7 @@ public:
     virtual void mergeStep(NodePtr& slot);
     virtual void binaryStep(NodePtr& slot);
     virtual void foldStep(NodePtr& slot);
-    virtual bool simplifyStep(NodePtr& slot, bool evalFuncs, bool childrenChanged);
+    virtual bool simplifyStep(NodePtr& slot, bool evalFuncs);
     /// Data other than the children are the same. The types are known to agree.
     virtual bool sameNode(const Node& other) const;
     /// The same class with other children. Raises "Internal_error_symbolic_processing" if this class has children and
@@ -325,7 +325,7 @@ public:
     /// Binding strength used in front of a parenthesis test.
     virtual int printPrec() const { return prec; }
     virtual void renameStep(const NameMap& vars, const NameMap& functions, const StorePtr& store);
-    /// Result of solveFor if this node decides, or the child that does; null and false: not solvable.
+    /// The child that solveFor is to ask instead of this node; null: this node has answered through solved.
     virtual NodePtr* solveStep(const VarPtr& var, ExprImpl& result, bool& solved);
 
     const RulesPtr rules;
@@ -377,7 +377,7 @@ public:
     void mergeStep(NodePtr& slot) override;
     void binaryStep(NodePtr& slot) override;
     void foldStep(NodePtr& slot) override;
-    bool simplifyStep(NodePtr& slot, bool evalFuncs, bool childrenChanged) override;
+    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
@@ -399,7 +399,7 @@ public:
     NodePtr& getChild(int i) override;
     std::uint32_t getHashCode() override;
 
-    bool simplifyStep(NodePtr& slot, bool evalFuncs, bool childrenChanged) override;
+    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
@@ -424,7 +424,7 @@ public:
     NodePtr& getChild(int i) override;
     std::uint32_t getHashCode() override;
 
-    bool simplifyStep(NodePtr& slot, bool evalFuncs, bool childrenChanged) override;
+    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
@@ -582,7 +582,7 @@ public:
 
     void binaryStep(NodePtr& slot) override;
     void foldStep(NodePtr& slot) override;
-    bool simplifyStep(NodePtr& slot, bool evalFuncs, bool childrenChanged) override;
+    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
@@ -595,6 +595,8 @@ public:
     static void expand(const NodePtr& node, bool invert, Number& coeff, Nodes& num, Nodes& den);
     /// Restores the invariant after a pass has changed a factor.
     void updateFactors();
+    /// Makes one power of all factors with the same base (by pointer); true if there were such factors.
+    bool collectPowers();
     /// Of the factors alone: like terms have the same.
     std::uint32_t getQuotientHashCode() const;
     const Number& getCoeff() const { return coeff; }
@@ -621,7 +623,7 @@ public:
 
     void binaryStep(NodePtr& slot) override;
     void foldStep(NodePtr& slot) override;
-    bool simplifyStep(NodePtr& slot, bool evalFuncs, bool childrenChanged) override;
+    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
@@ -633,6 +635,8 @@ public:
     static void expand(const NodePtr& node, bool negate, Number& constant, Nodes& terms);
     /// Restores the invariant after a pass has changed a term.
     void updateTerms();
+    /// Makes one term of all terms that differ by their number only; true if there were such terms.
+    bool collectLikeTerms();
     /// Balanced binary sum of terms[lo .. hi).
     NodePtr toBinary(int lo, int hi) const;
     bool isCanonical() const;
@@ -693,8 +697,8 @@ public:
     /// Chain rule: sum of args[i]' times the i-th partial derivative at args. argDerivs[i] is args[i]'.
     NodePtr diff(const std::string& name, const Nodes& args, const Nodes& argDerivs);
     NodePtr diff(const std::string& name, const Nodes& args, const VarPtr& var);
-    /// Replaces each parameter below slot by its argument, which is shared and not copied.
-    static void subst(NodePtr& slot, const Nodes& params, const Nodes& args);
+    /// A copy of node with each parameter replaced by its argument, which is shared and not copied.
+    static NodePtr subst(const NodePtr& node, const Nodes& params, const Nodes& args);
     /// False if the function is unknown or declines.
     static bool evalElemFunc(const std::string& name, const std::vector<double>& args, double& result);
 

@@ -57,6 +57,9 @@ inline bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 /// Number of a new walk, never used before by any thread.
 std::uint64_t nextMark();
 
+/// Each Term and Sum keeps its invariant. Cost: linear in the distinct nodes; for assertions.
+bool isCanonicalTree(const NodePtr& root);
+
 /// Bookkeeping of one rewriting walk over a graph of shared nodes: a node is visited once, and where it was replaced all
 /// other slots that hold it get the replacement.
 class Rewriting
@@ -207,8 +210,7 @@ public:
     /// "%.16g".
     void number(double value) { parts_.push_back({nullptr, {}, value, 0}); }
     void node(const NodePtr& child, int outer) { parts_.push_back({child.get(), {}, 0.0, outer}); }
-    /// The child without parentheses of its own, whatever its strength.
-    void value(const Number& number);
+    void constant(const Number& value);
 
     /// Prints node to text.
     static void print(const Node& node, int outer, bool parentheses, std::string& text);
@@ -222,4 +224,23 @@ private:
         int outer;
     };
     std::vector<Part> parts_;
+    /// Texts made during the print: a deque, since parts point into it.
+    std::deque<std::string> owned_;
+};
+
+/// One differentiation: the derivative of each distinct node is made once.
+class ExprImpl::DiffPass
+{
+public:
+    explicit DiffPass(const VarPtr& by) : var(by) {}
+
+    /// The derivative of a node that diffOperands named.
+    const NodePtr& of(const NodePtr& node) const { return derivatives_.find(node.get())->second; }
+
+    NodePtr run(const NodePtr& root);
+
+    const VarPtr var;
+
+private:
+    std::unordered_map<const Node*, NodePtr> derivatives_;
 };

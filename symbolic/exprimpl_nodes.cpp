@@ -1,0 +1,519 @@
+// The node classes: construction, release, children, hashing, comparison, copying, sharing.
+
+#include "exprimpl_detail.hpp"
+#include "qxexception.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <new>
+#include <ostream>
+#include <set>
+
+using namespace qxsymbolic;
+
+namespace {
+
+constexpr int precAtom = 1000;
+
+constexpr Operator operators[] = {
+    {Node::TypeUnaryPlus, "+", 70, true},   {Node::TypeUnaryMinus, "-", 70, true}, {Node::TypeUnaryNot, "!", 70, true},
+    {Node::TypeAdd, "+", 80, false},        {Node::TypeSub, "-", 80, false},       {Node::TypeSquareSum, "+", 80, false},
+    {Node::TypeMul, "*", 90, false},        {Node::TypeDiv, "/", 90, false},       {Node::TypePow, "^", 110, false},
+    {Node::TypeLess, "<", 60, false},       {Node::TypeGreater, ">", 60, false},   {Node::TypeLessEq, "<=", 60, false},
+    {Node::TypeGreaterEq, ">=", 60, false}, {Node::TypeEqual, "==", 60, false},    {Node::TypeNotEqual, "!=", 60, false},
+    {Node::TypeAnd, "&&", 50, false},       {Node::TypeOr, "||", 40, false},
+};
+
+int operatorPrec(Node::Type type, bool unary)
+{
+    const Operator* op = findOperator(type);
+    if (!op || op->unary != unary)
+        QX_RAISE("exprimpl", "Internal_error_symbolic_processing");
+    return op->prec;
+}
+
+[[noreturn]] void raiseNoChild() { QX_RAISE("exprimpl", "Internal_error_symbolic_processing"); }
+
+NodePtr& itemAt(Nodes& items, int i)
+{
+    if (i < 0 || static_cast<std::size_t>(i) >= items.size())
+        raiseNoChild();
+    return items[static_cast<std::size_t>(i)];
+}
+
+} // namespace
+
+namespace qxsymbolic {
+
+std::uint32_t hashText(std::string_view text)
+{
+    std::uint32_t v = 0x811c9dc5u;
+    for (const char c : text)
+        v = (v ^ static_cast<std::uint32_t>(static_cast<std::int32_t>(static_cast<signed char>(c)))) * 16777619u;
+    return v ^ (v >> 8) ^ (v >> 16) ^ (v >> 24);
+}
+
+const Operator* findOperator(Node::Type type)
+{
+    for (const Operator& op : operators)
+        if (op.type == type)
+            return &op;
+    return nullptr;
+}
+
+std::uint64_t nextMark()
+{
+    static std::atomic<std::uint64_t> last{0};
+    return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+} // namespace qxsymbolic
+
+// Release. A destructor hands its children's last references to the list of the outermost destructor that is running
+// on this thread, which drops them one by one: no destructor recurses more than one level.
+
+namespace {
+
+thread_local Nodes* pendingRelease = nullptr;
+
+/// Takes part in the release that is running, or runs one until nothing is left.
+class ReleaseScope
+{
+public:
+    ReleaseScope() noexcept : outermost_(!pendingRelease)
+    {
+        if (outermost_)
+            pendingRelease = &own_;
+    }
+    ~ReleaseScope()
+    {
+        if (!outermost_)
+            return;
+        while (!own_.empty()) {
+            const NodePtr last = std::move(own_.back());
+            own_.pop_back();
+        }
+        pendingRelease = nullptr;
+    }
+    ReleaseScope(const ReleaseScope&) = delete;
+    ReleaseScope& operator=(const ReleaseScope&) = delete;
+
+    void add(NodePtr& child) noexcept
+    {
+        if (child.use_count() != 1) {
+            child.reset(); // so that the last of several slots of one parent sees the last reference
+            return;
+        }
+        try {
+            pendingRelease->push_back(std::move(child));
+        } catch (const std::bad_alloc&) {
+            // Dropped with the slot: the depth of this one subtree is on the stack.
+        }
+    }
+
+private:
+    bool outermost_;
+    Nodes own_;
+};
+
+} // namespace
+
+ExprImpl::Node::~Node() = default;
+
+void ExprImpl::Node::release(NodePtr& child) noexcept
+{
+    ReleaseScope scope;
+    scope.add(child);
+}
+
+void ExprImpl::Node::release(Nodes& children) noexcept
+{
+    ReleaseScope scope;
+    for (NodePtr& child : children)
+        scope.add(child);
+}
+
+ExprImpl::Unary::~Unary() { release(child); }
+ExprImpl::Binary::~Binary()
+{
+    ReleaseScope scope;
+    scope.add(left);
+    scope.add(right);
+}
+ExprImpl::FuncCall::~FuncCall() { release(args); }
+ExprImpl::Derivative::~Derivative() { release(child); }
+ExprImpl::List::~List() { release(items); }
+ExprImpl::UnitConversion::~UnitConversion()
+{
+    ReleaseScope scope;
+    scope.add(value);
+    scope.add(unit);
+}
+ExprImpl::Term::~Term()
+{
+    ReleaseScope scope;
+    release(num);
+    release(den);
+}
+ExprImpl::Sum::~Sum() { release(terms); }
+
+// Construction.
+
+ExprImpl::Unary::Unary(const RulesPtr& nodeRules, Type nodeType, const NodePtr& operand)
+    : Node(nodeRules, nodeType, operatorPrec(nodeType, true)), child(operand)
+{
+}
+
+ExprImpl::Binary::Binary(const RulesPtr& nodeRules, Type nodeType, const NodePtr& first, const NodePtr& second)
+    : Node(nodeRules, nodeType, operatorPrec(nodeType, false)), left(first), right(second)
+{
+}
+
+ExprImpl::FuncCall::FuncCall(const RulesPtr& nodeRules, const std::string& function, Nodes arguments)
+    : Node(nodeRules, TypeFuncCall, precAtom), name(function), nameHash(hashText(function)), args(std::move(arguments))
+{
+}
+
+ExprImpl::FuncCall::FuncCall(const RulesPtr& nodeRules, const std::string& function, const NodePtr& argument)
+    : FuncCall(nodeRules, function, Nodes(1, argument))
+{
+}
+
+ExprImpl::Derivative::Derivative(const RulesPtr& nodeRules, const NodePtr& operand, const VarPtr& by)
+    : Node(nodeRules, TypeDerivative, precAtom), child(operand), var(by)
+{
+}
+
+ExprImpl::List::List(const RulesPtr& nodeRules, Nodes elements) : List(nodeRules, TypeList, std::move(elements)) {}
+
+ExprImpl::List::List(const RulesPtr& nodeRules, Type nodeType, Nodes elements)
+    : Node(nodeRules, nodeType, 30), items(std::move(elements))
+{
+}
+
+ExprImpl::Vector::Vector(const RulesPtr& nodeRules, Nodes elements) : List(nodeRules, TypeVector, std::move(elements)) {}
+
+ExprImpl::UnitConversion::UnitConversion(const RulesPtr& nodeRules, const NodePtr& quantity, const NodePtr& unitText)
+    : Node(nodeRules, TypeUnitConversion, 100), value(quantity), unit(unitText)
+{
+}
+
+ExprImpl::Identifier::Identifier(const RulesPtr& nodeRules, const VarPtr& variable)
+    : Node(nodeRules, TypeIdentifier, precAtom), var(variable)
+{
+}
+
+ExprImpl::LiteralValue::LiteralValue(const RulesPtr& nodeRules, Type nodeType, const std::string& content)
+    : Node(nodeRules, nodeType, precAtom), text(content), textHash(hashText(content))
+{
+}
+
+ExprImpl::StringLiteral::StringLiteral(const RulesPtr& nodeRules, const std::string& content)
+    : LiteralValue(nodeRules, TypeStringLiteral, content)
+{
+}
+
+ExprImpl::Constant::Constant(const RulesPtr& nodeRules, const Number& number)
+    : Node(nodeRules, TypeConstant, precAtom), value(number), hash(number.getHashCode())
+{
+}
+
+ExprImpl::Term::Term(const RulesPtr& nodeRules, Nodes above, Nodes below, const Number& factor)
+    : Node(nodeRules, TypeTerm, 90), coeff(factor), num(std::move(above)), den(std::move(below))
+{
+}
+
+ExprImpl::Sum::Sum(const RulesPtr& nodeRules, Nodes summands, const Number& addend)
+    : Node(nodeRules, TypeSum, 80), constant(addend), terms(std::move(summands))
+{
+}
+
+// Names and children.
+
+const char* ExprImpl::Unary::getTypeName() const { return "Unary"; }
+const char* ExprImpl::Binary::getTypeName() const { return "Binary"; }
+const char* ExprImpl::FuncCall::getTypeName() const { return "FuncCall"; }
+const char* ExprImpl::Derivative::getTypeName() const { return "Derivative"; }
+const char* ExprImpl::List::getTypeName() const { return "List"; }
+const char* ExprImpl::Vector::getTypeName() const { return "Vector"; }
+const char* ExprImpl::UnitConversion::getTypeName() const { return "UnitConversion"; }
+const char* ExprImpl::Identifier::getTypeName() const { return "Identifier"; }
+const char* ExprImpl::LiteralValue::getTypeName() const { return "LiteralValue"; }
+const char* ExprImpl::Constant::getTypeName() const { return "Constant"; }
+const char* ExprImpl::Term::getTypeName() const { return "Term"; }
+const char* ExprImpl::Sum::getTypeName() const { return "Sum"; }
+
+int ExprImpl::Unary::getChildCount() const { return 1; }
+int ExprImpl::Binary::getChildCount() const { return 2; }
+int ExprImpl::FuncCall::getChildCount() const { return static_cast<int>(args.size()); }
+int ExprImpl::Derivative::getChildCount() const { return 1; }
+int ExprImpl::List::getChildCount() const { return static_cast<int>(items.size()); }
+int ExprImpl::UnitConversion::getChildCount() const { return 2; }
+int ExprImpl::Identifier::getChildCount() const { return 0; }
+int ExprImpl::LiteralValue::getChildCount() const { return 0; }
+int ExprImpl::Constant::getChildCount() const { return 0; }
+int ExprImpl::Term::getChildCount() const { return static_cast<int>(num.size() + den.size()); }
+int ExprImpl::Sum::getChildCount() const { return static_cast<int>(terms.size()); }
+
+ExprImpl::NodePtr& ExprImpl::Unary::getChild(int i)
+{
+    if (i != 0)
+        raiseNoChild();
+    return child;
+}
+
+ExprImpl::NodePtr& ExprImpl::Binary::getChild(int i)
+{
+    if (i != 0 && i != 1)
+        raiseNoChild();
+    return i == 0 ? left : right;
+}
+
+ExprImpl::NodePtr& ExprImpl::FuncCall::getChild(int i) { return itemAt(args, i); }
+
+ExprImpl::NodePtr& ExprImpl::Derivative::getChild(int i)
+{
+    if (i != 0)
+        raiseNoChild();
+    return child;
+}
+
+ExprImpl::NodePtr& ExprImpl::List::getChild(int i) { return itemAt(items, i); }
+
+ExprImpl::NodePtr& ExprImpl::UnitConversion::getChild(int i)
+{
+    if (i != 0 && i != 1)
+        raiseNoChild();
+    return i == 0 ? value : unit;
+}
+
+ExprImpl::NodePtr& ExprImpl::Identifier::getChild(int) { raiseNoChild(); }
+ExprImpl::NodePtr& ExprImpl::LiteralValue::getChild(int) { raiseNoChild(); }
+ExprImpl::NodePtr& ExprImpl::Constant::getChild(int) { raiseNoChild(); }
+
+ExprImpl::NodePtr& ExprImpl::Term::getChild(int i)
+{
+    const int above = static_cast<int>(num.size());
+    return i < above ? itemAt(num, i) : itemAt(den, i - above);
+}
+
+ExprImpl::NodePtr& ExprImpl::Sum::getChild(int i) { return itemAt(terms, i); }
+
+const ExprImpl::Number& ExprImpl::Node::getNumVal() const { QX_RAISE("exprimpl", "Internal_error_symbolic_processing"); }
+const ExprImpl::Number& ExprImpl::Constant::getNumVal() const { return value; }
+
+// Hash codes, in 32-bit arithmetic that wraps.
+
+namespace {
+
+std::uint32_t hashAddress(const void* p) { return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(p)); }
+
+/// Any total order of objects that is stable within one run.
+void sortByIdentity(Nodes& nodes) { std::sort(nodes.begin(), nodes.end()); }
+
+} // namespace
+
+std::uint32_t ExprImpl::Node::hashChildren(Node& node)
+{
+    std::uint32_t h = node.type;
+    for (int i = 0, n = node.getChildCount(); i < n; ++i)
+        h = h * 69069u + hashAddress(node.getChild(i).get());
+    return h;
+}
+
+std::uint32_t ExprImpl::Node::getHashCode() { return hashChildren(*this); }
+std::uint32_t ExprImpl::FuncCall::getHashCode() { return hashChildren(*this) ^ nameHash; }
+std::uint32_t ExprImpl::Derivative::getHashCode() { return type ^ hashAddress(child.get()) ^ hashAddress(var.get()); }
+std::uint32_t ExprImpl::Identifier::getHashCode() { return hashAddress(var.get()); }
+std::uint32_t ExprImpl::LiteralValue::getHashCode() { return type ^ textHash; }
+std::uint32_t ExprImpl::Constant::getHashCode() { return hash; }
+std::uint32_t ExprImpl::Term::getHashCode() { return type ^ coeff.getHashCode() ^ getQuotientHashCode(); }
+
+std::uint32_t ExprImpl::Term::getQuotientHashCode() const
+{
+    Nodes above = num, below = den;
+    sortByIdentity(above);
+    sortByIdentity(below);
+    std::uint32_t h = 1;
+    for (const NodePtr& factor : above)
+        h = h * 69069u + factor->getHashCode();
+    for (const NodePtr& factor : below)
+        h = factor->getHashCode() * 1664525u + h * 69069u + 1013904223u;
+    return h;
+}
+
+std::uint32_t ExprImpl::Sum::getHashCode()
+{
+    Nodes sorted = terms;
+    sortByIdentity(sorted);
+    std::uint32_t h = type ^ constant.getHashCode();
+    for (const NodePtr& term : sorted)
+        h = h * 69069u + hashAddress(term.get());
+    return h;
+}
+
+// Equality.
+
+bool ExprImpl::Node::sameNode(const Node&) const { return true; }
+bool ExprImpl::FuncCall::sameNode(const Node& other) const
+{
+    const auto& call = other.as<FuncCall>();
+    return nameHash == call.nameHash && name == call.name;
+}
+bool ExprImpl::Derivative::sameNode(const Node& other) const { return var == other.as<Derivative>().var; }
+bool ExprImpl::Identifier::sameNode(const Node& other) const { return var == other.as<Identifier>().var; }
+bool ExprImpl::LiteralValue::sameNode(const Node& other) const { return text == other.as<LiteralValue>().text; }
+bool ExprImpl::Constant::sameNode(const Node& other) const { return value == other.as<Constant>().value; }
+bool ExprImpl::Term::sameNode(const Node& other) const
+{
+    const auto& term = other.as<Term>();
+    return coeff == term.coeff && equalsWithoutOrder(num, term.num) && equalsWithoutOrder(den, term.den);
+}
+bool ExprImpl::Sum::sameNode(const Node& other) const
+{
+    const auto& sum = other.as<Sum>();
+    return constant == sum.constant && equalsWithoutOrder(terms, sum.terms);
+}
+
+bool ExprImpl::Node::equalsWithoutOrder(const Nodes& a, const Nodes& b)
+{
+    if (a.size() != b.size())
+        return false;
+    if (a.size() <= 1)
+        return a == b;
+    Nodes x = a, y = b;
+    sortByIdentity(x);
+    sortByIdentity(y);
+    return x == y;
+}
+
+bool ExprImpl::Node::equals(const NodePtr& other)
+{
+    // Pairs of shared nodes are compared once: two graphs of n nodes may stand for trees of 2^n.
+    using Pair = std::pair<Node*, Node*>;
+    std::vector<Pair> open{{this, other.get()}};
+    std::set<Pair> seen;
+    while (!open.empty()) {
+        const auto [a, b] = open.back();
+        open.pop_back();
+        if (a == b)
+            continue;
+        if (a->type != b->type || !a->sameNode(*b))
+            return false;
+        if (a->type == TypeTerm || a->type == TypeSum)
+            continue;
+        const int n = a->getChildCount();
+        if (n != b->getChildCount())
+            return false;
+        for (int i = 0; i < n; ++i) {
+            const NodePtr& x = a->getChild(i);
+            const NodePtr& y = b->getChild(i);
+            if (x == y)
+                continue;
+            if (x.use_count() > 1 && y.use_count() > 1 && !seen.insert({x.get(), y.get()}).second)
+                continue;
+            open.push_back({x.get(), y.get()});
+        }
+    }
+    return true;
+}
+
+// Copying.
+
+ExprImpl::NodePtr ExprImpl::Node::rebuild(const NodePtr& slot, Nodes&&) const
+{
+    if (getChildCount() > 0)
+        QX_RAISE("exprimpl", "Internal_error_symbolic_processing");
+    return slot;
+}
+
+ExprImpl::NodePtr ExprImpl::Unary::rebuild(const NodePtr&, Nodes&& children) const
+{
+    return make<Unary>(rules, type, children[0]);
+}
+ExprImpl::NodePtr ExprImpl::Binary::rebuild(const NodePtr&, Nodes&& children) const
+{
+    return make<Binary>(rules, type, children[0], children[1]);
+}
+ExprImpl::NodePtr ExprImpl::FuncCall::rebuild(const NodePtr&, Nodes&& children) const
+{
+    return make<FuncCall>(rules, name, std::move(children));
+}
+ExprImpl::NodePtr ExprImpl::Derivative::rebuild(const NodePtr&, Nodes&& children) const
+{
+    return make<Derivative>(rules, children[0], var);
+}
+ExprImpl::NodePtr ExprImpl::List::rebuild(const NodePtr&, Nodes&& children) const
+{
+    return make<List>(rules, std::move(children));
+}
+ExprImpl::NodePtr ExprImpl::Vector::rebuild(const NodePtr&, Nodes&& children) const
+{
+    return make<Vector>(rules, std::move(children));
+}
+ExprImpl::NodePtr ExprImpl::UnitConversion::rebuild(const NodePtr&, Nodes&& children) const
+{
+    return make<UnitConversion>(rules, children[0], children[1]);
+}
+ExprImpl::NodePtr ExprImpl::Term::rebuild(const NodePtr&, Nodes&& children) const
+{
+    const auto middle = children.begin() + static_cast<std::ptrdiff_t>(num.size());
+    Nodes below(middle, children.end());
+    children.erase(middle, children.end());
+    return make<Term>(rules, std::move(children), std::move(below), coeff);
+}
+ExprImpl::NodePtr ExprImpl::Sum::rebuild(const NodePtr&, Nodes&& children) const
+{
+    return make<Sum>(rules, std::move(children), constant);
+}
+
+ExprImpl::NodePtr ExprImpl::Node::getCopy(const NodePtr& slot) const
+{
+    return rebuildPostOrder(
+        slot, [](const NodePtr&, NodePtr&) { return false; },
+        [](const NodePtr& node, Nodes&& children) { return node->rebuild(node, std::move(children)); });
+}
+
+ExprImpl::Nodes ExprImpl::Node::getCopy(const Nodes& nodes)
+{
+    Nodes copies;
+    copies.reserve(nodes.size());
+    for (const NodePtr& node : nodes)
+        copies.push_back(node->getCopy(node));
+    return copies;
+}
+
+// Sharing.
+
+bool ExprImpl::NodeHashTable::getNode(std::uint32_t code, NodePtr& out) const
+{
+    const auto found = nodes_.find(code);
+    if (found == nodes_.end())
+        return false;
+    out = found->second;
+    return true;
+}
+
+void ExprImpl::Node::makeCanonic(NodePtr& slot, NodeHashTable& table)
+{
+    rewritePostOrder(slot, [&table](NodePtr& node) {
+        const std::uint32_t code = node->getHashCode();
+        NodePtr found;
+        if (table.getNode(code, found) && equals(node, found))
+            node = found;
+        else
+            table.addNode(code, node);
+    });
+}
+
+void ExprImpl::Node::dump(std::ostream& stream, int indent) const
+{
+    std::vector<std::pair<const Node*, int>> open{{this, indent}};
+    while (!open.empty()) {
+        const auto [node, depth] = open.back();
+        open.pop_back();
+        stream << std::string(static_cast<std::size_t>(depth), ' ') << node->getTypeName() << '\n';
+        for (int i = node->getChildCount() - 1; i >= 0; --i)
+            open.push_back({node->childAt(i).get(), depth + 1});
+    }
+}

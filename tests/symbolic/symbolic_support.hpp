@@ -1,0 +1,69 @@
+#pragma once
+
+#include "exprimpl.hpp"
+#include "qxexception.hpp"
+
+#include <boost/make_shared.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+/// Shared by the tests of the symbolic engine.
+namespace qxtest {
+
+using Node = ExprImpl::Node;
+using NodePtr = ExprImpl::NodePtr;
+using Number = ExprImpl::Number;
+
+/// The identifier of the exception that work() raises; empty if it raises none.
+template <class Work>
+std::string idOf(Work&& work)
+{
+    try {
+        work();
+    } catch (const qxbase::Exception& e) {
+        return e.getId();
+    }
+    return "";
+}
+
+/// The arguments of the exception that work() raises.
+template <class Work>
+qxbase::ExceptionArgs argsOf(Work&& work)
+{
+    try {
+        work();
+    } catch (const qxbase::Exception& e) {
+        return e.getArgs(0);
+    }
+    return {};
+}
+
+inline std::string printedInfix(const std::string& infix)
+{
+    ExprImpl e;
+    e.scan(infix);
+    return e.toString();
+}
+
+inline std::string printedPrefix(const std::string& prefix)
+{
+    ExprImpl e;
+    e.scanInfix(prefix);
+    return e.toString();
+}
+
+inline std::string simplified(const std::string& infix, bool evalFuncs = false)
+{
+    ExprImpl e;
+    e.scan(infix);
+    e.simp(evalFuncs);
+    return e.toString();
+}
+
+constexpr const char* syntaxError = "Syntax_error_in_expression";
+constexpr const char* internalError = "Internal_error_symbolic_processing";
+
+} // namespace qxtest
