@@ -8,8 +8,13 @@
 #include <boost/shared_ptr.hpp>
 
 #include <cstdint>
+#include <mutex>
 
 class Sparse;
+
+namespace qxsparse {
+class VectorView;
+}
 
 /// A library of products with 32-bit indices on compressed columns, as ExternalSparse hands them over.
 class QX_API ExternalMatVec
@@ -23,7 +28,8 @@ public:
 
 /// The hook through which serial real products can go to a matrix-vector library with 32-bit indices: a quarter less
 /// memory traffic. Without a library, the default, every call runs the kernels of llsparse. The library brings one of
-/// its own, useBuiltIn(), that gives the same bits as those.
+/// its own, useBuiltIn(): the same loops, and the same bits but for Symmetric stores, whose two halves run one after the
+/// other.
 ///
 /// One object belongs to one matrix (and its copies) and keeps the index arrays in 32 bits until the structure changes.
 /// Cost of the conversion: 4 bytes and one pass an entry. Failures: "Internal_error_in_ExternalSparse" for complex
@@ -66,6 +72,17 @@ public:
     void clear();
 
 private:
-    struct Shadow;
-    boost::shared_ptr<Shadow> shadow;
+    bool update(const Sparse& A);
+    void release();
+    void multiply(Matrix<1>& y, double alpha, const Sparse& A, const qxsparse::VectorView& x, Trans_t trans);
+
+    Array<int, 1> intColPtrArray, intRowArray;
+    const unsigned long* colPtrSeen = nullptr;
+    const unsigned long* rowSeen = nullptr;
+    const int* intColPtr = nullptr;
+    const int* intRow = nullptr;
+    std::int64_t versionSeen = 0;
+    bool intRep = false;
+    unsigned long mSeen = 0, nSeen = 0, nnzSeen = 0;
+    std::mutex lock;
 };

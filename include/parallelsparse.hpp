@@ -8,11 +8,17 @@
 #include <boost/shared_ptr.hpp>
 
 #include <atomic>
+#include <complex>
 #include <cstdint>
 #include <vector>
 
-class ParallelSparse;
 class Sparse;
+template <class T>
+class llsparse;
+
+namespace qxsparse {
+class VectorView;
+}
 
 /// What one thread of a ParallelSparse keeps: its rows of the block structure and its accumulation vector.
 class QX_API ParallelSparseData
@@ -113,8 +119,29 @@ public:
 
 private:
     class Busy;
-    template <bool Minus, class Y, class X>
-    void multiply(Matrix<1>& y, const Sparse& A, const X* x, Trans_t trans);
+    void makeData(int count);
+    void clearData();
+    template <class Prepare>
+    void prepare(int shares, const Prepare& body);
+    void setWorkArray(const Sparse& A, bool real, int parts);
+    template <class Y>
+    void updateResultVector(Y* y, unsigned long len, int parts, int shares);
+    template <bool Minus, class T, class Y, class X>
+    void blockMultiply(const llsparse<T>& s, Y* y, const X* x, Trans_t trans, int shares);
+    template <bool Minus, class T, class Y, class X>
+    void gatherMultiply(const llsparse<T>& s, Y* y, const X* x, Trans_t trans, int shares);
+    template <bool Minus, class T, class Y, class X>
+    void workMultiply(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans, int parts, int shares);
+    template <bool Minus>
+    bool multiply(Matrix<1>& y, const Sparse& A, const qxsparse::VectorView& x, Trans_t trans);
+    template <class T, class R>
+    void blockSORIt(const llsparse<T>& s, R* r, R* x, double omega, bool reverse, int shares);
+    template <class T, class R>
+    void blockSORUpdater(const llsparse<T>& s, R* u, const R* t, double omega, bool reverse, int shares);
+    template <class T, class R>
+    void gatherSORUpdater(const llsparse<T>& s, R* u, const R* t, double omega, bool reverse, int shares);
+    template <class T, class R>
+    void workSORUpdater(const llsparse<T>& s, R* u, const R* t, double omega, bool reverse, int parts, int shares);
 
     std::vector<boost::shared_ptr<ParallelSparseData>> data;
     std::atomic_flag busy = ATOMIC_FLAG_INIT;

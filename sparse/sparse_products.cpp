@@ -1,136 +1,16 @@
 // Products of a store with vectors.
 
 #include "llsparse_detail.hpp"
+#include "product_kernels.hpp"
 
 namespace {
 
 using namespace qxsparse;
 
-/// The columns 0 .. n - 1 of a store, whole.
-struct AllColumns
+template <class T>
+ColumnView<T> viewOf(const llsparse<T>& s)
 {
-    const unsigned long* colPtr;
-    unsigned long n;
-
-    unsigned long size() const { return n; }
-    unsigned long column(unsigned long k) const { return k; }
-    unsigned long begin(unsigned long k) const { return colPtr[k]; }
-    unsigned long end(unsigned long k) const { return colPtr[k + 1]; }
-};
-
-/// A list of columns, of each the positions inside the rows of one thread.
-struct ListedColumns
-{
-    const unsigned long *cols, *starts, *ends;
-    unsigned long count;
-
-    unsigned long size() const { return count; }
-    unsigned long column(unsigned long k) const { return cols[k]; }
-    unsigned long begin(unsigned long k) const { return starts[k]; }
-    unsigned long end(unsigned long k) const { return ends[k]; }
-};
-
-/// y + term, or y - term.
-template <bool Minus, class Y, class Z>
-inline void accumulate(Y& y, const Z& term)
-{
-    if constexpr (Minus)
-        y -= term;
-    else
-        y += term;
-}
-
-template <bool Minus, bool Conj, class T, class Y, class X, class Columns>
-inline void scatterColumn(const llsparse<T>& s, Y* __restrict y, const X& xj, const Columns& columns, unsigned long k)
-{
-    const unsigned long* __restrict row = s.row;
-    const T* __restrict val = s.val;
-    for (unsigned long p = columns.begin(k), end = columns.end(k); p < end; ++p)
-        accumulate<Minus>(y[row[p]], mul(conjugateIf<Conj>(val[p]), xj));
-}
-
-/// y_j +-= sum of val x_row over column j. Y is the type of the products.
-template <bool Minus, bool Conj, class T, class Y, class X>
-inline void gatherColumn(const llsparse<T>& s, Y* __restrict y, const X* __restrict x, unsigned long j)
-{
-    const unsigned long* __restrict row = s.row;
-    const T* __restrict val = s.val;
-    decltype(mul(val[0], x[0])) sum{};
-    for (unsigned long p = s.colPtr[j], end = s.colPtr[j + 1]; p < end; ++p)
-        sum += mul(conjugateIf<Conj>(val[p]), x[row[p]]);
-    accumulate<Minus>(y[j], sum);
-}
-
-/// y_row +-= val x_j
-template <bool Minus, bool Conj, class T, class Y, class X, class Columns>
-void scatter(const llsparse<T>& s, Y* y, const X* x, const Columns& columns)
-{
-    for (unsigned long k = 0; k < columns.size(); ++k)
-        scatterColumn<Minus, Conj>(s, y, x[columns.column(k)], columns, k);
-}
-
-/// y_j +-= sum of val x_row
-template <bool Minus, bool Conj, class T, class Y, class X>
-void gather(const llsparse<T>& s, Y* y, const X* x, unsigned long from, unsigned long to)
-{
-    for (unsigned long j = from; j < to; ++j)
-        gatherColumn<Minus, Conj>(s, y, x, j);
-}
-
-/// Both, column by column: every y_i takes its terms in the order of the columns, whoever computes it.
-template <bool Minus, bool ConjScatter, bool ConjGather, class T, class Y, class X, class Columns>
-void scatterAndGather(const llsparse<T>& s, Y* y, const X* x, const Columns& columns, unsigned long from,
-                      unsigned long to)
-{
-    unsigned long j = from; // next column to gather
-    for (unsigned long k = 0; k < columns.size(); ++k) {
-        const unsigned long column = columns.column(k);
-        for (; j < column && j < to; ++j)
-            gatherColumn<Minus, ConjGather>(s, y, x, j);
-        scatterColumn<Minus, ConjScatter>(s, y, x[column], columns, k);
-    }
-    for (; j < to; ++j)
-        gatherColumn<Minus, ConjGather>(s, y, x, j);
-}
-
-/// Branches once on layout and transposition. A real store knows no conjugation.
-template <bool Minus, class T, class Y, class X, class Columns>
-void multiply(const llsparse<T>& s, Y* y, const X* x, Trans_t trans, const Columns& columns, unsigned long from,
-              unsigned long to)
-{
-    constexpr bool complexStore = !std::is_same_v<T, double>;
-    switch (s.symm) {
-    case Unsymmetric:
-        if (trans == NoTrans)
-            scatter<Minus, false>(s, y, x, columns);
-        else if (complexStore && trans == ConjTrans)
-            gather<Minus, true>(s, y, x, from, to);
-        else
-            gather<Minus, false>(s, y, x, from, to);
-        break;
-    case RowStored:
-        if (trans == NoTrans)
-            gather<Minus, false>(s, y, x, from, to);
-        else if (complexStore && trans == ConjTrans)
-            scatter<Minus, true>(s, y, x, columns);
-        else
-            scatter<Minus, false>(s, y, x, columns);
-        break;
-    case Symmetric:
-        if (complexStore && trans == ConjTrans)
-            scatterAndGather<Minus, true, true>(s, y, x, columns, from, to);
-        else
-            scatterAndGather<Minus, false, false>(s, y, x, columns, from, to);
-        break;
-    case Hermitian:
-        if (!complexStore)
-            scatterAndGather<Minus, false, false>(s, y, x, columns, from, to);
-        else if (trans == Trans)
-            scatterAndGather<Minus, true, false>(s, y, x, columns, from, to);
-        else
-            scatterAndGather<Minus, false, true>(s, y, x, columns, from, to);
-        break;
-    }
+    return {s.n, s.colPtr, s.row, s.val};
 }
 
 } // namespace
@@ -139,14 +19,14 @@ template <class T>
 template <class Y, class X>
 void llsparse<T>::yPlusAMulx(Y* y, const X* x, Trans_t trans) const
 {
-    multiply<false>(*this, y, x, trans, AllColumns{colPtr, n}, 0, n);
+    multiply<false>(viewOf(*this), symm, y, x, trans, AllColumns<unsigned long>{colPtr, n}, 0, n);
 }
 
 template <class T>
 template <class Y, class X>
 void llsparse<T>::yMinusAMulx(Y* y, const X* x, Trans_t trans) const
 {
-    multiply<true>(*this, y, x, trans, AllColumns{colPtr, n}, 0, n);
+    multiply<true>(viewOf(*this), symm, y, x, trans, AllColumns<unsigned long>{colPtr, n}, 0, n);
 }
 
 template <class T>
@@ -155,7 +35,7 @@ void llsparse<T>::yPlusAMulx(Y* y, const X* x, Trans_t trans, const unsigned lon
                              const unsigned long* starts, const unsigned long* ends, unsigned long from,
                              unsigned long to) const
 {
-    multiply<false>(*this, y, x, trans, ListedColumns{cols, starts, ends, ncols}, from, to == 0 ? n : to);
+    multiply<false>(viewOf(*this), symm, y, x, trans, ListedColumns{cols, starts, ends, ncols}, from, to == 0 ? n : to);
 }
 
 template <class T>
@@ -164,7 +44,7 @@ void llsparse<T>::yMinusAMulx(Y* y, const X* x, Trans_t trans, const unsigned lo
                               const unsigned long* starts, const unsigned long* ends, unsigned long from,
                               unsigned long to) const
 {
-    multiply<true>(*this, y, x, trans, ListedColumns{cols, starts, ends, ncols}, from, to == 0 ? n : to);
+    multiply<true>(viewOf(*this), symm, y, x, trans, ListedColumns{cols, starts, ends, ncols}, from, to == 0 ? n : to);
 }
 
 #define QX_INSTANTIATE(T, Y, X)                                                                                       \

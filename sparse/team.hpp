@@ -35,7 +35,9 @@ public:
     }
     /// Rule for loops over the values of a store.
     static Team ofLoop(unsigned long count) { return Team(qxbase::isParallelLoop(count) ? AVAILABLETHREADS() : 1); }
-    explicit Team(int shares) : shares_(shares) {}
+    explicit Team(int shares) : Team(shares, shares) {}
+    /// A number of shares that does not follow the number of threads.
+    Team(int shares, int threads) : shares_(shares), threads_(std::min(shares, threads)) {}
 
     int size() const { return shares_; }
     Slice even(unsigned long n, int share) const
@@ -58,12 +60,13 @@ public:
     template <class Body>
     void run(const Body& body) const
     {
-        if (shares_ == 1) {
-            body(0);
+        if (threads_ == 1) {
+            for (int share = 0; share < shares_; ++share)
+                body(share);
             return;
         }
         qxbase::ParallelException failure;
-#pragma omp parallel num_threads(shares_)
+#pragma omp parallel num_threads(threads_)
         for (int share = omp_get_thread_num(); share < shares_; share += omp_get_num_threads()) {
             try {
                 body(share);
@@ -85,7 +88,7 @@ public:
     }
 
 private:
-    int shares_;
+    int shares_, threads_;
 };
 
 /// Uninitialised scratch memory of n elements of a trivial type, on huge pages when it is large. std::bad_alloc.
