@@ -1,0 +1,158 @@
+#include "solvers/umfpack_context.h"
+
+#include <SuiteSparse_config.h>
+#include <pthread.h>
+#include <umfpack.h>
+
+/* Work done since the factorisation began and the work predicted, in the units of UMFPACK_FLOPS_ESTIMATE. */
+static _Thread_local double flopsDone, flopsPredicted;
+
+/* Called before each piece of dense work. */
+static void countAndPoll(double flops)
+{
+    if (flopsPredicted > 0.0) {
+        flopsDone += flops;
+        qxcReportProgress(flopsDone < flopsPredicted ? flopsDone / flopsPredicted : 1.0);
+    }
+    qxcPoll();
+}
+
+#ifdef QX_UMFPACK_POLLS_BLAS
+
+/* UMFPACK's allocations are up to a second apart, its BLAS calls are not. In the library's private copy of UMFPACK the
+   BLAS routines are renamed to the functions below (cmake/QxDependencies.cmake); a jump from here leaves no BLAS call
+   behind. The real routines take the lengths of their character arguments at the end, which UMFPACK does not pass. */
+
+typedef double _Complex cplx;
+
+#define QX_WRAP_BLAS(p, ger, T, unit)                                                                                  \
+    void p##gemm_(const char* ta, const char* tb, const int* m, const int* n, const int* k, const T* alpha,            \
+                           const T* a, const int* lda, const T* b, const int* ldb, const T* beta, T* c,                \
+                           const int* ldc, size_t, size_t);                                                            \
+    void qx_umfpack_##p##gemm_(const char* ta, const char* tb, const int* m, const int* n, const int* k, const T* alpha,\
+                           const T* a, const int* lda, const T* b, const int* ldb, const T* beta, T* c,                \
+                           const int* ldc);                                                                            \
+    void qx_umfpack_##p##gemm_(const char* ta, const char* tb, const int* m, const int* n, const int* k, const T* alpha,\
+                           const T* a, const int* lda, const T* b, const int* ldb, const T* beta, T* c,                \
+                           const int* ldc)                                                                             \
+    {                                                                                                                  \
+        countAndPoll(2.0 * unit * *m * *n * *k);                                                                       \
+        p##gemm_(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);                                          \
+    }                                                                                                                  \
+    void p##trsm_(const char* side, const char* uplo, const char* ta, const char* diag, const int* m,                  \
+                           const int* n, const T* alpha, const T* a, const int* lda, T* b, const int* ldb, size_t,     \
+                           size_t, size_t, size_t);                                                                    \
+    void qx_umfpack_##p##trsm_(const char* side, const char* uplo, const char* ta, const char* diag, const int* m,     \
+                           const int* n, const T* alpha, const T* a, const int* lda, T* b, const int* ldb);            \
+    void qx_umfpack_##p##trsm_(const char* side, const char* uplo, const char* ta, const char* diag, const int* m,     \
+                           const int* n, const T* alpha, const T* a, const int* lda, T* b, const int* ldb)             \
+    {                                                                                                                  \
+        countAndPoll(1.0 * unit * *m * *n * (*side == 'L' ? *m : *n));                                                 \
+        p##trsm_(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);                                       \
+    }                                                                                                                  \
+    void ger##_(const int* m, const int* n, const T* alpha, const T* x, const int* incx, const T* y,                   \
+                         const int* incy, T* a, const int* lda);                                                       \
+    void qx_umfpack_##ger##_(const int* m, const int* n, const T* alpha, const T* x, const int* incx, const T* y,      \
+                         const int* incy, T* a, const int* lda);                                                       \
+    void qx_umfpack_##ger##_(const int* m, const int* n, const T* alpha, const T* x, const int* incx, const T* y,      \
+                         const int* incy, T* a, const int* lda)                                                        \
+    {                                                                                                                  \
+        countAndPoll(2.0 * unit * *m * *n);                                                                            \
+        ger##_(m, n, alpha, x, incx, y, incy, a, lda);                                                                 \
+    }                                                                                                                  \
+    void p##gemv_(const char* ta, const int* m, const int* n, const T* alpha, const T* a, const int* lda,              \
+                           const T* x, const int* incx, const T* beta, T* y, const int* incy, size_t);                 \
+    void qx_umfpack_##p##gemv_(const char* ta, const int* m, const int* n, const T* alpha, const T* a, const int* lda, \
+                           const T* x, const int* incx, const T* beta, T* y, const int* incy);                         \
+    void qx_umfpack_##p##gemv_(const char* ta, const int* m, const int* n, const T* alpha, const T* a, const int* lda, \
+                           const T* x, const int* incx, const T* beta, T* y, const int* incy)                          \
+    {                                                                                                                  \
+        countAndPoll(2.0 * unit * *m * *n);                                                                            \
+        p##gemv_(ta, m, n, alpha, a, lda, x, incx, beta, y, incy, 1);                                                  \
+    }                                                                                                                  \
+    void p##trsv_(const char* uplo, const char* ta, const char* diag, const int* n, const T* a,                        \
+                           const int* lda, T* x, const int* incx, size_t, size_t, size_t);                             \
+    void qx_umfpack_##p##trsv_(const char* uplo, const char* ta, const char* diag, const int* n, const T* a,           \
+                           const int* lda, T* x, const int* incx);                                                     \
+    void qx_umfpack_##p##trsv_(const char* uplo, const char* ta, const char* diag, const int* n, const T* a,           \
+                           const int* lda, T* x, const int* incx)                                                      \
+    {                                                                                                                  \
+        countAndPoll(1.0 * unit * *n * *n);                                                                            \
+        p##trsv_(uplo, ta, diag, n, a, lda, x, incx, 1, 1, 1);                                                         \
+    }
+
+QX_WRAP_BLAS(d, dger, double, 1.0)
+QX_WRAP_BLAS(z, zgeru, cplx, 4.0)
+
+#else
+
+/* With a shared UMFPACK its BLAS calls cannot be told from those of others: the allocation hooks poll, and in the
+   complex version the division of numbers, one time in 1024. */
+static int (*divide)(double, double, double, double, double*, double*);
+
+static int pollingDivide(double ar, double ai, double br, double bi, double* cr, double* ci)
+{
+    static _Thread_local unsigned calls;
+    if (++calls % 1024 == 0)
+        countAndPoll(0.0);
+    return divide(ar, ai, br, bi, cr, ci);
+}
+
+#endif
+
+static void install(void)
+{
+    SuiteSparse_config.malloc_func = qxcMalloc;
+    SuiteSparse_config.calloc_func = qxcCalloc;
+    SuiteSparse_config.realloc_func = qxcRealloc;
+    SuiteSparse_config.free_func = qxcFree;
+#ifndef QX_UMFPACK_POLLS_BLAS
+    divide = SuiteSparse_config.divcomplex_func;
+    SuiteSparse_config.divcomplex_func = pollingDivide;
+#endif
+}
+
+void umfpackInstallHooks(void)
+{
+    static pthread_once_t once = PTHREAD_ONCE_INIT;
+    pthread_once(&once, install);
+}
+
+/* The frame of each wrapper holds no variable that changes after setjmp. */
+#define QX_CALL(predicted, call)                                                                                       \
+    const int code = setjmp(*qxcGetEnvPtr());                                                                          \
+    if (code > 0) {                                                                                                    \
+        flopsPredicted = 0.0;                                                                                          \
+        return code;                                                                                                   \
+    }                                                                                                                  \
+    flopsDone = 0.0;                                                                                                   \
+    flopsPredicted = predicted;                                                                                        \
+    qxcArm();                                                                                                          \
+    *status = call;                                                                                                    \
+    qxcDisarm();                                                                                                       \
+    flopsPredicted = 0.0;                                                                                              \
+    return 0
+
+int wrap_umfpack_dl_symbolic(long m, long n, const long Ap[], const long Ai[], const double Ax[], void** Symbolic,
+                             const double Control[], double Info[], long* status)
+{
+    QX_CALL(0.0, umfpack_dl_symbolic(m, n, Ap, Ai, Ax, Symbolic, Control, Info));
+}
+
+int wrap_umfpack_zl_symbolic(long m, long n, const long Ap[], const long Ai[], const double Ax[], const double Az[],
+                             void** Symbolic, const double Control[], double Info[], long* status)
+{
+    QX_CALL(0.0, umfpack_zl_symbolic(m, n, Ap, Ai, Ax, Az, Symbolic, Control, Info));
+}
+
+int wrap_umfpack_dl_numeric(const long Ap[], const long Ai[], const double Ax[], void* Symbolic, void** Numeric,
+                            const double Control[], double Info[], long* status)
+{
+    QX_CALL(Info[UMFPACK_FLOPS_ESTIMATE], umfpack_dl_numeric(Ap, Ai, Ax, Symbolic, Numeric, Control, Info));
+}
+
+int wrap_umfpack_zl_numeric(const long Ap[], const long Ai[], const double Ax[], const double Az[], void* Symbolic,
+                            void** Numeric, const double Control[], double Info[], long* status)
+{
+    QX_CALL(Info[UMFPACK_FLOPS_ESTIMATE], umfpack_zl_numeric(Ap, Ai, Ax, Az, Symbolic, Numeric, Control, Info));
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+/* UMFPACK inside a memory context: its allocations are recorded, its work is counted, and a cancelled run leaves it by a
+   long jump from between two BLAS calls. In C, since a long jump over objects with destructors is undefined. */
+
+#include "qxcutil.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Routes UMFPACK's allocations through qxcMalloc and its kin, once and for good. Without an armed context they behave as
+   malloc and free, so other users of the library in the process notice nothing. Any thread. */
+void umfpackInstallHooks(void);
+
+/* The four factorisation calls. Each takes the arguments of the UMFPACK function of that name and a place for its
+   status, and needs a selected context. Returns 0 after the call, or the code of a long jump (see qxcutil.h): the
+   status is then not set, and the object that was to be made must not be touched. The numeric forms report progress
+   as the share of the work that the symbolic analysis in Info predicts. */
+int wrap_umfpack_dl_symbolic(long m, long n, const long Ap[], const long Ai[], const double Ax[], void** Symbolic,
+                             const double Control[], double Info[], long* status);
+int wrap_umfpack_zl_symbolic(long m, long n, const long Ap[], const long Ai[], const double Ax[], const double Az[],
+                             void** Symbolic, const double Control[], double Info[], long* status);
+int wrap_umfpack_dl_numeric(const long Ap[], const long Ai[], const double Ax[], void* Symbolic, void** Numeric,
+                            const double Control[], double Info[], long* status);
+int wrap_umfpack_zl_numeric(const long Ap[], const long Ai[], const double Ax[], const double Az[], void* Symbolic,
+                            void** Numeric, const double Control[], double Info[], long* status);
+
+#ifdef __cplusplus
+}
+#endif
