@@ -115,7 +115,7 @@ protected:
     /// var is null for the forms that ask for any basic variable.
     DependencyTestNode(const Form& form, const EvalNodePtr& expr, const EvalNodePtr& var, unsigned long id);
 
-    const Form& form_;
+    const Form form_;
     EvalNodePtr expr_;
     EvalNodePtr var_;
 };

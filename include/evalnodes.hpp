@@ -187,13 +187,14 @@ public:
 
     const FunObjPtr& getFun() const { return fun_; }
     const EvalNodes& getArgs() const { return args_; }
+    /// The function applied to the arguments' values, which may be overwritten: without EvalValues and EvalGatherBVars
+    /// only on constants, otherwise a NaN value.
+    ValRepPtr apply(ValRepPtr* values, unsigned flags) const;
 
 private:
-    friend class DeepEval;
-
     FunObjPtr fun_;
     EvalNodes args_;
-    bool allConst_;
+    const bool allConst_;
 };
 
 /// The indirection through which a shared operation is reached. Forwards everything; once it is marked as shared it
@@ -248,6 +249,9 @@ public:
     void ostreamOperator(std::ostream&) const override;
 
 private:
+    bool compute(bool found, const ValRepPtr& rep, const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const;
+    void reportFailure(const ValRepPtr& rep, const VarEvaluatorPtr&, unsigned flags) const;
+
     const std::string name_;
 };
 

@@ -44,7 +44,7 @@ private:
     DepInfo info_;
 };
 
-/// The memoised results of a shared operation.
+/// The memoised results of an operation.
 class QX_API ProxyNodeShadow : public ShadowBase
 {
 public:
@@ -56,8 +56,10 @@ public:
     DepCache jacDepends;
     EvalNodePtr diff; ///< null: not valid
     std::string diffVar;
-    EvalNodePtr simplified; ///< null: not valid
 };
+
+using OpNodeShadow = ProxyNodeShadow;
+using GenOpNodeShadow = ProxyNodeShadow;
 
 /// A variable as its evaluator knows it: the definition and what was derived from it.
 class QX_API VarNodeShadow : public ShadowBase

@@ -4,11 +4,10 @@
 #include "evalnodes.hpp"
 #include "fwd.hpp"
 #include "qxexport.hpp"
+#include "qxlock.hpp"
 
 #include <atomic>
 #include <boost/shared_ptr.hpp>
-#include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -85,8 +84,8 @@ private:
 
     EvalTree(Kind kind, const EvalTreePtr& left, const EvalTreePtr& right);
 
-    EvalNodePtr build(const VarEvaluatorPtr& evaluator);
-    EvalNodePtr requireRoot(const VarEvaluatorPtr& evaluator);
+    void parseOne(const VarEvaluatorPtr& evaluator);
+    const EvalNodePtr& requireRoot(const VarEvaluatorPtr& evaluator);
 
     std::string expr_;
     Kind kind_ = Plain;
@@ -95,6 +94,6 @@ private:
     bool parsing_ = false;
     std::atomic<bool> parsed_{false};
     EvalNodePtr root_;
-    mutable std::recursive_mutex lock_;
+    boost::shared_ptr<qxbase::NestedLock> lock_;
     unsigned long id_;
 };

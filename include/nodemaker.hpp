@@ -4,7 +4,6 @@
 #include "fwd.hpp"
 #include "qxexport.hpp"
 
-#include <atomic>
 #include <memory>
 #include <string>
 
@@ -90,15 +89,20 @@ public:
 
 private:
     struct Tables;
-    class Guard;
+    class Lease;
 
     unsigned long newId();
-    EvalNodePtr foldReal(FunId id, double x);
-    EvalNodePtr foldReal(FunId id, double x, double y);
-    EvalNodePtr makeShared(FunId id, const EvalNodePtr& a, const EvalNodePtr* b);
+    template <class Node, class... Args>
+    EvalNodePtr makeNode(Args&&... args);
+    template <class Table, class Key, class Make>
+    EvalNodePtr findOrMake(Table Tables::*table, const Key& key, Make&& make);
+    template <class Table, class Key, class Make>
+    EvalNodePtr findOrShare(Table Tables::*table, const Key& key, Make&& make);
+    template <class Table, class Key, class Make>
+    EvalTreePtr findOrMakeTree(Table Tables::*table, const Key& key, Make&& make);
 
     unsigned long nextId_ = 0;
     EvalNodePtr zero_, unit_, nunit_;
-    std::vector<FunObjPtr> unary_, binary_;
+    FunObjPtr unary_[UPLUS + 1], binary_[UPLUS + 1];
     std::vector<std::unique_ptr<Tables>> tables_;
 };

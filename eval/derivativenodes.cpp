@@ -1,0 +1,329 @@
+#include "derivativenodes.hpp"
+
+#include "errinfo.hpp"
+#include "evalrep.hpp"
+#include "evalshadow.hpp"
+#include "graphwalk_detail.hpp"
+#include "nodemaker.hpp"
+#include "noderelease_detail.hpp"
+#include "qxexception.hpp"
+#include "stackroom_detail.hpp"
+#include "varevaluator.hpp"
+
+#include <ostream>
+
+namespace {
+
+constexpr unsigned numbersWanted = EvalValues | EvalGatherBVars;
+
+/// The variable that an argument is. Raises the identifier for anything else.
+std::string variableName(const EvalNodePtr& node, const char* identifier)
+{
+    if (!dynamic_cast<const VarNode*>(node.get()))
+        QX_RAISE("evalnodes", identifier);
+    return node->getVarName();
+}
+
+void print(std::ostream& out, const std::string& name, const EvalNodes& args)
+{
+    qxeval::requireStack();
+    out << name << '(';
+    for (std::size_t i = 0; i < args.size(); ++i)
+        out << (i ? "," : "") << *args[i];
+    out << ')';
+}
+
+/// The root of a derivative that is resolved by the evaluator: taken from the shadow, made anew for a new version.
+template <class Resolve>
+EvalNodePtr resolved(const EvalNode& node, const VarEvaluatorPtr& evaluator, Resolve&& resolve)
+{
+    qxeval::requireStack();
+    boost::shared_ptr<DiffNodeShadow> shadow;
+    evaluator->getShadowHandler()->getShadow(node.getId(), shadow);
+    if (shadow->shouldUpdateCache(evaluator->getVersion()))
+        shadow->initCache(evaluator, resolve());
+    return shadow->root;
+}
+
+} // namespace
+
+// GenOpNode ----------------------------------------------------------------------------------------------------------
+
+GenOpNode::GenOpNode(const std::string& name, EvalNodes args, unsigned long id)
+    : EvalNode(id), name_(name), args_(std::move(args))
+{
+}
+
+GenOpNode::~GenOpNode()
+{
+    qxeval::releaseLater(args_);
+}
+
+ValRepPtr GenOpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
+{
+    qxeval::requireStack();
+    std::vector<ValRepPtr> values;
+    values.reserve(args_.size());
+    for (const EvalNodePtr& arg : args_)
+        values.push_back(arg->eval(evaluator, cache, flags));
+    if (!(flags & numbersWanted))
+        return ValRep::makeNaN();
+    const ValRepPtr result = evaluator->eval(evaluator, name_, values, flags, cache);
+    if (!result)
+        return ValRep::makeNaN();
+    result->setEvaluated();
+    return result;
+}
+
+EvalNodePtr GenOpNode::diff(const std::string& var, const VarEvaluatorPtr& evaluator) const
+{
+    qxeval::requireStack();
+    return evaluator->diff(evaluator, name_, args_, var);
+}
+
+DepInfo GenOpNode::depends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const
+{
+    qxeval::requireStack();
+    return evaluator->depends(evaluator, name_, args_, vars);
+}
+
+DepInfo GenOpNode::jacDepends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const
+{
+    qxeval::requireStack();
+    return evaluator->jacDepends(evaluator, name_, args_, vars);
+}
+
+EvalNodePtr GenOpNode::simplify(const VarEvaluatorPtr& evaluator) const
+{
+    qxeval::requireStack();
+    EvalNodes args;
+    args.reserve(args_.size());
+    for (const EvalNodePtr& arg : args_)
+        args.push_back(arg->simplify(evaluator));
+    return evaluator->getNodeMaker()->makeGenOpNode(name_, args);
+}
+
+void GenOpNode::gatherBVars(const VarEvaluatorPtr& evaluator, NodeIdSet& seen, NameSet& names) const
+{
+    qxeval::requireStack();
+    if (seen.insert(getId()).inserted)
+        evaluator->gatherBVars(evaluator, name_, args_, seen, names);
+}
+
+void GenOpNode::ostreamOperator(std::ostream& out) const
+{
+    print(out, name_, args_);
+}
+
+int GenOpNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const
+{
+    QX_RAISE("evalnodes", "Cannot create definitions from GenOpNode::" + name_);
+}
+
+// VarDiffNode --------------------------------------------------------------------------------------------------------
+
+VarDiffNode::VarDiffNode(const EvalNodePtr& base, const std::string& name, const std::string& var, unsigned long id)
+    : EvalNode(id), base_(base), name_(name), var_(var)
+{
+}
+
+VarDiffNode::~VarDiffNode()
+{
+    qxeval::releaseLater(base_);
+}
+
+EvalNodePtr VarDiffNode::resolve(const VarEvaluatorPtr& evaluator) const
+{
+    return resolved(*this, evaluator, [&] {
+        const RecLimCheck check(evaluator, name_);
+        check.throwError();
+        return evaluator->diff(evaluator, name_, var_);
+    });
+}
+
+ValRepPtr VarDiffNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
+{
+    const RecLimCheck check(evaluator, name_);
+    if (check.isError()) {
+        const ValRepPtr nan = ValRep::makeNaN();
+        nan->getErrors()->append(*check.getErrors());
+        return nan;
+    }
+    ValRepPtr value = resolve(evaluator)->eval(evaluator, cache, flags);
+    if (!(flags & EvalValues))
+        return value;
+    const bool forbidden = !value->isNaN() && (flags & EvalNoComplex) && value->isComplex();
+    if (!forbidden && !value->isNaN())
+        return value;
+    if (value.use_count() > 1)
+        value = value->clone(); // a constant's or a cached value's record is not ours to extend
+    if (forbidden)
+        value->setNaN();
+    ErrInfo& errors = *value->getErrors();
+    errors.newLine("evalnodes", __LINE__);
+    errors["message"] = forbidden ? "varcmplx" : "diffvareval";
+    errors["var"] = name_;
+    return value;
+}
+
+EvalNodePtr VarDiffNode::diff(const std::string& var, const VarEvaluatorPtr& evaluator) const
+{
+    return resolve(evaluator)->diff(var, evaluator);
+}
+
+DepInfo VarDiffNode::depends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const
+{
+    return resolve(evaluator)->depends(vars, evaluator);
+}
+
+DepInfo VarDiffNode::jacDepends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const
+{
+    return resolve(evaluator)->jacDepends(vars, evaluator);
+}
+
+EvalNodePtr VarDiffNode::simplify(const VarEvaluatorPtr& evaluator) const
+{
+    return evaluator->getNodeMaker()->makeVarDiffNode(base_, name_, var_);
+}
+
+void VarDiffNode::gatherBVars(const VarEvaluatorPtr& evaluator, NodeIdSet& seen, NameSet& names) const
+{
+    if (seen.insert(getId()).inserted)
+        resolve(evaluator)->gatherBVars(evaluator, seen, names);
+}
+
+void VarDiffNode::ostreamOperator(std::ostream& out) const
+{
+    out << "d(" << name_ << ',' << var_ << ')';
+}
+
+// DiffNode -----------------------------------------------------------------------------------------------------------
+
+DiffNode::DiffNode(const EvalNodePtr& expr, const EvalNodePtr& var, unsigned mode, unsigned long id)
+    : EvalNode(id), expr_(expr), var_(var), mode_(mode)
+{
+}
+
+DiffNode::~DiffNode()
+{
+    qxeval::releaseLater(expr_);
+    qxeval::releaseLater(var_);
+}
+
+EvalNodePtr DiffNode::resolve(const VarEvaluatorPtr& evaluator) const
+{
+    return resolved(*this, evaluator,
+                    [&] { return expr_->diff(variableName(var_, "Can_only_diff_wrt_variables"), evaluator); });
+}
+
+ValRepPtr DiffNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
+{
+    const EvalNodePtr root = resolve(evaluator);
+    if (root->isZero() && !(flags & numbersWanted))
+        return ValRep::makeNaN();
+    return root->eval(evaluator, cache, flags);
+}
+
+EvalNodePtr DiffNode::diff(const std::string& var, const VarEvaluatorPtr& evaluator) const
+{
+    return resolve(evaluator)->diff(var, evaluator);
+}
+
+DepInfo DiffNode::depends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const
+{
+    return resolve(evaluator)->depends(vars, evaluator);
+}
+
+DepInfo DiffNode::jacDepends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const
+{
+    return resolve(evaluator)->jacDepends(vars, evaluator);
+}
+
+EvalNodePtr DiffNode::simplify(const VarEvaluatorPtr& evaluator) const
+{
+    qxeval::requireStack();
+    return evaluator->getNodeMaker()->makeDiffNode(expr_->simplify(evaluator), var_, mode_);
+}
+
+void DiffNode::gatherBVars(const VarEvaluatorPtr& evaluator, NodeIdSet& seen, NameSet& names) const
+{
+    if (seen.insert(getId()).inserted)
+        resolve(evaluator)->gatherBVars(evaluator, seen, names);
+}
+
+void DiffNode::ostreamOperator(std::ostream& out) const
+{
+    print(out, "d", {expr_, var_});
+}
+
+// Dependency tests ---------------------------------------------------------------------------------------------------
+
+DependencyTestNode::DependencyTestNode(const Form& form, const EvalNodePtr& expr, const EvalNodePtr& var,
+                                       unsigned long id)
+    : EvalNode(id), form_(form), expr_(expr), var_(var)
+{
+}
+
+DependencyTestNode::~DependencyTestNode()
+{
+    qxeval::releaseLater(expr_);
+    qxeval::releaseLater(var_);
+}
+
+ValRepPtr DependencyTestNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr&, unsigned flags) const
+{
+    qxeval::requireStack();
+    std::vector<std::string> vars;
+    if (var_)
+        vars.push_back(variableName(var_, "Can_only_test_dependency_wrt_variables"));
+    if (expr_->isZero() && !(flags & numbersWanted))
+        return ValRep::makeNaN();
+    const DepInfo info = form_.jacobian ? expr_->jacDepends(vars, evaluator) : expr_->depends(vars, evaluator);
+    return info.isSolDepAll() || info.isParDepAll() ? ValRep::make(1.0) : ValRep::makeZero();
+}
+
+EvalNodePtr DependencyTestNode::diff(const std::string&, const VarEvaluatorPtr& evaluator) const
+{
+    return evaluator->getNodeMaker()->makeZeroNode();
+}
+
+EvalNodePtr DependencyTestNode::simplify(const VarEvaluatorPtr& evaluator) const
+{
+    NodeMaker& maker = *evaluator->getNodeMaker();
+    if (form_.jacobian)
+        return var_ ? maker.makeJacDepNode(expr_, var_) : maker.makeJacUDepNode(expr_);
+    return var_ ? maker.makeDepNode(expr_, var_) : maker.makeUDepNode(expr_);
+}
+
+/// The value is a number: no variable is read for it.
+void DependencyTestNode::gatherBVars(const VarEvaluatorPtr&, NodeIdSet&, NameSet&) const {}
+
+void DependencyTestNode::ostreamOperator(std::ostream& out) const
+{
+    print(out, form_.printedName, var_ ? EvalNodes{expr_, var_} : EvalNodes{expr_});
+}
+
+int DependencyTestNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const
+{
+    QX_RAISE("evalnodes", std::string("Cannot create definitions from ") + form_.className);
+}
+
+DepNode::DepNode(const EvalNodePtr& expr, const EvalNodePtr& var, unsigned long id)
+    : DependencyTestNode({"DepNode", "depends", false}, expr, var, id)
+{
+}
+
+UDepNode::UDepNode(const EvalNodePtr& expr, unsigned long id)
+    : DependencyTestNode({"UDepNode", "depends", false}, expr, EvalNodePtr(), id)
+{
+}
+
+JacDepNode::JacDepNode(const EvalNodePtr& expr, const EvalNodePtr& var, unsigned long id)
+    : DependencyTestNode({"JacDepNode", "jacdepends", true}, expr, var, id)
+{
+}
+
+JacUDepNode::JacUDepNode(const EvalNodePtr& expr, unsigned long id)
+    : DependencyTestNode({"JacUDepNode", "isnonlinear", true}, expr, EvalNodePtr(), id)
+{
+}

@@ -1,0 +1,429 @@
+#include "evalnodes.hpp"
+
+#include "errinfo.hpp"
+#include "evalfun.hpp"
+#include "evalrep.hpp"
+#include "evalshadow.hpp"
+#include "graphwalk_detail.hpp"
+#include "noderelease_detail.hpp"
+#include "nodemaker.hpp"
+#include "qxexception.hpp"
+#include "qxnumber.hpp"
+#include "stackroom_detail.hpp"
+#include "valrepcache.hpp"
+#include "varevaluator.hpp"
+
+#include <algorithm>
+#include <ostream>
+
+namespace {
+
+constexpr unsigned numbersWanted = EvalValues | EvalGatherBVars;
+
+/// Opens a line of the record of rep: "message" = message.
+ErrInfo& newLine(const ValRepPtr& rep, const char* message, int line)
+{
+    ErrInfo& errors = *rep->getErrors();
+    errors.newLine("evalnodes", line);
+    errors["message"] = message;
+    return errors;
+}
+
+[[noreturn]] void refuseString()
+{
+    QX_RAISE("evalnodes", "Strings_are_only_allowed_in_function_arguments");
+}
+
+/// Evaluates a graph of operations in post-order with an explicit stack; any other node evaluates itself.
+ValRepPtr evalDeep(const OpNode& root, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags)
+{
+    qxeval::requireStack();
+    struct Frame
+    {
+        const OpNode* op;
+        std::size_t done; // arguments whose values are on the value stack
+    };
+    std::vector<Frame> frames{{&root, 0}};
+    std::vector<ValRepPtr> values;
+    while (!frames.empty()) {
+        Frame& frame = frames.back();
+        const EvalNodes& args = frame.op->getArgs();
+        if (frame.done < args.size()) {
+            const EvalNode* const arg = args[frame.done++].get();
+            if (const OpNode* const op = qxeval::asOperation(arg))
+                frames.push_back({op, 0});
+            else
+                values.push_back(arg->eval(evaluator, cache, flags));
+            continue;
+        }
+        const std::size_t first = values.size() - args.size();
+        ValRepPtr result = frame.op->apply(values.data() + first, flags);
+        values.resize(first);
+        values.push_back(std::move(result));
+        frames.pop_back();
+    }
+    return values.back();
+}
+
+} // namespace
+
+// EvalNode -----------------------------------------------------------------------------------------------------------
+
+EvalNode::~EvalNode() = default;
+
+ValRepPtr EvalNode::getScalar() const
+{
+    return ValRep::makeNaN();
+}
+
+bool EvalNode::isRealScalar(double&) const
+{
+    return false;
+}
+
+DepInfo EvalNode::depends(const std::vector<std::string>&, const VarEvaluatorPtr&) const
+{
+    return DepInfo();
+}
+
+DepInfo EvalNode::jacDepends(const std::vector<std::string>&, const VarEvaluatorPtr&) const
+{
+    return DepInfo();
+}
+
+std::string EvalNode::getVarName() const
+{
+    return std::string();
+}
+
+int EvalNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const
+{
+    QX_RAISE("evalnodes", "Cannot create definitions from EvalNode");
+}
+
+std::ostream& operator<<(std::ostream& out, const EvalNode& node)
+{
+    node.ostreamOperator(out);
+    return out;
+}
+
+// Constants ----------------------------------------------------------------------------------------------------------
+
+ConstNode::ConstNode(const std::string& text, unsigned long id) : EvalNode(id), real_(qxGetNaN())
+{
+    qxutil::isDouble(text, real_);
+    value_ = boost::make_shared<ValRep>(real_);
+    init();
+}
+
+ConstNode::ConstNode(double v, unsigned long id) : EvalNode(id), real_(v), value_(boost::make_shared<ValRep>(v))
+{
+    init();
+}
+
+ConstNode::ConstNode(const std::complex<double>& v, unsigned long id)
+    : EvalNode(id), real_(v.imag() == 0 ? v.real() : qxGetNaN()), value_(boost::make_shared<ValRep>(v))
+{
+    init();
+}
+
+ConstNode::ConstNode(const ValRepPtr& value, unsigned long id)
+    : EvalNode(id), real_(qxGetNaN()), value_(value->clone())
+{
+    if (!value_->isNaN() && value_->isScalar() && value_->getNBlocks() == 1 && !value_->isComplex())
+        real_ = value_->getDouble();
+    init();
+}
+
+ConstNode::~ConstNode() = default;
+
+void ConstNode::init()
+{
+    scalar_ = value_;
+    zero_ = value_->isZero();
+    if (value_->isComplex() && !value_->isNaN())
+        newLine(value_, "varcmplx", __LINE__); // found by whoever asks after an evaluation under EvalNoComplex
+}
+
+ValRepPtr ConstNode::eval(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const
+{
+    return (flags & EvalNoComplex) && value_->isComplex() ? ValRep::makeNaN() : value_;
+}
+
+bool ConstNode::isRealScalar(double& value) const
+{
+    if (qxIsNaN(real_))
+        return false;
+    value = real_;
+    return true;
+}
+
+EvalNodePtr ConstNode::diff(const std::string&, const VarEvaluatorPtr& evaluator) const
+{
+    return evaluator->getNodeMaker()->makeZeroNode();
+}
+
+EvalNodePtr ConstNode::simplify(const VarEvaluatorPtr& evaluator) const
+{
+    return evaluator->getNodeMaker()->makeConstNode(value_);
+}
+
+void ConstNode::ostreamOperator(std::ostream& out) const
+{
+    if (value_->isNaN() || value_->isZero() || !value_->isScalar() || value_->getNBlocks() != 1)
+        out << value_->toString();
+    else if (value_->isComplex())
+        out << qxutil::toString(value_->getComplex());
+    else if (value_->getDouble() < 0)
+        out << '(' << qxutil::toString(value_->getDouble()) << ')';
+    else
+        out << qxutil::toString(value_->getDouble());
+}
+
+SmallConstNode::SmallConstNode(int v, unsigned long id)
+    : EvalNode(id), number_(v), value_(v == 0 ? ValRep::makeZero() : boost::make_shared<ValRep>(double(v)))
+{
+}
+
+SmallConstNode::~SmallConstNode() = default;
+
+bool SmallConstNode::isRealScalar(double& value) const
+{
+    value = number_;
+    return true;
+}
+
+EvalNodePtr SmallConstNode::diff(const std::string&, const VarEvaluatorPtr& evaluator) const
+{
+    return evaluator->getNodeMaker()->makeZeroNode();
+}
+
+EvalNodePtr SmallConstNode::simplify(const VarEvaluatorPtr& evaluator) const
+{
+    return evaluator->getNodeMaker()->makeConstNode(number_);
+}
+
+void SmallConstNode::ostreamOperator(std::ostream& out) const
+{
+    out << (number_ == 0 ? "0" : number_ == 1 ? "1" : "(-1)");
+}
+
+// Strings ------------------------------------------------------------------------------------------------------------
+
+StringNode::StringNode(const std::string& text, unsigned long id) : EvalNode(id), text_(text) {}
+
+StringNode::~StringNode() = default;
+
+ValRepPtr StringNode::eval(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned) const
+{
+    refuseString();
+}
+
+EvalNodePtr StringNode::diff(const std::string&, const VarEvaluatorPtr&) const
+{
+    refuseString();
+}
+
+EvalNodePtr StringNode::simplify(const VarEvaluatorPtr&) const
+{
+    refuseString();
+}
+
+void StringNode::gatherBVars(const VarEvaluatorPtr&, NodeIdSet&, NameSet&) const
+{
+    refuseString();
+}
+
+int StringNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const
+{
+    refuseString();
+}
+
+void StringNode::ostreamOperator(std::ostream& out) const
+{
+    out << text_;
+}
+
+// Operations ---------------------------------------------------------------------------------------------------------
+
+OpNode::OpNode(const FunObjPtr& fun, EvalNodes args, unsigned long id)
+    : EvalNode(id), fun_(fun), args_(std::move(args)),
+      allConst_(std::all_of(args_.begin(), args_.end(), [](const EvalNodePtr& a) { return a->isScalar(); }))
+{
+}
+
+OpNode::~OpNode()
+{
+    qxeval::releaseLater(args_);
+}
+
+ValRepPtr OpNode::apply(ValRepPtr* values, unsigned flags) const
+{
+    if (!(flags & numbersWanted) && !allConst_)
+        return ValRep::makeNaN();
+    ValRepPtr result;
+    switch (args_.size()) {
+    case 1:
+        result = ValRep::applyOp(*fun_, values[0], flags);
+        break;
+    case 2:
+        result = ValRep::applyOp(*fun_, values[0], values[1], flags);
+        break;
+    default: {
+        std::vector<ValRepPtr> all(std::make_move_iterator(values), std::make_move_iterator(values + args_.size()));
+        result = ValRep::applyOp(*fun_, all, flags);
+    }
+    }
+    if (!result)
+        return ValRep::makeNaN();
+    result->setEvaluated();
+    return result;
+}
+
+ValRepPtr OpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
+{
+    if (qxeval::stackRoom() < qxeval::deepEvalRoom)
+        return evalDeep(*this, evaluator, cache, flags);
+    // The results are held by these locals alone, so that apply may overwrite a temporary.
+    switch (args_.size()) {
+    case 1: {
+        ValRepPtr value = args_[0]->eval(evaluator, cache, flags);
+        return apply(&value, flags);
+    }
+    case 2: {
+        ValRepPtr values[2];
+        values[0] = args_[0]->eval(evaluator, cache, flags);
+        values[1] = args_[1]->eval(evaluator, cache, flags);
+        return apply(values, flags);
+    }
+    default: {
+        std::vector<ValRepPtr> values;
+        values.reserve(args_.size());
+        for (const EvalNodePtr& arg : args_)
+            values.push_back(arg->eval(evaluator, cache, flags));
+        return apply(values.data(), flags);
+    }
+    }
+}
+
+void OpNode::ostreamOperator(std::ostream& out) const
+{
+    qxeval::requireStack();
+    fun_->ostreamOperator(args_, out);
+}
+
+int OpNode::createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& evaluator) const
+{
+    qxeval::requireStack();
+    return fun_->createDefs(args_, comp, names, nextId, evaluator);
+}
+
+// Proxies ------------------------------------------------------------------------------------------------------------
+
+ProxyNode::ProxyNode(const EvalNodePtr& target, unsigned long id) : EvalNode(id), target_(target) {}
+
+ProxyNode::~ProxyNode()
+{
+    qxeval::releaseLater(target_);
+}
+
+void ProxyNode::markAsShared() const
+{
+    if (isShared())
+        return;
+#pragma omp critical(ProxyNodeIncUse)
+    unique_.store(false, std::memory_order_relaxed);
+}
+
+ValRepPtr ProxyNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
+{
+    return target_->eval(evaluator, cache, flags);
+}
+
+void ProxyNode::ostreamOperator(std::ostream& out) const
+{
+    target_->ostreamOperator(out);
+}
+
+int ProxyNode::createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& evaluator) const
+{
+    return target_->createDefs(comp, names, nextId, evaluator);
+}
+
+// Variables ----------------------------------------------------------------------------------------------------------
+
+VarNode::VarNode(const std::string& name, unsigned long id) : EvalNode(id), name_(name) {}
+
+VarNode::~VarNode() = default;
+
+ValRepPtr VarNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
+{
+    auto [found, rep] = cache->getVar(name_, flags);
+    // A NaN is computed again: the attempt before may have had weaker flags.
+    const bool known = rep->isEvaluated() && !rep->isNaN();
+    if (!known && !compute(found, rep, evaluator, cache, flags))
+        return rep;
+    if ((flags & EvalValues) && (rep->isNaN() || ((flags & EvalNoComplex) && rep->isComplex())))
+        reportFailure(rep, evaluator, flags);
+    return std::move(rep);
+}
+
+/// Fills a value that is not known yet. False when the variable turned out to be defined through itself.
+/// Out of line: definitions nest through eval, whose frame stays small that way.
+__attribute__((noinline)) bool VarNode::compute(bool found, const ValRepPtr& rep, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache,
+                      unsigned flags) const
+{
+    const RecLimCheck check(evaluator, name_);
+    if (check.isError()) {
+        rep->setNaN();
+        rep->getErrors()->append(*check.getErrors());
+        return false;
+    }
+    boost::shared_ptr<VarNodeShadow> shadow;
+    evaluator->getShadowHandler()->getShadow(getId(), shadow);
+    if (!found) {
+        shadow->initCache(evaluator, name_);
+    } else if (shadow->shouldUpdateCache(evaluator->getVersion())) {
+        shadow->initCache(evaluator, name_);
+        rep->reset(cache->getEmpty(), true);
+    } else if ((flags & EvalValues) && rep->isNaN()) {
+        rep->reset(cache->getEmpty(), true);
+    }
+
+    const EvalNodePtr root = shadow->root; // a nested evaluation may give the shadow another definition
+    const bool wanted = (flags & EvalValues) || (root && !found && (flags & numbersWanted));
+    if (!wanted) {
+        rep->setNaN();
+    } else if (root) {
+        const ValRepPtr value = root->eval(evaluator, cache, flags);
+        rep->reset(value, true);
+    } else {
+        evaluator->eval(evaluator, name_, flags, rep, cache);
+        rep->setEvaluated();
+    }
+    if ((flags & EvalGatherBVars) && !root)
+        cache->setBVar(name_);
+    return true;
+}
+
+/// Adds this variable to the story of a NaN; a complex value where none is allowed becomes one.
+__attribute__((noinline)) void VarNode::reportFailure(const ValRepPtr& rep, const VarEvaluatorPtr& evaluator, unsigned flags) const
+{
+    if (!rep->isNaN() && (flags & EvalNoComplex) && rep->isComplex()) {
+        rep->setNaN();
+        if (rep->getErrors()->isEmpty())
+            newLine(rep, "varcmplx", __LINE__)["var"] = name_;
+    }
+    boost::shared_ptr<VarNodeShadow> shadow;
+    evaluator->getShadowHandler()->getShadow(getId(), shadow);
+    if (rep->isNaN() && shadow->root) {
+        ErrInfo& errors = newLine(rep, "vareval", __LINE__);
+        errors["var"] = name_;
+        errors["defexpr"] = qxeval::nodeTextOrDots(*shadow->root);
+    }
+}
+
+void VarNode::ostreamOperator(std::ostream& out) const
+{
+    out << name_;
+}
