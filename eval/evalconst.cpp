@@ -27,9 +27,9 @@ ValRepPtr evaluate(const VarEvaluatorPtr& evaluator, const std::string& text, un
 } // namespace
 
 ConstVarEvaluator::ConstVarEvaluator(const std::vector<std::string>& constants)
-    : VarEvaluator(boost::make_shared<NodeMaker>(), boost::make_shared<ShadowHandler>())
+    : VarEvaluator(boost::make_shared<NodeMaker>(), boost::make_shared<ShadowHandler>()),
+      funs_(qxeval::standardFunctions())
 {
-    getStdFuns(funs_);
     // The evaluation of a definition needs a shared pointer to this object, which does not own it.
     const VarEvaluatorPtr self(VarEvaluatorPtr(), this);
     for (const std::string& constant : constants)

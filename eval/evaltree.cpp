@@ -3,6 +3,7 @@
 #include "errinfo.hpp"
 #include "evalrep.hpp"
 #include "evalshadow.hpp"
+#include "funlookup_detail.hpp"
 #include "graphwalk_detail.hpp"
 #include "noderelease_detail.hpp"
 #include "nodemaker.hpp"
@@ -17,6 +18,16 @@ namespace {
 
 unsigned long idCounter = 0;
 
+/// The text for the record of a failure.
+std::string exprOrDots(const EvalTree& tree)
+{
+    try {
+        return tree.getExpr();
+    } catch (const qxbase::Exception&) {
+        return "...";
+    }
+}
+
 unsigned long newId()
 {
     unsigned long id;
@@ -29,9 +40,9 @@ unsigned long newId()
 class BasicVariables : public VarEvaluator
 {
 public:
-    explicit BasicVariables(const NodeMakerPtr& maker) : VarEvaluator(maker, boost::make_shared<ShadowHandler>())
+    explicit BasicVariables(const NodeMakerPtr& maker)
+        : VarEvaluator(maker, boost::make_shared<ShadowHandler>()), funs_(qxeval::standardFunctions())
     {
-        getStdFuns(funs_);
     }
 
     using VarEvaluator::eval;
@@ -48,7 +59,7 @@ public:
     }
 
 private:
-    std::vector<FunObjPtr> funs_;
+    const qxeval::FunTable funs_;
 };
 
 } // namespace
@@ -260,7 +271,7 @@ ValRepPtr EvalTree::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr&
         ErrInfo& errors = *result->getErrors();
         errors.newLine("evaltree", __LINE__);
         errors["message"] = "expreval";
-        errors["exprs"] = exprOrDots();
+        errors["exprs"] = exprOrDots(*this);
     }
     return result;
 }

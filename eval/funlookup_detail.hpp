@@ -1,23 +1,38 @@
 #pragma once
 
 #include "evalfun.hpp"
+#include "funfactory.hpp"
 #include "qxexception.hpp"
 
+#include <map>
 #include <string>
 #include <vector>
 
 namespace qxeval {
 
-/// The function of a list by name. Raises "Unknown_function_name" or "Wrong_number_of_function_arguments" with "Name".
-inline FunObjPtr findFunction(const std::vector<FunObjPtr>& funs, const std::string& name, int nArgs)
+using FunTable = std::map<std::string, FunObjPtr>;
+
+/// The standard functions by name, and plussq, which operators print as.
+inline FunTable standardFunctions()
 {
+    std::vector<FunObjPtr> funs;
+    makeStandardFunctions(funs);
+    funs.push_back(makeFunObj(PLUSSQ));
+    FunTable table;
     for (const FunObjPtr& f : funs)
-        if (f->getName() == name) {
-            if (f->nArgs() != nArgs)
-                QX_RAISE("evalconst", "Wrong_number_of_function_arguments", "Name", name);
-            return f;
-        }
-    QX_RAISE("evalconst", "Unknown_function_name", "Name", name);
+        table.emplace(f->getName(), f);
+    return table;
+}
+
+/// Raises "Unknown_function_name" or "Wrong_number_of_function_arguments" with "Name".
+inline const FunObjPtr& findFunction(const FunTable& table, const std::string& name, int nArgs)
+{
+    const auto found = table.find(name);
+    if (found == table.end())
+        QX_RAISE("evalconst", "Unknown_function_name", "Name", name);
+    if (found->second->nArgs() != nArgs)
+        QX_RAISE("evalconst", "Wrong_number_of_function_arguments", "Name", name);
+    return found->second;
 }
 
 } // namespace qxeval

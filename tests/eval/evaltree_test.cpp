@@ -1,0 +1,439 @@
+#include "evaltree.hpp"
+
+#include "derivativenodes.hpp"
+#include "host.hpp"
+#include "support/alloc_fault.hpp"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+using namespace qxtest;
+
+namespace {
+
+/// A function of strings and numbers for getStringFun: the identity on its first remaining argument.
+HostPtr stringHost(std::string& name, int& nArgs, std::vector<std::string>& strings, std::vector<int>& positions)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}, {"y", {5.0}}});
+    host->stringFun = [&, raw = host.get()](const std::string& f, int n, const std::vector<std::string>& s,
+                                            const std::vector<int>& p) {
+        name = f;
+        nArgs = n;
+        strings = s;
+        positions = p;
+        return raw->functions[s.size() + 2 == std::size_t(n) ? "atan2" : "abs"];
+    };
+    return host;
+}
+
+} // namespace
+
+// Values -------------------------------------------------------------------------------------------------------------
+
+struct TextValue
+{
+    const char* text;
+    double expected; // at x = 2, y = 5
+};
+
+class EvalTreeValue : public testing::TestWithParam<TextValue>
+{
+};
+
+TEST_P(EvalTreeValue, IsThatOfTheFormula)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}, {"y", {5.0}}});
+    EXPECT_DOUBLE_EQ(realValue(GetParam().text, host), GetParam().expected) << GetParam().text;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Formulas, EvalTreeValue,
+    testing::Values(TextValue{"x+y", 7}, TextValue{"x-y", -3}, TextValue{"x*y", 10}, TextValue{"y/x", 2.5},
+                    TextValue{"x^3", 8}, TextValue{"x^y", 32}, TextValue{"-x", -2}, TextValue{"+x", 2},
+                    TextValue{"!x", 0}, TextValue{"x<y", 1}, TextValue{"x>y", 0}, TextValue{"x<=2", 1},
+                    TextValue{"x>=3", 0}, TextValue{"x==2", 1}, TextValue{"x!=2", 0}, TextValue{"x&&y", 1},
+                    TextValue{"x||0", 1}, TextValue{"x&&0", 0}, TextValue{"x^2+y^2", 29}, TextValue{"42", 42},
+                    TextValue{"x", 2}, TextValue{"2*(x+3)-y/5", 9}, TextValue{"abs(-x)", 2}, TextValue{"sin(0*x)", 0},
+                    TextValue{"cos(x)", std::cos(2.0)}, TextValue{"exp(x)", std::exp(2.0)},
+                    TextValue{"sqrt(x+7)", 3}, TextValue{"min(x,y)", 2}, TextValue{"atan2(y,x)", std::atan2(5.0, 2.0)},
+                    TextValue{"1-2-3", -4}, TextValue{"2^3^2", 64}, TextValue{"0", 0}, TextValue{"1", 1}));
+
+TEST(EvalTree, EvaluatesComplexSumsOfSquaresWithoutConjugation)
+{
+    const HostPtr host = makeHost();
+    host->complexes = {{"x", {cplx(1, 2)}}, {"y", {cplx(0, 3)}}};
+    EXPECT_EQ(evalText("x^2+y^2", host)->getComplex(), cplx(-12, 4)); // (-3+4i) + (-9)
+    EXPECT_EQ(textOf(treeOf("x^2+y^2")->getRoot(host)), "plussq(x,y)");
+}
+
+TEST(EvalTree, FoldsEveryZeroTreeToAZeroValueForAnyFlags)
+{
+    const HostPtr host = makeHost();
+    for (const unsigned flags : {0u, 1u, 4u, 5u, 0x1eu}) {
+        const ValRepPtr value = evalText("0", host, flags);
+        EXPECT_TRUE(value->isZero());
+        EXPECT_FALSE(value->isNaN());
+        EXPECT_TRUE(evalText("0*x", host, flags)->isZero());
+    }
+}
+
+TEST(EvalTree, GivesConstantsWithoutFlagsAndNaNForVariables)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}});
+    for (const unsigned flags : {0u, 1u, 4u, 5u}) {
+        EXPECT_EQ(evalText("3", host, flags)->getDouble(), 3.0);
+        EXPECT_EQ(evalText("1+2", host, flags)->getDouble(), 3.0);
+        // No constant node, yet all its arguments are: left to evaluation, since it turns complex.
+        EXPECT_EQ(evalText("sqrt(-4)", host, flags)->getComplex(), cplx(0, 2)) << flags;
+        for (const char* text : {"x", "x+1", "sin(x)"}) {
+            const ValRepPtr value = evalText(text, host, flags);
+            EXPECT_EQ(value->isNaN(), !(flags & EvalValues)) << text << ' ' << flags;
+            if (value->isNaN())
+                EXPECT_EQ(raisedId([&] { value->getDouble(); }), "Unexpected_NaN");
+        }
+    }
+}
+
+TEST(EvalTree, TellsTheStoryOfAnElementFailure)
+{
+    const HostPtr host = makeHost({{"x", {-1.0, 4.0}}});
+    const ValRepPtr value = evalText("1+sqrt(x)", host, EvalValues | EvalKeepReal);
+    ASSERT_TRUE(value->isNaN());
+    const auto read = [&] { value->getDoubleReader(); };
+    EXPECT_EQ(raisedId(read), "sqrt");
+    EXPECT_EQ(raisedArgument(read, "exprs"), "1+sqrt(x)");
+    EXPECT_EQ(value->getErrors()->getFile(value->getErrors()->size() - 1), "evaltree");
+}
+
+TEST(EvalTree, RequiredQuirkAComplexConstantWhereNoneIsAllowedShowsOnlyTheExpression)
+{
+    const HostPtr host = makeHost();
+    const auto tree = boost::make_shared<EvalTree>(host->getNodeMaker()->makeConstNode(cplx(1, 2)));
+    const ValRepPtr value = tree->eval(host, makeCache(), EvalValues | EvalNoComplex);
+    EXPECT_EQ(raisedId([&] { value->getDouble(); }), "expreval");
+}
+
+TEST(EvalTree, KeepsElementNaNsWhenErrorsOfElementsAreIgnored)
+{
+    const HostPtr host = makeHost({{"x", {-1.0, 4.0}}});
+    const ValRepPtr value = evalText("sqrt(x)", host, EvalValues | EvalKeepReal | EvalIgnoreElementErrors);
+    EXPECT_FALSE(value->isNaN());
+    EXPECT_TRUE(std::isnan(value->getDoubleIterator(0)[0]));
+    EXPECT_EQ(value->getDoubleIterator(0)[1], 2.0);
+}
+
+TEST(EvalTree, EvaluatesHostOperators)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}, {"y", {5.0}}});
+    host->operators = {{"total", 2}, {"sin", 3}};
+    EXPECT_EQ(realValue("total(x,2*y)", host), 12.0);
+    EXPECT_EQ(realValue("sin(x,x,x)", host), 6.0);
+    EXPECT_EQ(raisedId([&] { evalText("total(x)", host); }), "Unknown_function_name");
+    EXPECT_TRUE(evalText("total(x,y)", host, 0)->isNaN());
+    EXPECT_EQ(textOf(treeOf("total(x,y)")->getRoot(host)), "total(x,y)");
+}
+
+TEST(EvalTree, RequiredQuirkAHostCannotHideFixedFunctionsAndKeywords)
+{
+    const HostPtr host = makeHost({{"x", {4.0}}});
+    for (const char* name : {"abs", "cos", "exp", "sin", "sqrt"})
+        host->functions.erase(name);
+    EXPECT_EQ(realValue("sqrt(x)", host), 2.0);
+    EXPECT_EQ(realValue("abs(-x)", host), 4.0);
+    host->functions.erase("log");
+    EXPECT_EQ(raisedId([&] { evalText("log(x)", host); }), "Unknown_function_name");
+}
+
+// Parsing ------------------------------------------------------------------------------------------------------------
+
+TEST(EvalTree, ParsesOnce)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}});
+    const EvalTreePtr tree = treeOf("x+1");
+    EXPECT_FALSE(tree->isParsed());
+    const EvalNodePtr root = tree->getRoot(host);
+    EXPECT_TRUE(tree->isParsed());
+    host->getNodeMaker()->reset();
+    EXPECT_EQ(tree->getRoot(host), root);
+}
+
+TEST(EvalTree, ParsesOnceUnderEightThreads)
+{
+    const EvalTreePtr tree = treeOf("sin(x)+x*(x-1)/(x+2)");
+    const NodeMakerPtr maker = boost::make_shared<NodeMaker>();
+    struct Job
+    {
+        EvalTreePtr tree;
+        NodeMakerPtr maker;
+        EvalNode* root = nullptr;
+        double value = 0;
+    };
+    const auto work = [](void* argument) -> void* {
+        Job& job = *static_cast<Job*>(argument);
+        const auto host = boost::make_shared<Host>(job.maker);
+        host->reals["x"] = {2.0};
+        job.value = job.tree->eval(host, makeCache(), EvalValues)->getDouble();
+        job.root = job.tree->getRoot(host).get();
+        return nullptr;
+    };
+    std::vector<Job> jobs(8, Job{tree, maker});
+    std::vector<pthread_t> threads(8);
+    for (std::size_t i = 0; i < threads.size(); ++i)
+        ASSERT_EQ(pthread_create(&threads[i], nullptr, work, &jobs[i]), 0);
+    for (const pthread_t thread : threads)
+        pthread_join(thread, nullptr);
+    for (const Job& job : jobs) {
+        EXPECT_EQ(job.root, jobs[0].root);
+        EXPECT_DOUBLE_EQ(job.value, std::sin(2.0) + 0.5);
+    }
+}
+
+class EvalTreeSyntaxError : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(EvalTreeSyntaxError, RaisesWithTheExpression)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}, {"y", {2.0}}});
+    const auto parse = [&] { treeOf(GetParam())->parse(host); };
+    EXPECT_EQ(raisedId(parse), "Syntax_error_in_expression");
+    EXPECT_EQ(raisedArgument(parse, "Expression"), GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, EvalTreeSyntaxError,
+                         testing::Values("", " ", "x+", "(x", "x)", "x y", "1..2", "x[m]", "[x,y]", "x,y",
+                                         "sin(x[m])", "f('a", "x=y", "2x", "1,5"));
+
+TEST(EvalTree, IsUnparsedAfterAFailureAndParsesLater)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}});
+    const EvalTreePtr tree = treeOf("later(x)");
+    EXPECT_EQ(raisedId([&] { tree->parse(host); }), "Unknown_function_name");
+    EXPECT_FALSE(tree->isParsed());
+    host->functions["later"] = host->functions["sqrt"];
+    EXPECT_DOUBLE_EQ(tree->eval(host, makeCache(), EvalValues)->getDouble(), std::sqrt(2.0));
+}
+
+TEST(EvalTree, TakesAnyNameForAVariableTree)
+{
+    const HostPtr host = makeHost({{"comp1.T+1", {2.0}}});
+    EvalTree tree("comp1.T+1", true);
+    EXPECT_EQ(tree.eval(host, makeCache(), EvalValues)->getDouble(), 2.0);
+    EXPECT_EQ(tree.getExpr(), "comp1.T+1");
+}
+
+TEST(EvalTree, RaisesWithoutARoot)
+{
+    const HostPtr host = makeHost();
+    EvalTree tree{EvalNodePtr()};
+    const auto fails = [&](auto&& work) { EXPECT_EQ(raisedId(work), "Evaluation_internal_error"); };
+    fails([&] { tree.eval(host, makeCache(), EvalValues); });
+    fails([&] { tree.diff("x", host); });
+    fails([&] { tree.simplify(host); });
+    fails([&] { tree.depends({"x"}, host); });
+    fails([&] { tree.jacDepends({"x"}, host); });
+}
+
+TEST(EvalTree, RefusesToBeParsedWhileItIsParsed)
+{
+    class Reentrant : public Host
+    {
+    public:
+        EvalTree* tree = nullptr;
+        VarEvaluatorPtr self;
+        bool isOp(const std::string&, int) override
+        {
+            tree->parse(self);
+            return false;
+        }
+    };
+    const auto host = boost::make_shared<Reentrant>();
+    EvalTree tree("f(x)", false);
+    host->tree = &tree;
+    host->self = VarEvaluatorPtr(VarEvaluatorPtr(), host.get());
+    EXPECT_EQ(raisedId([&] { tree.parse(host); }), "Evaluation_internal_error");
+}
+
+TEST(EvalTree, MakesKeywordsOfTheRightArgumentCountsOnly)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}, {"y", {3.0}}});
+    const auto target = [&](const char* text) {
+        return dynamic_cast<const ProxyNode&>(*treeOf(text)->getRoot(host)).getTarget();
+    };
+    EXPECT_TRUE(dynamic_cast<const DiffNode*>(target("d(x*y,x)").get()));
+    EXPECT_EQ(dynamic_cast<const DiffNode&>(*target("d(x*y,x)")).getMode(), 0u);
+    EXPECT_EQ(dynamic_cast<const DiffNode&>(*target("pd(x*y,x)")).getMode(), 1u);
+    EXPECT_TRUE(dynamic_cast<const UDepNode*>(target("depends(x)").get()));
+    EXPECT_TRUE(dynamic_cast<const DepNode*>(target("depends(x,y)").get()));
+    EXPECT_TRUE(dynamic_cast<const JacUDepNode*>(target("jacdepends(x)").get()));
+    EXPECT_TRUE(dynamic_cast<const JacDepNode*>(target("jacdepends(x,y)").get()));
+    EXPECT_TRUE(dynamic_cast<const OpNode*>(target("islinear(x)").get()));
+
+    for (const char* text : {"d(x)", "d(x,y,x)", "pd(x)", "depends(x,y,x)", "jacdepends(x,y,x)", "islinear(x,y)"})
+        EXPECT_EQ(raisedId([&] { treeOf(text)->parse(host); }), "Unknown_function_name") << text;
+
+    host->operators = {{"islinear", 2}, {"d", 3}};
+    EXPECT_EQ(realValue("islinear(x,y)", host), 5.0);
+    EXPECT_EQ(realValue("d(x,y,y)", host), 8.0);
+}
+
+struct StringCase
+{
+    const char* text;
+    std::vector<std::string> strings;
+    std::vector<int> positions;
+    int nArgs;
+};
+
+class EvalTreeStringCall : public testing::TestWithParam<StringCase>
+{
+};
+
+TEST_P(EvalTreeStringCall, HandsStringsOverWithTheirPositions)
+{
+    std::string name;
+    int nArgs = 0;
+    std::vector<std::string> strings;
+    std::vector<int> positions;
+    const HostPtr host = stringHost(name, nArgs, strings, positions);
+
+    const double value = realValue(GetParam().text, host);
+
+    EXPECT_EQ(name, "f");
+    EXPECT_EQ(nArgs, GetParam().nArgs);
+    EXPECT_EQ(strings, GetParam().strings);
+    EXPECT_EQ(positions, GetParam().positions);
+    const bool two = GetParam().nArgs - int(GetParam().strings.size()) == 2;
+    EXPECT_DOUBLE_EQ(value, two ? std::atan2(2.0, 5.0) : 2.0) << "the other arguments stay in source order";
+}
+
+INSTANTIATE_TEST_SUITE_P(Positions, EvalTreeStringCall,
+                         testing::Values(StringCase{"f('a',x)", {"a"}, {0}, 2}, StringCase{"f(x,'a')", {"a"}, {1}, 2},
+                                         StringCase{"f(x,'a',y)", {"a"}, {1}, 3},
+                                         StringCase{"f('a',x,'b',y)", {"a", "b"}, {0, 2}, 4},
+                                         StringCase{"f('it''s',x)", {"it's"}, {0}, 2}));
+
+TEST(EvalTree, CallsExternalFunctionsOfStringsAtOnce)
+{
+    std::string name;
+    int nArgs = 0;
+    std::vector<std::string> strings;
+    std::vector<int> positions;
+    const HostPtr host = stringHost(name, nArgs, strings, positions);
+    EXPECT_EQ(raisedId([&] { treeOf("f('a','b')")->parse(host); }), "Internal_error_callback");
+    EXPECT_EQ(strings, (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(nArgs, 2);
+}
+
+TEST(EvalTree, RaisesForAStringThatIsNoArgument)
+{
+    const HostPtr host = makeHost();
+    EXPECT_EQ(raisedId([&] { evalText("'a'", host); }), "Strings_are_only_allowed_in_function_arguments");
+    EXPECT_EQ(raisedId([&] { evalText("1+'a'", host); }), "Strings_are_only_allowed_in_function_arguments");
+}
+
+TEST(EvalTree, LeavesNothingBehindWhenAnAllocationFails)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}, {"y", {5.0}}});
+    const EvalTreePtr tree = treeOf("x*y+sqrt(x)-d(x^2,x)");
+    failEveryAllocation([&] { treeOf("x*y+sqrt(x)-d(x^2,x)")->eval(host, makeCache(), EvalValues); },
+                        [&](const FaultRun& run) {
+                            EXPECT_TRUE(run.badAlloc || !run.faulted || !run.id.empty()) << run.n;
+                            EXPECT_EQ(host->getRecCount()->getDepth(), 0) << run.n;
+                        });
+    EXPECT_DOUBLE_EQ(tree->eval(host, makeCache(), EvalValues)->getDouble(), 10 + std::sqrt(2.0) - 4);
+}
+
+// Combined trees -----------------------------------------------------------------------------------------------------
+
+TEST(EvalTree, CombinesTreesWithoutParsingThem)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}, {"y", {5.0}}});
+    struct Case
+    {
+        EvalTreePtr tree;
+        const char* text;
+        double value;
+    };
+    const EvalTreePtr a = treeOf("x+1"), b = treeOf("y");
+    for (const Case& c : {Case{EvalTree::plus(a, b), "(x+1)+(y)", 8}, {EvalTree::minus(a, b), "(x+1)-(y)", -2},
+                          {EvalTree::times(a, b), "(x+1)*(y)", 15}, {EvalTree::uminus(a), "-(x+1)", -3}}) {
+        EXPECT_EQ(c.tree->getExpr(), c.text);
+        EXPECT_FALSE(c.tree->isParsed());
+        EXPECT_EQ(c.tree->eval(host, makeCache(), EvalValues)->getDouble(), c.value);
+    }
+    EXPECT_TRUE(a->isParsed());
+}
+
+TEST(EvalTree, TakesTheTextOfItsNode)
+{
+    const HostPtr host = makeHost();
+    const EvalNodePtr root = treeOf("a*b")->getRoot(host);
+    EXPECT_EQ(EvalTree(root).getExpr(), "(a*b)");
+    EXPECT_EQ(EvalTree(root, "name").getExpr(), "name");
+    EXPECT_EQ(EvalTree(root).getRoot(host), root);
+}
+
+TEST(EvalTree, HasAnIdOfItsOwnInEachCopy)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}});
+    EvalTree tree("x+1", false);
+    tree.parse(host);
+    EvalTree copy(tree);
+    EXPECT_NE(copy.getId(), tree.getId());
+    EXPECT_TRUE(copy.isParsed());
+    EXPECT_EQ(copy.getRoot(host), tree.getRoot(host));
+
+    EvalTree other("x+2", false);
+    const unsigned long before = other.getId();
+    other = tree;
+    EXPECT_NE(other.getId(), before);
+    EXPECT_NE(other.getId(), tree.getId());
+    EXPECT_EQ(other.eval(host, makeCache(), EvalValues)->getDouble(), 3.0);
+    other = *&other;
+    EXPECT_EQ(other.getExpr(), "x+1");
+}
+
+// The steady state ---------------------------------------------------------------------------------------------------
+
+class EvalTreeSteadyState : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(EvalTreeSteadyState, TouchesNoAllocator)
+{
+    /// Fills its variables without allocating.
+    class QuietHost : public Host
+    {
+    public:
+        void eval(const VarEvaluatorPtr&, const std::string& name, unsigned, const ValRepPtr& rep,
+                  const ValRepCachePtr&) override
+        {
+            DArrayPtr out;
+            rep->reset(false, false, 1000);
+            rep->addDArray(out);
+            double* const values = rep->getDoubleIterator(0);
+            for (int i = 0; i < 1000; ++i)
+                values[i] = (name[0] - 'w') * 0.1 + i * 0.001;
+        }
+    };
+    const auto host = boost::make_shared<QuietHost>();
+    const auto cache = makeCache(boost::make_shared<SerialArrayAllocator>(1000, 0));
+    const EvalTreePtr tree = treeOf(GetParam());
+    const auto pass = [&] {
+        cache->reset();
+        return tree->eval(host, cache, EvalValues)->getDoubleIterator(0)[0];
+    };
+    const double value = pass();
+    pass();
+
+    const long before = allocationCount();
+    EXPECT_EQ(pass(), value);
+    EXPECT_EQ(allocationCount() - before, 0) << GetParam();
+}
+
+INSTANTIATE_TEST_SUITE_P(Formulas, EvalTreeSteadyState,
+                         testing::Values("x", "x+y", "2*x+3*y+1", "x^2+y^2", "(x>0.5)*x*(1-x)+abs(y)",
+                                         "sin(x)*exp(-y^2)+sqrt(x^2+y^2+1)", "x^1.5", "min(x,y)", "log(x+2)/tan(y+1)",
+                                         "sqrt(x-1)*sqrt(y)"));
