@@ -1,12 +1,17 @@
 #include "errinfo.hpp"
 
-void ErrInfo::newLine(const std::string& file, int number) { lines_.push_back({file, number, {}}); }
+void ErrInfo::newLine(const std::string& file, int number)
+{
+    lines_.push_back(std::make_shared<Line>(Line{file, number, {}}));
+}
 
 std::string& ErrInfo::operator[](const std::string& key)
 {
     if (lines_.empty())
         newLine("", 0);
-    auto& values = lines_.back().values;
+    if (lines_.back().use_count() > 1)
+        lines_.back() = std::make_shared<Line>(*lines_.back());
+    auto& values = lines_.back()->values;
     for (auto& [k, value] : values)
         if (k == key)
             return value;
@@ -23,7 +28,7 @@ void ErrInfo::append(const ErrInfo& other)
 
 std::string ErrInfo::get(std::size_t i, const std::string& key) const
 {
-    for (const auto& [k, value] : lines_.at(i).values)
+    for (const auto& [k, value] : lines_.at(i)->values)
         if (k == key)
             return value;
     return {};
@@ -32,7 +37,8 @@ std::string ErrInfo::get(std::size_t i, const std::string& key) const
 qxbase::Exception ErrInfo::makeException() const
 {
     qxbase::Exception e;
-    for (const Line& line : lines_) {
+    for (const std::shared_ptr<Line>& shared : lines_) {
+        const Line& line = *shared;
         std::string id = "Unexpected_NaN";
         qxbase::ExceptionArgs args;
         for (const auto& entry : line.values) {

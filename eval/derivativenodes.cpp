@@ -123,7 +123,7 @@ int GenOpNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) cons
 // VarDiffNode --------------------------------------------------------------------------------------------------------
 
 VarDiffNode::VarDiffNode(const EvalNodePtr& base, const std::string& name, const std::string& var, unsigned long id)
-    : EvalNode(id), base_(base), name_(name), var_(var)
+    : EvalNode(id), base_(base), name_(name), var_(var), text_("d(" + name + ',' + var + ')')
 {
 }
 
@@ -143,13 +143,26 @@ EvalNodePtr VarDiffNode::resolve(const VarEvaluatorPtr& evaluator) const
 
 ValRepPtr VarDiffNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
-    const RecLimCheck check(evaluator, name_);
+    EvalNodePtr root;
+    try {
+        root = resolve(evaluator);
+    } catch (const qxbase::Exception& e) {
+        if (e.getId() != "circvar")
+            throw;
+        const ValRepPtr nan = ValRep::makeNaN(); // what raises in a derivative is a NaN in an evaluation
+        ErrInfo& errors = *nan->getErrors();
+        errors.newLine("evalnodes", __LINE__);
+        errors["message"] = "circvar";
+        errors["var"] = name_;
+        return nan;
+    }
+    const RecLimCheck check(evaluator, text_);
     if (check.isError()) {
         const ValRepPtr nan = ValRep::makeNaN();
         nan->getErrors()->append(*check.getErrors());
         return nan;
     }
-    ValRepPtr value = resolve(evaluator)->eval(evaluator, cache, flags);
+    ValRepPtr value = root->eval(evaluator, cache, flags);
     if (!(flags & EvalValues))
         return value;
     const bool forbidden = !value->isNaN() && (flags & EvalNoComplex) && value->isComplex();
@@ -194,7 +207,7 @@ void VarDiffNode::gatherBVars(const VarEvaluatorPtr& evaluator, NodeIdSet& seen,
 
 void VarDiffNode::ostreamOperator(std::ostream& out) const
 {
-    out << "d(" << name_ << ',' << var_ << ')';
+    out << text_;
 }
 
 // DiffNode -----------------------------------------------------------------------------------------------------------

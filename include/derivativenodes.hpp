@@ -53,6 +53,7 @@ private:
     EvalNodePtr base_;
     const std::string name_;
     const std::string var_;
+    const std::string text_;
 };
 
 /// d(expression,variable) or pd(expression,variable), met by the parser: differentiates itself at its first use.

@@ -412,7 +412,7 @@ TEST(TreeSimplify, LooksAtTheDefinitionsOfTheVersion)
     EXPECT_TRUE(tree->simplify(host)->getRoot(host)->isZero());
     host->definitions["k"] = "x";
     host->updateVersion();
-    EXPECT_EQ(textOf(tree->simplify(host)->getRoot(host)), "(x*k)") << "a variable that is no constant stays";
+    EXPECT_EQ(textOf(tree->simplify(host)->getRoot(host)), "(k*x)") << "a variable that is no constant stays";
 }
 
 TEST(TreeSimplify, KeepsDerivativesTestsAndOperators)
@@ -513,7 +513,7 @@ INSTANTIATE_TEST_SUITE_P(Shapes, DerivativeSize,
                                          SizeCase{"powers", nested("(x+", "x", ")^2", 500)},
                                          SizeCase{"roots", nested("sqrt(1+", "x", ")", 500)},
                                          SizeCase{"exponentials", nested("exp(-", "x", ")", 500)}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& shape) { return shape.param.name; });
 
 TEST(DerivativeGraphs, OfAChainOf1000CallsAreMadeInMilliseconds)
 {

@@ -89,8 +89,9 @@ TEST(EvalTree, GivesConstantsWithoutFlagsAndNaNForVariables)
         for (const char* text : {"x", "x+1", "sin(x)"}) {
             const ValRepPtr value = evalText(text, host, flags);
             EXPECT_EQ(value->isNaN(), !(flags & EvalValues)) << text << ' ' << flags;
-            if (value->isNaN())
+            if (value->isNaN()) {
                 EXPECT_EQ(raisedId([&] { value->getDouble(); }), "Unexpected_NaN");
+            }
         }
     }
 }
@@ -423,9 +424,9 @@ TEST_P(EvalTreeSteadyState, TouchesNoAllocator)
     const EvalTreePtr tree = treeOf(GetParam());
     const auto pass = [&] {
         cache->reset();
-        return tree->eval(host, cache, EvalValues)->getDoubleIterator(0)[0];
+        return tree->eval(host, cache, EvalValues)->getComplex();
     };
-    const double value = pass();
+    const cplx value = pass();
     pass();
 
     const long before = allocationCount();

@@ -13,7 +13,7 @@ using namespace qxtest;
 namespace {
 
 constexpr double inf = std::numeric_limits<double>::infinity();
-const double nan = std::numeric_limits<double>::quiet_NaN();
+const double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 class NodeMakerTest : public testing::Test
 {
@@ -25,7 +25,7 @@ protected:
     EvalNodePtr num(double v) { return maker->makeConstNode(v); }
     double constant(const EvalNodePtr& node)
     {
-        double v = nan;
+        double v = notANumber;
         EXPECT_TRUE(node->isRealScalar(v)) << *node;
         return v;
     }
@@ -68,7 +68,7 @@ TEST_F(NodeMakerConstants, AreOneNodePerNumber)
 {
     EXPECT_EQ(num(2.5), num(2.5));
     EXPECT_NE(num(2.5), num(-2.5));
-    EXPECT_EQ(num(nan), num(-std::nan("7")));
+    EXPECT_EQ(num(notANumber), num(-std::nan("7")));
     EXPECT_EQ(maker->makeConstNode(cplx(1, 2)), maker->makeConstNode(cplx(1, 2)));
     EXPECT_NE(maker->makeConstNode(cplx(1, 2)), maker->makeConstNode(cplx(2, 1)));
 }
@@ -82,7 +82,7 @@ TEST_F(NodeMakerConstants, WithZeroImaginaryPartShareTheRealTable)
 TEST_F(NodeMakerConstants, AreReadFromText)
 {
     EXPECT_EQ(maker->makeConstNode(std::string("2.5e1")), num(25));
-    EXPECT_EQ(maker->makeConstNode(std::string("no number")), num(nan));
+    EXPECT_EQ(maker->makeConstNode(std::string("no number")), num(notANumber));
 }
 
 TEST_F(NodeMakerConstants, AreTakenFromValues)
