@@ -5,6 +5,7 @@
 #include "evalfun.hpp"
 #include "evalfun_basic.hpp"
 #include "evalfun_binary.hpp"
+#include "functions/kernels_detail.hpp"
 
 #include <utility>
 
@@ -15,6 +16,9 @@ namespace {
 
 // Shape of an operand as bits; the numbers also weigh the costs.
 constexpr unsigned kManyBlocks = 1, kArray = 4, kComplex = 16, kCopyCost = 64;
+
+using qxkernels::kLikeY, qxkernels::kOutComplex, qxkernels::kXComplex, qxkernels::kXScalar, qxkernels::kYComplex,
+    qxkernels::kYScalar;
 
 unsigned shapeBits(const ValRep& v, bool complex)
 {
@@ -74,6 +78,46 @@ unsigned callBinary(const FunObj& f, ValRep& x, ValRep& y, unsigned size, int wh
     });
 }
 
+/// A value of one fresh array, for a function that computes into a place of its own. Null when the function cannot, or
+/// the operands have not one block each.
+class DirectResult
+{
+public:
+    DirectResult(const ArrayAllocatorPtr& allocator, unsigned long size, bool complex)
+        : value_(ValRep::make(allocator)), complex_(complex)
+    {
+        value_->reset(false, complex, size);
+        if (complex) {
+            CArrayPtr array;
+            value_->addCArray(array);
+            out_ = reinterpret_cast<double*>(array->data());
+        } else {
+            DArrayPtr array;
+            value_->addDArray(array);
+            out_ = array->data();
+        }
+    }
+
+    bool unary(const FunObj& f, const ValRep& x, unsigned& bits) const
+    {
+        const unsigned shape = x.isStoredAsComplex() ? kXComplex : complex_ ? kOutComplex : 0u;
+        return f.unaryInto(out_, Ops::firstBlock(x), shape, value_->getSize(), bits);
+    }
+    bool binary(const FunObj& f, const ValRep& x, const ValRep& y, int which, unsigned& bits) const
+    {
+        const unsigned shape = (x.isScalar() ? kXScalar : 0u) | (y.isScalar() ? kYScalar : 0u) |
+                               (x.isStoredAsComplex() ? kXComplex : 0u) | (y.isStoredAsComplex() ? kYComplex : 0u) |
+                               (which == 2 ? kLikeY : 0u);
+        return f.binaryInto(out_, Ops::firstBlock(x), Ops::firstBlock(y), shape, value_->getSize(), bits);
+    }
+    const ValRepPtr& value() const { return value_; }
+
+private:
+    ValRepPtr value_;
+    double* out_;
+    bool complex_;
+};
+
 /// Sizes and block counts that can be combined: equal, or one of them not more than one.
 void checkFit(const ValRep& a, const ValRep& b)
 {
@@ -97,13 +141,22 @@ ValRepPtr ValRep::applyOp(const FunObj& f, ValRepPtr& a, unsigned flags)
     const bool unique = Ops::isUnique(a);
     const bool mayTurnComplex = !f.isRealIfReal() && (flags & kKeepReal) == 0;
     const bool complexResult = (a->complex_ || mayTurnComplex) && !f.isAlwaysReal();
+    const bool inPlace = unique && (complexResult ? a->storedComplex_ : !a->storedComplex_ || a->complex_);
+    const bool complexStorage = complexResult || a->complex_;
     ValRepPtr target;
-    if (complexResult)
-        target = unique && a->storedComplex_ ? a : inOwnShape(*a, true);
-    else
-        target = unique && (!a->storedComplex_ || a->complex_) ? a : inOwnShape(*a, a->complex_);
-    target->complex_ = complexResult;
-    const unsigned bits = callUnary(f, *target);
+    unsigned bits = 0;
+    if (!inPlace && !a->scalar_ && a->nBlocks_ == 1 && (complexStorage || !a->storedComplex_)) {
+        const DirectResult direct(a->allocator_, a->size_, complexStorage);
+        if (direct.unary(f, *a, bits))
+            target = direct.value();
+    }
+    if (target) {
+        target->complex_ = complexResult;
+    } else {
+        target = inPlace ? a : inOwnShape(*a, complexStorage);
+        target->complex_ = complexResult;
+        bits = callUnary(f, *target);
+    }
     applyOpPost(target, f, flags, bits);
     return target;
 }
@@ -154,17 +207,27 @@ ValRepPtr ValRep::applyOp(const FunObj& f, ValRepPtr& a, ValRepPtr& b, unsigned 
 
     const ValRep* shape = !a->scalar_ ? a.get() : !b->scalar_ ? b.get() : nullptr;
     const unsigned size = shape != nullptr ? shape->size_ : 0;
+    const ValRepPtr other = fromSide.demote ? inOwnShape(*from, false) : from;
+    // An always-real function still sees both parts of a really complex operand.
+    const bool complexStorage = (r & kComplex) != 0 || (f.isAlwaysReal() && into->complex_);
+    if (intoSide.copy && !into->scalar_ && complexStorage == into->storedComplex_ && a->nBlocks_ == 1 && b->nBlocks_ == 1) {
+        const DirectResult direct(shape->allocator_, size, complexStorage);
+        unsigned bits = 0;
+        if (which == 1 ? direct.binary(f, *into, *other, 1, bits) : direct.binary(f, *other, *into, 2, bits)) {
+            ValRepPtr result = direct.value();
+            result->complex_ = (r & kComplex) != 0;
+            applyOpPost(result, f, flags, bits);
+            return result;
+        }
+    }
     ValRepPtr target = into;
     if (intoSide.copy) {
         const unsigned nBlocks = a->nBlocks_ > 1 ? a->nBlocks_ : b->nBlocks_;
-        // An always-real function still sees both parts of a really complex operand.
-        const bool complexStorage = (r & kComplex) != 0 || (f.isAlwaysReal() && into->complex_);
         target = into->cloneCast(shape != nullptr ? shape->allocator_ : ArrayAllocatorPtr(), size, (r & kArray) == 0,
                                  complexStorage, nBlocks);
         if (intoSide.unique)
             into = target;
     }
-    const ValRepPtr other = fromSide.demote ? inOwnShape(*from, false) : from;
     target->complex_ = (r & kComplex) != 0;
     const unsigned bits = which == 1 ? callBinary(f, *target, *other, size, 1) : callBinary(f, *other, *target, size, 2);
     applyOpPost(target, f, flags, bits);

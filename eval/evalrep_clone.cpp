@@ -24,8 +24,11 @@ To convert(const Complex& z)
 template <class To, class From>
 void convertAll(To* __restrict to, const From* __restrict from, std::size_t n)
 {
-    for (std::size_t i = 0; i < n; ++i)
-        to[i] = convert<To>(from[i]);
+    if constexpr (std::is_same_v<To, From>)
+        std::copy_n(from, n, to);
+    else
+        for (std::size_t i = 0; i < n; ++i)
+            to[i] = convert<To>(from[i]);
 }
 
 } // namespace

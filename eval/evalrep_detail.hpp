@@ -34,6 +34,17 @@ public:
         return v.storedComplex_ ? f(v.cArrays_) : f(v.dArrays_);
     }
 
+    /// The numbers of the first block, complex ones as (re, im) pairs.
+    static const double* firstBlock(const ValRep& v)
+    {
+        return withBlocks(v, [](const auto& blocks) {
+            if constexpr (requires { blocks[0]->data(); })
+                return reinterpret_cast<const double*>(blocks[0]->data());
+            else
+                return reinterpret_cast<const double*>(blocks[0].get());
+        });
+    }
+
     template <class T>
     static boost::shared_ptr<T> newScalar(const T& value)
     {
@@ -80,9 +91,6 @@ public:
         if (!condition)
             QX_RAISE("evalrep", "QUORIX_assertion_failure");
     }
-
-    template <class V>
-    static auto& complexFlag(V& v) { return v.complex_; }
 
     static bool needsZeroScalar(const ValRep& v) { return v.zero_ && v.dScalars_.empty() && v.cScalars_.empty(); }
     static bool isEmpty(const ValRep& v) { return v.nBlocks_ == 0 && !v.zero_; }

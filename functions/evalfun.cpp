@@ -44,6 +44,9 @@ int FunObj::createDefs(const EvalNodes&, ExprComp&, DefIds&, int&, const VarEval
     QX_RAISE("evalfun", "Cannot create definitions from " + getName());
 }
 
+bool FunObj::unaryInto(double*, const double*, unsigned, std::size_t, unsigned&) const { return false; }
+bool FunObj::binaryInto(double*, const double*, const double*, unsigned, std::size_t, unsigned&) const { return false; }
+
 // The forms that do not fit a function's arity, and the rules that are the same whatever the arity.
 #define QX_NO_UNARY(Class)                                                     \
     unsigned int Class::operator()(const D&) const { return 0; }               \

@@ -140,19 +140,27 @@ static const Unary* productKernel(double e)
     return e == 2.0 ? &k.Pow2 : e == 3.0 ? &k.Pow3 : e == 4.0 ? &k.Pow4 : e == -1.0 ? &k.PowM1 : e == -2.0 ? &k.PowM2 : nullptr;
 }
 
-unsigned int ConstPowFun::applyReal(double* x, std::size_t n) const
+unsigned int ConstPowFun::applyReal(double* out, const double* x, std::size_t n) const
 {
     if (const Unary* kernel = productKernel(exponent_))
-        return kernel->real(x, n);
-    const unsigned bits = kernels().Pow(x, x, &exponent_, kYScalar, n);
+        return kernel->real(out, x, n);
+    const unsigned bits = kernels().Pow(out, x, &exponent_, kYScalar, n);
     return isWhole(exponent_) && exponent_ >= 0.0 ? 0u : bits;
 }
 
-unsigned int ConstPowFun::applyComplex(double* z, std::size_t n) const
+unsigned int ConstPowFun::applyComplex(double* out, const double* z, std::size_t n) const
 {
     if (const Unary* kernel = productKernel(exponent_))
-        return kernel->complex(z, n);
-    return kernels().Pow(z, z, &exponent_, kXComplex | kYScalar, n);
+        return kernel->complex(out, z, n);
+    return kernels().Pow(out, z, &exponent_, kXComplex | kYScalar, n);
+}
+
+bool ConstPowFun::unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const
+{
+    if (shape == kOutComplex)
+        return false;
+    bits = shape == kXComplex ? applyComplex(out, x, n) : applyReal(out, x, n);
+    return true;
 }
 
 bool ConstPowFun::isRealIfReal() const { return isWhole(exponent_); }

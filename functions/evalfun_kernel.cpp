@@ -38,10 +38,10 @@ Term termOf(const EvalNodePtr& node, const NodeMakerPtr& maker) { return {node, 
 
 } // namespace
 
-unsigned int LoopUnFun::operator()(const D& x) const { return applyReal(data(x), 1); }
-unsigned int LoopUnFun::operator()(const C& x) const { return applyComplex(data(x), 1); }
-unsigned int LoopUnFun::operator()(const DA& x, Size size) const { return applyReal(data(x), size); }
-unsigned int LoopUnFun::operator()(const CA& x, Size size) const { return applyComplex(data(x), size); }
+unsigned int LoopUnFun::operator()(const D& x) const { return applyReal(data(x), data(x), 1); }
+unsigned int LoopUnFun::operator()(const C& x) const { return applyComplex(data(x), data(x), 1); }
+unsigned int LoopUnFun::operator()(const DA& x, Size size) const { return applyReal(data(x), data(x), size); }
+unsigned int LoopUnFun::operator()(const CA& x, Size size) const { return applyComplex(data(x), data(x), size); }
 
 template <class X, class Y>
 unsigned int LoopBinFun::run(const X& x, const Y& y, Size size, int which) const
@@ -67,8 +67,15 @@ QX_ARRAY_FORM(DA, DA) QX_ARRAY_FORM(CA, DA) QX_ARRAY_FORM(DA, CA) QX_ARRAY_FORM(
 #undef QX_ARRAY_FORM
 
 KernelUnFun::KernelUnFun(const UnaryRecord& record)
-    : record_(record), real_((kernels().*record.kernel).real), complex_((kernels().*record.kernel).complex)
+    : record_(record), real_((kernels().*record.kernel).real), complex_((kernels().*record.kernel).complex),
+      promoted_((kernels().*record.kernel).promoted)
 {
+}
+
+bool KernelUnFun::unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const
+{
+    bits = (shape & kXComplex ? complex_ : shape & kOutComplex ? promoted_ : real_)(out, x, n);
+    return true;
 }
 
 EvalNodePtr KernelUnFun::diffRule(const EvalNodes& args, int argIndex, const NodeMakerPtr& maker) const
@@ -99,6 +106,13 @@ void KernelUnFun::ostreamOperator(const EvalNodes& args, std::ostream& stream) c
 }
 
 KernelBinFun::KernelBinFun(const BinaryRecord& record) : record_(record), loop_(kernels().*record.kernel) {}
+
+bool KernelBinFun::binaryInto(double* out, const double* x, const double* y, unsigned shape, std::size_t n,
+                              unsigned& bits) const
+{
+    bits = apply(out, x, y, shape, n);
+    return true;
+}
 
 EvalNodePtr KernelBinFun::diffRule(const EvalNodes& args, int argIndex, const NodeMakerPtr& maker) const
 {

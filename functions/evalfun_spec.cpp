@@ -233,22 +233,22 @@ double PiecewisePolyFun::value(double x, unsigned& bits) const
     return (*pieces_[static_cast<std::size_t>(k)])(x);
 }
 
-unsigned int PiecewisePolyFun::applyReal(double* x, std::size_t n) const
+unsigned int PiecewisePolyFun::applyReal(double* out, const double* x, std::size_t n) const
 {
     unsigned bits = 0;
     for (std::size_t i = 0; i < n; ++i)
-        x[i] = value(x[i], bits);
+        out[i] = value(x[i], bits);
     return bits;
 }
 
-unsigned int PiecewisePolyFun::applyComplex(double* z, std::size_t n) const
+unsigned int PiecewisePolyFun::applyComplex(double* out, const double* z, std::size_t n) const
 {
     unsigned bits = 0;
     for (std::size_t i = 0; i < n; ++i) {
-        if (z[2 * i + 1] != 0.0)
-            bits |= kFunKind;
-        else
-            z[2 * i] = value(z[2 * i], bits);
+        const bool real = z[2 * i + 1] == 0.0;
+        bits |= real ? 0u : kFunKind;
+        out[2 * i] = real ? value(z[2 * i], bits) : z[2 * i];
+        out[2 * i + 1] = z[2 * i + 1];
     }
     return bits;
 }

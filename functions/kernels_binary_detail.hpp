@@ -13,6 +13,7 @@ namespace {
 struct Plus : FunctionDefaults
 {
     static constexpr ComplexBit bit = ComplexBit::Always;
+    static constexpr bool partByPart = true;
     static V real(V x, V y) { return x + y; }
     static Z complex(Z x, Z y) { return {x.re + y.re, x.im + y.im}; }
     static Z complexReal(Z x, V y) { return {x.re + y, x.im}; }
@@ -22,6 +23,7 @@ struct Plus : FunctionDefaults
 struct Minus : FunctionDefaults
 {
     static constexpr ComplexBit bit = ComplexBit::Always;
+    static constexpr bool partByPart = true;
     static V real(V x, V y) { return x - y; }
     static Z complex(Z x, Z y) { return {x.re - y.re, x.im - y.im}; }
     static Z complexReal(Z x, V y) { return {x.re - y, x.im}; }

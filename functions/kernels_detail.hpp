@@ -11,11 +11,12 @@
 
 namespace qxkernels {
 
-/// f over n elements in place; complex ones are (re, im) pairs. Returns FunBits.
-using UnaryLoop = unsigned (*)(double* x, std::size_t n);
+/// out = f(x) over n elements; complex ones are (re, im) pairs. out may be x. Returns FunBits.
+using UnaryLoop = unsigned (*)(double* out, const double* x, std::size_t n);
 
 /// Which operands are one number for all elements, which are complex, and which one has the storage type of the result.
-enum Shape : unsigned { kXScalar = 1, kYScalar = 2, kXComplex = 4, kYComplex = 8, kLikeY = 16 };
+/// kOutComplex, for one argument only: a real x gives complex storage.
+enum Shape : unsigned { kXScalar = 1, kYScalar = 2, kXComplex = 4, kYComplex = 8, kLikeY = 16, kOutComplex = 32 };
 
 /// out = f(x, y). out may be x or y or both.
 using BinaryLoop = unsigned (*)(double* out, const double* x, const double* y, unsigned shape, std::size_t n);
@@ -24,6 +25,7 @@ struct Unary
 {
     UnaryLoop real;
     UnaryLoop complex;
+    UnaryLoop promoted; ///< the complex form on real x; out is not x
 };
 
 // Names of the kernels. The order means nothing.

@@ -12,6 +12,7 @@
 //
 //   static Z complexReal(Z x, V y), realComplex(V x, Z y)     one operand real (default: imaginary part 0)
 //   static M domainError(V x, V y), domainError(Z x, Z y)     lanes that set kFunDomain (default: none)
+//   static constexpr bool partByPart     complex operands are combined part by part, reporting kFunComplex always
 //   static constexpr bool bothParts      a complex operand of a real result counts with both parts (default: real part)
 //
 // The last elements, fewer than a vector, are computed in a vector filled up with copies of the last one: a value never
@@ -32,6 +33,7 @@ struct FunctionDefaults
 {
     static constexpr bool nanIsError = false;
     static constexpr bool bothParts = false;
+    static constexpr bool partByPart = false;
     static constexpr ComplexBit bit = ComplexBit::ByResult;
 };
 
@@ -70,64 +72,6 @@ inline void copyOut(double* x, const double* buffer, std::size_t n)
         x[i] = buffer[i];
 }
 
-template <class F>
-unsigned realLoop(double* x, std::size_t n)
-{
-    NaNSum even, odd;
-    const auto step = [](double* p, NaNSum& sum) {
-        const V y = F::real(load(p));
-        store(p, y);
-        if constexpr (F::nanIsError)
-            sum.add(y);
-    };
-    std::size_t i = 0;
-    for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
-        step(x + i, even);
-        step(x + i + kLanes, odd);
-    }
-    for (; i < n; i += kLanes) {
-        if (i + kLanes <= n) {
-            step(x + i, even);
-            continue;
-        }
-        double buffer[kLanes];
-        fillUp<1>(buffer, x + i, n - i);
-        step(buffer, even);
-        copyOut<1>(x + i, buffer, n - i);
-    }
-    if constexpr (F::nanIsError) {
-        even.add(odd);
-        return even.isNaN() ? kDomainBit : 0u;
-    }
-    return 0u;
-}
-
-template <class F>
-unsigned complexLoop(double* x, std::size_t n)
-{
-    M notReal{}, undefined{};
-    const auto step = [&](double* p) {
-        const Z z = loadZ(p);
-        const Z w = F::complex(z);
-        storeZ(p, w);
-        if constexpr (F::bit == ComplexBit::ByResult)
-            notReal |= w.im != 0.0;
-        if constexpr (requires { F::kindError(z); })
-            undefined |= F::kindError(z);
-    };
-    std::size_t i = 0;
-    for (; i + kLanes <= n; i += kLanes)
-        step(x + 2 * i);
-    if (i < n) {
-        double buffer[2 * kLanes];
-        fillUp<2>(buffer, x + 2 * i, n - i);
-        step(buffer);
-        copyOut<2>(x + 2 * i, buffer, n - i);
-    }
-    const bool complexResult = F::bit == ComplexBit::Always || any(notReal);
-    return (complexResult ? kComplexBit : 0u) | (any(undefined) ? kKindBit : 0u);
-}
-
 template <bool complexStorage>
 inline auto loadAs(const double* p)
 {
@@ -136,10 +80,71 @@ inline auto loadAs(const double* p)
     else
         return load(p);
 }
-inline V realPart(V x) { return x; }
-inline V realPart(Z x) { return x.re; }
 inline Z asComplex(V x) { return real(x); }
 inline Z asComplex(Z x) { return x; }
+
+template <class F>
+unsigned realLoop(double* out, const double* x, std::size_t n)
+{
+    NaNSum even, odd;
+    const auto step = [](double* to, const double* from, NaNSum& sum) {
+        const V y = F::real(load(from));
+        store(to, y);
+        if constexpr (F::nanIsError)
+            sum.add(y);
+    };
+    std::size_t i = 0;
+    for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
+        step(out + i, x + i, even);
+        step(out + i + kLanes, x + i + kLanes, odd);
+    }
+    for (; i < n; i += kLanes) {
+        if (i + kLanes <= n) {
+            step(out + i, x + i, even);
+            continue;
+        }
+        double rest[kLanes];
+        fillUp<1>(rest, x + i, n - i);
+        step(rest, rest, even);
+        copyOut<1>(out + i, rest, n - i);
+    }
+    if constexpr (F::nanIsError) {
+        even.add(odd);
+        return even.isNaN() ? kDomainBit : 0u;
+    }
+    return 0u;
+}
+
+/// The complex form, on complex or on real x.
+template <class F, bool xComplex>
+unsigned complexLoop(double* out, const double* x, std::size_t n)
+{
+    constexpr std::size_t width = xComplex ? 2 : 1;
+    M notReal{}, undefined{};
+    const auto step = [&](double* to, const double* from) {
+        const Z z = asComplex(loadAs<xComplex>(from));
+        const Z w = F::complex(z);
+        storeZ(to, w);
+        if constexpr (F::bit == ComplexBit::ByResult)
+            notReal |= w.im != 0.0;
+        if constexpr (requires { F::kindError(z); })
+            undefined |= F::kindError(z);
+    };
+    std::size_t i = 0;
+    for (; i + kLanes <= n; i += kLanes)
+        step(out + 2 * i, x + width * i);
+    if (i < n) {
+        double rest[2 * kLanes];
+        fillUp<width>(rest, x + width * i, n - i);
+        step(rest, rest);
+        copyOut<2>(out + 2 * i, rest, n - i);
+    }
+    const bool complexResult = F::bit == ComplexBit::Always || any(notReal);
+    return (complexResult ? kComplexBit : 0u) | (any(undefined) ? kKindBit : 0u);
+}
+
+inline V realPart(V x) { return x; }
+inline V realPart(Z x) { return x.re; }
 
 /// f(x, y) for storage types X and Y, in real storage.
 template <class F, class X, class Y>
@@ -222,13 +227,18 @@ unsigned binary(double* out, const double* x, const double* y, unsigned shape, s
 {
     switch (shape & (kXComplex | kYComplex | kLikeY)) {
     case 0:
-    case kLikeY:                          return binaryLoop<F, false, false, false>(out, x, y, shape, n);
-    case kXComplex:                       return binaryLoop<F, true, false, true>(out, x, y, shape, n);
-    case kXComplex | kLikeY:              return binaryLoop<F, true, false, false>(out, x, y, shape, n);
-    case kYComplex:                       return binaryLoop<F, false, true, false>(out, x, y, shape, n);
-    case kYComplex | kLikeY:              return binaryLoop<F, false, true, true>(out, x, y, shape, n);
-    default:                              return binaryLoop<F, true, true, true>(out, x, y, shape, n);
+    case kLikeY:             return binaryLoop<F, false, false, false>(out, x, y, shape, n);
+    case kXComplex:          return binaryLoop<F, true, false, true>(out, x, y, shape, n);
+    case kXComplex | kLikeY: return binaryLoop<F, true, false, false>(out, x, y, shape, n);
+    case kYComplex:          return binaryLoop<F, false, true, false>(out, x, y, shape, n);
+    case kYComplex | kLikeY: return binaryLoop<F, false, true, true>(out, x, y, shape, n);
     }
+    if constexpr (F::partByPart)
+        if ((shape & (kXScalar | kYScalar)) == 0) { // complex arrays are real ones of twice the length
+            binaryLoop<F, false, false, false>(out, x, y, 0, 2 * n);
+            return kComplexBit;
+        }
+    return binaryLoop<F, true, true, true>(out, x, y, shape, n);
 }
 
 } // namespace

@@ -17,7 +17,7 @@ namespace {
 
 double number(qxkernels::Unary K::*kernel, double x)
 {
-    (kernels().*kernel).real(&x, 1);
+    (kernels().*kernel).real(&x, &x, 1);
     return x;
 }
 

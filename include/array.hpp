@@ -89,7 +89,7 @@ public:
         return *this;
     }
 
-    ~Array() { delete[] data_; }
+    ~Array() { deleteBlock(data_); }
 
     /// Fills the whole capacity, not only size() elements.
     Array& operator=(const T& value)
@@ -116,7 +116,7 @@ public:
         const bool hadBlock = capacity_ != 0;
         if (hadBlock) {
             discard();
-            data_ = new T[0];
+            data_ = newBlock(0);
         }
         setShape({});
     }
@@ -194,15 +194,24 @@ private:
     /// Releases the block and leaves the empty state with a null pointer.
     void discard() noexcept
     {
-        delete[] data_;
+        deleteBlock(data_);
         data_ = nullptr;
         capacity_ = 0;
         setShape({});
     }
 
+    // On a cache line, which the widest vector loads need to be fast.
+    static constexpr std::align_val_t kAlignment{64};
+    static T* newBlock(std::uint32_t n) { return new (kAlignment) T[n]; }
+    static void deleteBlock(T* block) noexcept
+    {
+        static_assert(std::is_trivially_destructible_v<T>);
+        ::operator delete[](block, kAlignment);
+    }
+
     void allocate(std::uint32_t n)
     {
-        data_ = new T[n];
+        data_ = newBlock(n);
         capacity_ = n;
         qxarray_detail::adviseHugePages(data_, std::size_t(n) * sizeof(T));
     }

@@ -4,6 +4,7 @@
 #include "fwd.hpp"
 #include "qxexport.hpp"
 
+#include <cstddef>
 #include <iosfwd>
 #include <string>
 
@@ -105,6 +106,13 @@ public:
     /// Here: raises "Cannot create definitions from " and the name.
     virtual int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
                            const VarEvaluatorPtr& evaluator) const;
+
+    /// The array forms with a place of its own for the result, which saves copying an operand that must be kept. Complex
+    /// numbers are (re, im) pairs; shape has the bits of qxkernels::Shape. False, and nothing touched, when the object has
+    /// only the forms above.
+    virtual bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const;
+    virtual bool binaryInto(double* out, const double* x, const double* y, unsigned shape, std::size_t n,
+                            unsigned& bits) const;
 };
 
 /// Function of one argument: fill in the four unary forms and the name.

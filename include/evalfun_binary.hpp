@@ -142,11 +142,12 @@ public:
     void ostreamOperator(const EvalNodes& args, std::ostream& stream) const override;
     bool isRealIfReal() const override;
 
+    bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const override;
     double getExponent() const { return exponent_; }
 
 protected:
-    unsigned int applyReal(double* x, std::size_t n) const override;
-    unsigned int applyComplex(double* z, std::size_t n) const override;
+    unsigned int applyReal(double* out, const double* x, std::size_t n) const override;
+    unsigned int applyComplex(double* out, const double* z, std::size_t n) const override;
 
 private:
     double exponent_;

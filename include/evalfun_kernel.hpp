@@ -22,8 +22,9 @@ public:
     unsigned int operator()(const CA& x, Size size) const override;
 
 protected:
-    virtual unsigned int applyReal(double* x, std::size_t n) const = 0;
-    virtual unsigned int applyComplex(double* z, std::size_t n) const = 0;
+    /// out = f(x) over n elements; out may be x.
+    virtual unsigned int applyReal(double* out, const double* x, std::size_t n) const = 0;
+    virtual unsigned int applyComplex(double* out, const double* z, std::size_t n) const = 0;
 };
 
 /// Function of two arguments whose sixteen forms are one loop.
@@ -49,8 +50,8 @@ public:
     unsigned int operator()(const CA& x, const CA& y, Size size, int which) const override;
 
 protected:
-    /// out = f(x, y) over n elements. out is x or y. shape: which operand is one number for all, which is complex, and
-    /// which one out is (the bits of qxkernels::Shape).
+    /// out = f(x, y) over n elements. out may be x or y. shape: which operand is one number for all, which is complex, and
+    /// which one has the storage type of out (the bits of qxkernels::Shape).
     virtual unsigned int apply(double* out, const double* x, const double* y, unsigned shape, std::size_t n) const = 0;
 
 private:
@@ -70,17 +71,18 @@ public:
     bool isAlwaysReal() const override;
     bool isRealIfReal() const override;
     bool isLinear(int argIndex) const override;
+    bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const override;
 
 protected:
     explicit KernelUnFun(const qxfun_detail::UnaryRecord& record);
-    unsigned int applyReal(double* x, std::size_t n) const override { return real_(x, n); }
-    unsigned int applyComplex(double* z, std::size_t n) const override { return complex_(z, n); }
+    unsigned int applyReal(double* out, const double* x, std::size_t n) const override { return real_(out, x, n); }
+    unsigned int applyComplex(double* out, const double* z, std::size_t n) const override { return complex_(out, z, n); }
 
 private:
-    using Loop = unsigned (*)(double*, std::size_t);
+    using Loop = unsigned (*)(double*, const double*, std::size_t);
 
     const qxfun_detail::UnaryRecord& record_;
-    Loop real_, complex_;
+    Loop real_, complex_, promoted_;
 };
 
 /// A built-in function or operator of two arguments.
@@ -95,6 +97,8 @@ public:
     bool isAlwaysReal() const override;
     bool isRealIfReal() const override;
     bool isLinear(int argIndex) const override;
+    bool binaryInto(double* out, const double* x, const double* y, unsigned shape, std::size_t n,
+                    unsigned& bits) const override;
 
 protected:
     explicit KernelBinFun(const qxfun_detail::BinaryRecord& record);

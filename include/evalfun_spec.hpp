@@ -75,8 +75,8 @@ public:
     bool isLinear(int argIndex) const override { return argIndex == 1 && linear_; }
 
 protected:
-    unsigned int applyReal(double* x, std::size_t n) const override;
-    unsigned int applyComplex(double* z, std::size_t n) const override;
+    unsigned int applyReal(double* out, const double* x, std::size_t n) const override;
+    unsigned int applyComplex(double* out, const double* z, std::size_t n) const override;
 
 private:
     double value(double x, unsigned& bits) const;
