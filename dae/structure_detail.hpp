@@ -1,0 +1,84 @@
+#pragma once
+
+#include "dae.hpp"
+
+#include <cstddef>
+#include <vector>
+
+namespace qxutil {
+class RunInfo;
+}
+
+/// The structural half of the index reduction: who occurs where, who is matched to whom. Knows nothing of text.
+namespace qxdae {
+
+/// What the structure asks of the equations. Behind it stands the text of a Dae, or, in a test, plain tables.
+class Equations
+{
+public:
+    virtual ~Equations() = default;
+    /// The variables (entries of order 0) in an equation with the orders of their derivatives, sorted, without repeats.
+    virtual void getOccurrences(int eq, std::vector<Dae::VarOrder>& pairs) = 0;
+    /// The time derivative of an equation; it gets the next free number.
+    virtual Dae::Eq differentiate(int eq) = 0;
+};
+
+/// One search for an augmenting path from equation eq over the occurrences of eqs; see Dae::augmentPath. Iterative.
+bool augmentPath(const std::vector<Dae::Eq>& eqs, Dae::Matching& matching, int eq);
+
+void clearOccurrences(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs);
+
+/// Number of unknowns, each counted once whatever derivatives of it there are.
+int countUnknowns(const std::vector<Dae::Var>& vars);
+
+/// Enters in each equation its unknowns, and the equation in each of them, whatever the orders of the derivatives.
+void fillOccurrences(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, Equations& equations);
+
+/// Fills the occurrences and matches the equations that are not matched yet, in order.
+void extendMatching(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, Equations& equations,
+                    Dae::Matching& matching);
+
+/// Differentiates equations until each of those there at the beginning has a derivative, or is itself, matched to the
+/// highest derivative of an unknown.
+///
+/// For each equation in turn: if no augmenting path starts at it, the equations seen in the search outnumber the highest
+/// derivatives in them by one. They are differentiated, and so are those variables, which keeps their matching; then the
+/// derivative of the equation is tried.
+///
+/// Derivatives of variables get entries at the end of vars, linked by `deriv`; links that vars had before are not
+/// trusted, but their entries are used again. occurrences are valid for the highest derivatives at the end.
+class Pantelides
+{
+public:
+    Pantelides(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, Equations& equations);
+
+    /// The equation whose differentiation has no end, because it has been differentiated more often than there are
+    /// unknowns, derivatives counted; -1 if all went well. Optional info is asked whether to stop.
+    int run(qxutil::RunInfo* info);
+    /// Occurrences of each equation as last reported.
+    const std::vector<std::vector<Dae::VarOrder>>& getPairs() const { return pairs_; }
+
+private:
+    bool matchOrDifferentiate(int eq, qxutil::RunInfo* info);
+    void lookAtNewEquations();
+    int derivativeOf(int var);
+    int appendDerivative(int var);
+    void dropInactive();
+    void differentiateMarked(qxutil::RunInfo* info);
+    bool isActive(int var) const;
+    bool hasUnknown(int eq) const;
+
+    std::vector<Dae::Var>& vars_;
+    std::vector<Dae::Eq>& eqs_;
+    Equations& equations_;
+    Dae::Matching matching_;
+    // Written with first derivatives only, the system has at most as many unknowns as there are entries of unknowns
+    // before the first differentiation, and no equation of such a system is differentiated more often than that.
+    std::ptrdiff_t limit_ = 0;
+    std::vector<int> oldDeriv_;      // links that vars had before
+    std::vector<int> justDifferentiated_;
+    std::vector<std::vector<Dae::VarOrder>> pairs_;
+    std::vector<Dae::VarOrder> found_;
+};
+
+} // namespace qxdae

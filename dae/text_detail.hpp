@@ -1,0 +1,25 @@
+#pragma once
+
+#include "exprtree.hpp"
+
+#include <boost/make_shared.hpp>
+#include <boost/shared_ptr.hpp>
+#include <string>
+
+/// What this folder does with expression trees. The trees of a Dae are never changed: steps replace them.
+namespace qxdae {
+
+inline std::string toText(const ExprTree& tree)
+{
+    std::string text;
+    tree.print(text);
+    return text;
+}
+
+/// A tree that shares no interior node with the given one, so that it may be rewritten.
+boost::shared_ptr<ExprTree> copyTree(const ExprTree& tree);
+
+/// A copy in canonical form.
+boost::shared_ptr<ExprTree> simplified(const ExprTree& tree);
+
+} // namespace qxdae

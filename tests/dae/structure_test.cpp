@@ -1,0 +1,232 @@
+// Pantelides' algorithm on plain tables, compared with the signature matrix method, which looks at the problem as an
+// assignment of orders (Pryce, BIT 41 (2001) 364-394).
+#include "dae/structure_detail.hpp"
+#include "qxexception.hpp"
+#include "qxrun.hpp"
+
+#include <boost/make_shared.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <numeric>
+#include <optional>
+#include <random>
+
+namespace {
+
+using Row = std::vector<Dae::VarOrder>;
+
+/// Equations that are known by the highest order of each variable in them only.
+class TableEquations : public qxdae::Equations
+{
+public:
+    explicit TableEquations(std::vector<Row> rows) : rows_(std::move(rows)) {}
+    void getOccurrences(int eq, Row& pairs) override { pairs = rows_[eq]; }
+    Dae::Eq differentiate(int eq) override
+    {
+        Row row = rows_[eq];
+        for (auto& [var, order] : row)
+            ++order;
+        rows_.push_back(row);
+        return Dae::Eq();
+    }
+
+private:
+    std::vector<Row> rows_;
+};
+
+struct Outcome
+{
+    int endless;
+    std::vector<int> differentiations; // of each equation
+    std::vector<int> highest;          // order of each variable
+    std::vector<Dae::Var> vars;
+    std::vector<Dae::Eq> eqs;
+};
+
+Outcome reduce(const std::vector<Row>& rows, int nVars)
+{
+    Outcome out;
+    for (int v = 0; v < nVars; ++v)
+        out.vars.push_back(Dae::Var(boost::make_shared<ExprVar>("z" + std::to_string(v)), 0, 0, 0.0));
+    out.eqs.resize(rows.size());
+    TableEquations equations(rows);
+    out.endless = qxdae::Pantelides(out.vars, out.eqs, equations).run(nullptr);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        int count = 0;
+        for (int q = out.eqs[i].deriv; q >= 0; q = out.eqs[q].deriv)
+            ++count;
+        out.differentiations.push_back(count);
+    }
+    for (int v = 0; v < nVars; ++v) {
+        int last = v;
+        while (out.vars[last].deriv >= 0)
+            last = out.vars[last].deriv;
+        out.highest.push_back(out.vars[last].order);
+    }
+    return out;
+}
+
+/// The smallest c, d >= 0 with d_j - c_i >= sigma_ij everywhere and equality along a transversal of largest sum, found
+/// by trying all; none if there is no transversal.
+struct Offsets
+{
+    std::vector<int> c, d;
+};
+
+std::optional<Offsets> signatureOffsets(const std::vector<Row>& rows)
+{
+    const int n = static_cast<int>(rows.size());
+    std::vector<std::map<int, int>> sigma(n);
+    for (int i = 0; i < n; ++i)
+        for (const auto& [var, order] : rows[i])
+            sigma[i][var] = std::max(order, sigma[i].count(var) ? sigma[i][var] : 0);
+    std::vector<int> columns(n), best;
+    std::iota(columns.begin(), columns.end(), 0);
+    int bestSum = -1;
+    do {
+        int sum = 0;
+        bool complete = true;
+        for (int i = 0; i < n && complete; ++i) {
+            const auto entry = sigma[i].find(columns[i]);
+            complete = entry != sigma[i].end();
+            if (complete)
+                sum += entry->second;
+        }
+        if (complete && sum > bestSum) {
+            bestSum = sum;
+            best = columns;
+        }
+    } while (std::next_permutation(columns.begin(), columns.end()));
+    if (best.empty())
+        return std::nullopt;
+    Offsets o{std::vector<int>(n, 0), std::vector<int>(n, 0)};
+    for (bool changed = true; changed;) {
+        changed = false;
+        for (int i = 0; i < n; ++i)
+            for (const auto& [j, order] : sigma[i])
+                if (o.d[j] < order + o.c[i]) {
+                    o.d[j] = order + o.c[i];
+                    changed = true;
+                }
+        for (int i = 0; i < n; ++i)
+            o.c[i] = o.d[best[i]] - sigma[i][best[i]];
+    }
+    return o;
+}
+
+} // namespace
+
+TEST(Pantelides, LeavesAnOrdinaryDifferentialEquationAlone)
+{
+    // x' = y, y' = x
+    const Outcome out = reduce({{{0, 1}, {1, 0}}, {{0, 0}, {1, 1}}}, 2);
+
+    EXPECT_EQ(out.endless, -1);
+    EXPECT_EQ(out.eqs.size(), 2u);
+    EXPECT_THAT(out.highest, testing::ElementsAre(1, 1));
+}
+
+TEST(Pantelides, DifferentiatesTheConstraintOfAPendulumTwice)
+{
+    // x, y, u, v, lambda; x' = u, y' = v, u' = -lambda x, v' = -lambda y - g, x^2 + y^2 = l^2 (Pantelides 1988)
+    const Outcome out = reduce({{{0, 1}, {2, 0}},
+                                {{1, 1}, {3, 0}},
+                                {{0, 0}, {2, 1}, {4, 0}},
+                                {{1, 0}, {3, 1}, {4, 0}},
+                                {{0, 0}, {1, 0}}},
+                               5);
+
+    EXPECT_EQ(out.eqs.size(), 9u);
+    EXPECT_THAT(out.differentiations, testing::ElementsAre(1, 1, 0, 0, 2));
+    EXPECT_THAT(out.highest, testing::ElementsAre(2, 2, 1, 1, 0));
+}
+
+TEST(Pantelides, AgreesWithTheSignatureMatrixMethodOnRandomSystems)
+{
+    std::mt19937 random(3);
+    int nCompared = 0;
+    int nDifferentiated = 0;
+    for (int run = 0; run < 4000; ++run) {
+        const int n = 1 + run % 6;
+        std::bernoulli_distribution occurs(std::min(1.0, 2.2 / n));
+        std::uniform_int_distribution<int> order(0, run % 3);
+        std::vector<Row> rows(n);
+        for (Row& row : rows)
+            for (int v = 0; v < n; ++v)
+                if (occurs(random))
+                    row.push_back({v, order(random)});
+        const auto reference = signatureOffsets(rows);
+        if (!reference)
+            continue;
+
+        const Outcome out = reduce(rows, n);
+
+        ASSERT_EQ(out.endless, -1) << "run " << run;
+        ASSERT_EQ(out.differentiations, reference->c) << "run " << run;
+        ASSERT_EQ(out.highest, reference->d) << "run " << run;
+        ++nCompared;
+        nDifferentiated += out.eqs.size() > rows.size();
+    }
+    EXPECT_GT(nCompared, 1500);
+    EXPECT_GT(nDifferentiated, 500);
+}
+
+TEST(Pantelides, KeepsOccurrencesOfHighestDerivativesOnly)
+{
+    const Outcome out = reduce({{{0, 1}, {1, 0}}, {{0, 0}}}, 2); // x' = y, x = 0
+
+    for (const Dae::Eq& eq : out.eqs)
+        for (const int var : eq.occurrences)
+            EXPECT_LT(out.vars[var].deriv, 0) << out.vars[var].getName();
+    // x' = y holds y only as unknown of its own: x'' does not occur, x' does.
+    EXPECT_THAT(out.eqs[0].occurrences, testing::ElementsAre(1, 2));
+    EXPECT_TRUE(out.eqs[1].occurrences.empty());
+    EXPECT_THAT(out.eqs[2].occurrences, testing::ElementsAre(2));
+    EXPECT_THAT(out.vars[2].occurrences, testing::UnorderedElementsAre(0, 2));
+    EXPECT_TRUE(out.vars[0].occurrences.empty());
+}
+
+TEST(Pantelides, NamesTheEquationThatCannotBeMatchedHoweverOftenItIsDifferentiated)
+{
+    // y in the first, x in both others
+    const Outcome out = reduce({{{1, 0}}, {{0, 1}}, {{0, 0}}}, 3);
+
+    EXPECT_EQ(out.endless, 2);
+}
+
+TEST(Pantelides, AcceptsMoreDifferentiationsThanUnknowns)
+{
+    // x^(5) = y, x = 0: two unknowns, five differentiations.
+    const Outcome out = reduce({{{0, 5}, {1, 0}}, {{0, 0}}}, 2);
+
+    EXPECT_THAT(out.differentiations, testing::ElementsAre(0, 5));
+    EXPECT_THAT(out.highest, testing::ElementsAre(5, 0));
+}
+
+TEST(Pantelides, UsesTheEntriesOfDerivativesThatAreThere)
+{
+    std::vector<Row> rows{{{0, 1}, {1, 0}}, {{0, 0}}};
+    Outcome out = reduce(rows, 2);
+    const std::size_t nVars = out.vars.size();
+    std::vector<Dae::Eq> eqs(rows.size());
+    TableEquations again(rows);
+
+    EXPECT_EQ(qxdae::Pantelides(out.vars, eqs, again).run(nullptr), -1);
+
+    EXPECT_EQ(out.vars.size(), nVars);
+    EXPECT_EQ(eqs.size(), 3u);
+}
+
+TEST(Pantelides, StopsWhenCancelled)
+{
+    std::vector<Dae::Var> vars{Dae::Var(boost::make_shared<ExprVar>("x"), 0, 0, 0.0)};
+    std::vector<Dae::Eq> eqs(1);
+    TableEquations equations({{{0, 0}}});
+    qxutil::RunInfo info;
+    info.cancel();
+
+    EXPECT_THROW(qxdae::Pantelides(vars, eqs, equations).run(&info), qxbase::CancelException);
+}
