@@ -49,7 +49,9 @@ std::vector<std::string> dummies(const Dae& dae)
 {
     std::vector<std::string> all = names(dae);
     all.erase(std::remove_if(all.begin(), all.end(),
-                             [](const std::string& name) { return name.find("_dummy") == std::string::npos; }),
+                             [](const std::string& name) {
+                                 return name.find("_dummy") == std::string::npos || name.back() == '\'';
+                             }),
               all.end());
     return all;
 }
@@ -125,7 +127,7 @@ class ReducedSystem : public testing::TestWithParam<System>
 };
 
 INSTANTIATE_TEST_SUITE_P(All, ReducedSystem, testing::ValuesIn(qxtest::systems()),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& test) { return test.param.name; });
 
 } // namespace
 
@@ -137,7 +139,7 @@ TEST_P(ReducedSystem, DifferentiatesAsOftenAsTheOrdersDemand)
 
     const std::vector<int>& wanted = GetParam().differentiations;
     int sum = 0;
-    for (std::size_t i = 0; i < wanted.size(); ++i) {
+    for (int i = 0; i < static_cast<int>(wanted.size()); ++i) {
         EXPECT_EQ(countDifferentiations(*dae, i), wanted[i]) << GetParam().equations[i];
         sum += wanted[i];
     }
@@ -161,7 +163,7 @@ TEST_P(ReducedSystem, TakesTheValuesOfTheDifferentiatedOriginals)
             return qxtest::valueOf(dae.getEqs()[eq].expr->getImpl()->getRoot(),
                                    [&](const std::string& name) { return curves(name); });
         };
-        for (std::size_t i = 0; i < original->getEqs().size(); ++i) {
+        for (int i = 0; i < static_cast<int>(original->getEqs().size()); ++i) {
             const Jet jet = value(*original, i);
             for (int q = i, k = 0; q >= 0; q = reduced->getEqs()[q].deriv, ++k) {
                 const double wanted = jet.derivative(k);
@@ -179,7 +181,7 @@ TEST_P(ReducedSystem, HoldsNoneOfTheReplacedDerivatives)
     dae->pantelides();
 
     const std::vector<std::string> made = dummies(*dae);
-    for (std::size_t i = 0; i < dae->getEqs().size(); ++i) {
+    for (int i = 0; i < static_cast<int>(dae->getEqs().size()); ++i) {
         std::vector<Dae::VarOrder> pairs;
         dae->getVarOccurrences(*dae->getEqs()[i].expr, pairs);
         for (const auto& [var, order] : pairs)
@@ -232,7 +234,7 @@ TEST_P(ReducedSystem, LinksOfDerivativesSurviveTheNewOrder)
 
     std::map<std::string, std::string> links, wanted;
     for (const auto* d : {dae.get(), unordered.get()})
-        for (std::size_t i = 0; i < d->getEqs().size(); ++i)
+        for (int i = 0; i < static_cast<int>(d->getEqs().size()); ++i)
             if (d->getEqs()[i].deriv >= 0)
                 (d == dae.get() ? links : wanted)[d->getEq(i)] = d->getEq(d->getEqs()[i].deriv);
     EXPECT_EQ(links, wanted);
@@ -252,11 +254,11 @@ TEST(ReduceIndex, PendulumGetsFourEquationsAndFourDummies)
 
 TEST(ReduceIndex, SystemOfIndexOneIsOnlyPutInOrder)
 {
-    const auto dae = makeDae({"x", "y"}, {"y-x^2", "d(x,t)+y"});
+    const auto dae = makeDae({"x", "y"}, {"y^2-sin(t)", "d(x,t)+y"});
 
     dae->reduceIndex();
 
-    EXPECT_THAT(equations(*dae), ElementsAre("xt+y", "y-x^2"));
+    EXPECT_THAT(equations(*dae), ElementsAre("xt+y", "y^2-sin(t)"));
     EXPECT_TRUE(dummies(*dae).empty());
     EXPECT_TRUE(dae->getEqs()[0].occurrences.empty());
 }
@@ -351,7 +353,7 @@ TEST(ReduceIndex, EquationWithoutUnknownsPairsWithAnUnknownWithoutEquations)
 
 TEST(ReduceIndex, RefusedSystemIsAsItWas)
 {
-    const auto dae = makeDae({"x", "y", "w"}, {"d(x,t)-y", "x-1", "x+w-w"});
+    const auto dae = makeDae({"x", "y", "w"}, {"d(w,t)-y", "x", "x+w-w"});
     const std::string before = logOf(*dae);
 
     EXPECT_EQ(refusal(*dae).getId(), "Index_reduction_failed");
@@ -565,7 +567,6 @@ TEST(ReduceIndex, AllocationFailureLeavesTheSystemAsItWas)
     dae->getStore()->getVar("x_dummy1"); // names stay in the store whatever happens
     dae->syncVars();
     const std::string before = logOf(*dae);
-    std::unique_ptr<Dae> work;
     qxtest::failEveryAllocation([&] { dae->reduceIndex(); },
                                 [&](const qxtest::FaultRun& run) {
                                     if (run.faulted && (run.badAlloc || !run.id.empty())) {

@@ -181,8 +181,8 @@ TEST(Pantelides, KeepsOccurrencesOfHighestDerivativesOnly)
     for (const Dae::Eq& eq : out.eqs)
         for (const int var : eq.occurrences)
             EXPECT_LT(out.vars[var].deriv, 0) << out.vars[var].getName();
-    // x' = y holds y only as unknown of its own: x'' does not occur, x' does.
-    EXPECT_THAT(out.eqs[0].occurrences, testing::ElementsAre(1, 2));
+    // x' = y holds x' and y, x = 0 nothing any more, x' = 0 x'.
+    EXPECT_THAT(out.eqs[0].occurrences, testing::ElementsAre(2, 1));
     EXPECT_TRUE(out.eqs[1].occurrences.empty());
     EXPECT_THAT(out.eqs[2].occurrences, testing::ElementsAre(2));
     EXPECT_THAT(out.vars[2].occurrences, testing::UnorderedElementsAre(0, 2));
