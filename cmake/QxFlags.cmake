@@ -27,6 +27,13 @@ endif()
 if(QX_SANITIZE)
   target_compile_options(qx_flags INTERFACE -fsanitize=${QX_SANITIZE} -fno-omit-frame-pointer)
   target_link_options(qx_flags INTERFACE -fsanitize=${QX_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL Clang AND QX_SANITIZE MATCHES thread)
+    # The tests replace operator new, which the static form of the runtime does not allow.
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.tsan-${CMAKE_SYSTEM_PROCESSOR}.so
+      OUTPUT_VARIABLE qx_runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
+    get_filename_component(qx_runtime ${qx_runtime} DIRECTORY)
+    target_link_options(qx_flags INTERFACE -shared-libsan -Wl,-rpath,${qx_runtime})
+  endif()
 endif()
 if(QX_COVERAGE)
   target_compile_options(qx_flags INTERFACE --coverage)

@@ -8,6 +8,13 @@
 #include <memory>
 #include <vector>
 
+namespace {
+
+/// Out of line, so that the compiler cannot leave the allocation out.
+[[gnu::noinline]] std::unique_ptr<int> allocateOne() { return std::make_unique<int>(1); }
+
+} // namespace
+
 TEST(AllocFault, FailsTheAllocationThatItNames)
 {
     std::unique_ptr<int> first, second, third;
@@ -16,13 +23,13 @@ TEST(AllocFault, FailsTheAllocationThatItNames)
     bool thrown = false;
     {
         const qxtest::AllocFault fault(2);
-        first = std::make_unique<int>(1);
+        first = allocateOne();
         try {
-            second = std::make_unique<int>(2);
+            second = allocateOne();
         } catch (const std::bad_alloc&) {
             thrown = true;
         }
-        third = std::make_unique<int>(3);
+        third = allocateOne();
         happened = fault.happened();
     }
 
@@ -54,9 +61,9 @@ TEST(AllocFault, RunsThroughEveryAllocationOnceAndThenUndisturbed)
 
     const long count = qxtest::failEveryAllocation(
         [] {
-            const std::vector<int> a(3, 1);
+            const auto a = allocateOne();
             try {
-                const std::string b(1000, 'b');
+                const auto b = allocateOne();
             } catch (const std::bad_alloc&) {
                 QX_RAISE("test", "Out_of_memory_test");
             }

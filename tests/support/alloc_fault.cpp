@@ -54,6 +54,15 @@ void give(void* block) noexcept
 
 } // namespace
 
+// The sanitizers' malloc ends the process at impossible sizes unless told to fail as the system's does.
+extern "C" const char* __asan_default_options();
+extern "C" const char* __tsan_default_options();
+extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
+extern "C" const char* __tsan_default_options()
+{
+    return "allocator_may_return_null=1 ignore_noninstrumented_modules=1";
+}
+
 // clang-format off
 void* operator new(std::size_t n) { return takeOrThrow(n, 0); }
 void* operator new[](std::size_t n) { return takeOrThrow(n, 0); }
