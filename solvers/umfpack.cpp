@@ -5,6 +5,7 @@
 #include "qxexception.hpp"
 #include "qxnumber.hpp"
 #include "qxrun.hpp"
+#include "solvers/expand_detail.hpp"
 #include "solvers/umfpack_context.h"
 
 #include <algorithm>
@@ -47,19 +48,6 @@ template <class T>
 bool isZero(const llsparse<T>& S)
 {
     return std::all_of(S.val, S.val + S.nnz(), [](const T& v) { return v == T(0); });
-}
-
-/// The matrix that the store stands for, by columns, rows ascending.
-Sparse expanded(Sparse A)
-{
-    if (A.getSymm() == Symmetric)
-        A = A + ::transpose(A, Trans);
-    else if (A.getSymm() == Hermitian)
-        A = A + ::transpose(A, ConjTrans);
-    else
-        A = convertToCol(A);
-    A.format(FormSorted, true);
-    return A;
 }
 
 void split(const cplx& value, double& re, double& im)
@@ -183,7 +171,7 @@ try {
     Sparse local(A);
     if (clearInput)
         A.clear();
-    local = expanded(local);
+    local = qxsolvers_detail::expanded(local);
     sparse2umfpack(local, allowSingular);
     local.clear();
     setDefaults();

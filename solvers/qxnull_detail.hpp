@@ -1,0 +1,100 @@
+#pragma once
+
+// What the two null-space methods and their driver share.
+
+#include "llsparse.hpp"
+#include "qxnull.hpp"
+#include "sparse.hpp"
+
+#include <boost/shared_ptr.hpp>
+#include <complex>
+#include <vector>
+
+namespace qxnull_detail {
+
+using cplx = std::complex<double>;
+using Index = unsigned long;
+
+/// Entries, and singular values, that are smaller in relation to their column, or block, do not count.
+constexpr double tolerance = 1e-10;
+
+template <class T>
+struct StoreOf;
+template <>
+struct StoreOf<double>
+{
+    static const llsparse<double>& of(const Sparse& A) { return *A.getptrD(); }
+    static boost::shared_ptr<llsparse<double>> make(Index m, Index n, Index nnz)
+    {
+        return boost::shared_ptr<llsparse<double>>(new llsparse<double>(m, n, nnz));
+    }
+};
+template <>
+struct StoreOf<cplx>
+{
+    static const llsparse<cplx>& of(const Sparse& A) { return *A.getptrZ(); }
+    static boost::shared_ptr<llsparse<cplx>> make(Index m, Index n, Index nnz)
+    {
+        return boost::shared_ptr<llsparse<cplx>>(new llsparse<cplx>(m, n, nnz));
+    }
+};
+
+inline double conjugate(double x) { return x; }
+inline cplx conjugate(const cplx& x) { return std::conj(x); }
+
+/// A sparse matrix that grows column by column, rows ascending.
+template <class T>
+class ColumnWriter
+{
+public:
+    explicit ColumnWriter(Index rows) : rows_(rows) {}
+    /// Exact zeros are dropped.
+    void add(Index row, const T& value)
+    {
+        if (value != T(0)) {
+            row_.push_back(row);
+            value_.push_back(value);
+        }
+    }
+    void endColumn() { end_.push_back(row_.size()); }
+    Sparse finish() const
+    {
+        const auto store = StoreOf<T>::make(rows_, end_.size(), row_.size());
+        for (std::size_t j = 0; j < end_.size(); ++j)
+            store->colPtr[j + 1] = end_[j];
+        std::copy(row_.begin(), row_.end(), store->row);
+        std::copy(value_.begin(), value_.end(), store->val);
+        return Sparse(store);
+    }
+
+private:
+    Index rows_;
+    std::vector<Index> end_, row_;
+    std::vector<T> value_;
+};
+
+/// Which outputs are built.
+struct Selection
+{
+    bool null, compl_, range;
+};
+
+/// The outputs for one matrix.
+struct Triple
+{
+    Sparse Null, Compl, Range;
+    Index rank = 0;
+    std::vector<bool> hasPivot; ///< for each constraint; empty where the method does not say
+};
+
+[[noreturn]] void raiseCancelled(const char* id);
+
+/// Sparse method on one or two matrices; sorted column stores of one type. NF null: one matrix.
+void eliminateSparse(const qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse* NF,
+                     const Sparse* NFT, Selection want, Selection wantF, Triple& result, Triple& resultF);
+
+/// Orthonormal method on the blocks of one matrix; sorted column stores.
+void eliminateOrthonormal(const qxutil::RunInfo& run, const Sparse& N, const NullBlocks& blocks,
+                          const NullPairs& pairs, Selection want, Triple& result);
+
+} // namespace qxnull_detail
