@@ -27,8 +27,8 @@ void mergeInPlace(llsparse<T>& store, const unsigned long* newColPtr, const Buil
     unsigned long longest = 1, ring = 1;
     for (unsigned long j = 0; j < n; ++j)
         longest = std::max(longest, newColPtr[j + 1] - newColPtr[j]);
-    for (unsigned long j = 0; j < n; ++j)
-        ring = std::max(ring, newColPtr[j + 1] - std::min(writable(j), newColPtr[j]));
+    for (unsigned long j = 0; j < n; ++j) // a column joins what waits since the one before it
+        ring = std::max(ring, newColPtr[j + 1] - (j > 0 ? writable(j - 1) : 0));
     const Scratch<unsigned long> rows(longest), waitingRows(ring);
     const Scratch<T> values(longest), waitingValues(ring);
 

@@ -419,8 +419,13 @@ void Sparse::getVectorPair(std::vector<std::pair<int, int>>& out) const
 void Sparse::setElem(unsigned long i, unsigned long j, Complex value)
 {
     guarded([&] {
-        if (value.imag() != 0.0)
-            real2complex();
+        if (real && value.imag() != 0.0) { // on a copy: a failure leaves this matrix real
+            Sparse promoted = *this;
+            promoted.real2complex();
+            promoted.setElem(i, j, value);
+            *this = promoted;
+            return;
+        }
         makeUnique();
         visitStore(*this, [&](auto& s) {
             const Symm_t before = s.symm;

@@ -239,7 +239,7 @@ void llsparse<T>::reshape(int m_, int n_)
     result.m = byRow ? newColumns : newRows;
     result.n = byRow ? newRows : newColumns;
     result.symm = byRow ? RowStored : Unsymmetric;
-    result.form = form & FormSorted;
+    result.form = byRow ? FormNone : form & FormSorted; // the index orders columns only
     result.nzmax = nnz();
     result.allocColPtr();
     std::fill_n(result.colPtr, result.n + 1, 0UL);
