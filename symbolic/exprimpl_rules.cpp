@@ -36,7 +36,7 @@ constexpr RuleRow ruleTable[] = {
     {"atanh", 1, "/ 1 - 1 ^ x 2"},
     {"besseli", 2, ", 2 0 / + () besseli 2 - x 1 y () besseli + x 1 y 2"},
     {"besselj", 2, ", 2 0 / - () besselj 2 - x 1 y () besselj 2 + x 1 y 2"},
-    {"besselk", 2, ", 2 0 U- / + () besselk 2 - x 1 y () besselk 2 + x 1 y 2"},
+    {"besselk", 2, ", 2 0 U- / + () besselk 2 - x 1 y () besselk + x 1 y 2"},
     {"bessely", 2, ", 2 0 - () bessely 2 - x 1 y () bessely 2 + x 1 y 2"},
     {"cos", 1, "U- () sin 1 x"},
     {"cosh", 1, "() sinh 1 x"},
