@@ -1,168 +1,125 @@
+// The platform's parser class behind an environment that stages each failure.
 #include "symbolic_support.hpp"
 
-#include "qxjni.hpp"
+#include "support/fake_jni.hpp"
 #include "symbolic/exprimpl_java_detail.hpp"
-
-#include <cstring>
-#include <jni.h>
 
 using namespace qxtest;
 
-// A table of C functions in place of a virtual machine: each failure can be staged, and the calls are counted.
 namespace {
 
-struct FakeJava
+/// A Java side with the parser class, and what it was asked.
+class ParserJni : public FakeJni
 {
-    bool classMissing = false, methodMissing = false, resultNull = false, textFails = false;
-    bool pending = false;
-    int methodLookups = 0, localRefs = 0, clears = 0;
-    std::u16string result = u"+ a b";
-    std::string method, signature;
+public:
+    ParserJni()
+    {
+        table.FindClass = [](JNIEnv* env, const char* name) -> jclass {
+            EXPECT_STREQ(name, "com/quorix/parser/expr/ExprParser");
+            return self(env).answer<jclass>(self(env).classThere, self(env).classObject);
+        };
+        table.GetStaticMethodID = [](JNIEnv* env, jclass, const char* name, const char* signature) {
+            ++self(env).methodLookups;
+            self(env).method = std::string(name) + signature;
+            if (!self(env).methodThere)
+                self(env).pending = true;
+            return self(env).methodThere ? reinterpret_cast<jmethodID>(&self(env).method) : nullptr;
+        };
+        table.NewString = [](JNIEnv* env, const jchar* units, jsize n) -> jstring {
+            if (!self(env).answer<jobject>(self(env).stringsWork, self(env).classObject))
+                return nullptr;
+            self(env).sent.assign(reinterpret_cast<const char16_t*>(units), static_cast<std::size_t>(n));
+            return self(env).string(self(env).sent);
+        };
+        table.CallStaticObjectMethodV = [](JNIEnv* env, jclass, jmethodID, va_list arguments) -> jobject {
+            (void)va_arg(arguments, jobject);
+            for (int& flag : self(env).flags)
+                flag = va_arg(arguments, int);
+            if (!self(env).answer<jobject>(self(env).resultThere, self(env).classObject))
+                return nullptr;
+            return self(env).string(u"+ a b");
+        };
+        table.DeleteLocalRef = [](JNIEnv* env, jobject) { --self(env).localRefs; };
+        qxsymbolic::forgetParserMethod(); // it belongs to one environment
+    }
+    ~ParserJni() { qxsymbolic::forgetParserMethod(); }
+
+    std::string parse() { return qxsymbolic::parseByJava(env(), "a+b"); }
+
+    bool classThere = true, methodThere = true, stringsWork = true, resultThere = true;
+    int methodLookups = 0, localRefs = 0;
+    int flags[2] = {0, 0};
+    std::string method;
     std::u16string sent;
-    jboolean flags[2] = {0, 0};
-};
 
-FakeJava* fake = nullptr;
+private:
+    static ParserJni& self(JNIEnv* env) { return static_cast<ParserJni&>(of(env)); }
 
-int classObject, textObject, resultObject, methodObject;
-
-template <class T>
-T handle(int& object)
-{
-    ++fake->localRefs;
-    return reinterpret_cast<T>(&object);
-}
-
-jclass JNICALL findClass(JNIEnv*, const char* name)
-{
-    EXPECT_STREQ(name, "com/quorix/parser/expr/ExprParser");
-    if (fake->classMissing) {
-        fake->pending = true;
-        return nullptr;
-    }
-    return handle<jclass>(classObject);
-}
-jmethodID JNICALL getStaticMethodID(JNIEnv*, jclass, const char* name, const char* signature)
-{
-    ++fake->methodLookups;
-    fake->method = name;
-    fake->signature = signature;
-    if (fake->methodMissing) {
-        fake->pending = true;
-        return nullptr;
-    }
-    return reinterpret_cast<jmethodID>(&methodObject);
-}
-jstring JNICALL newString(JNIEnv*, const jchar* text, jsize n)
-{
-    if (fake->textFails) {
-        fake->pending = true;
-        return nullptr;
-    }
-    fake->sent.assign(reinterpret_cast<const char16_t*>(text), static_cast<std::size_t>(n));
-    return handle<jstring>(textObject);
-}
-jobject JNICALL callStaticObjectMethodV(JNIEnv*, jclass, jmethodID, va_list arguments)
-{
-    (void)va_arg(arguments, jobject);
-    fake->flags[0] = static_cast<jboolean>(va_arg(arguments, int));
-    fake->flags[1] = static_cast<jboolean>(va_arg(arguments, int));
-    if (fake->resultNull) {
-        fake->pending = true;
-        return nullptr;
-    }
-    return handle<jobject>(resultObject);
-}
-void JNICALL deleteLocalRef(JNIEnv*, jobject) { --fake->localRefs; }
-void JNICALL exceptionClear(JNIEnv*)
-{
-    ++fake->clears;
-    fake->pending = false;
-}
-jboolean JNICALL exceptionCheck(JNIEnv*) { return fake->pending ? JNI_TRUE : JNI_FALSE; }
-jsize JNICALL getStringLength(JNIEnv*, jstring) { return static_cast<jsize>(fake->result.size()); }
-void JNICALL getStringRegion(JNIEnv*, jstring, jsize from, jsize n, jchar* out)
-{
-    std::memcpy(out, fake->result.data() + from, static_cast<std::size_t>(n) * sizeof(jchar));
-}
-
-class FakeEnv : public testing::Test
-{
-protected:
-    FakeEnv()
+    /// A local reference, or null with a Java exception pending.
+    template <class T>
+    T answer(bool works, _jclass& object)
     {
-        fake = &java;
-        functions.FindClass = findClass;
-        functions.GetStaticMethodID = getStaticMethodID;
-        functions.NewString = newString;
-        functions.CallStaticObjectMethodV = callStaticObjectMethodV;
-        functions.DeleteLocalRef = deleteLocalRef;
-        functions.ExceptionClear = exceptionClear;
-        functions.ExceptionCheck = exceptionCheck;
-        functions.GetStringLength = getStringLength;
-        functions.GetStringRegion = getStringRegion;
-        env.functions = &functions;
-        qxsymbolic::forgetParserMethod();
-    }
-    ~FakeEnv() override
-    {
-        EXPECT_EQ(java.localRefs, 0) << "local references left over";
-        qxsymbolic::forgetParserMethod();
+        if (!works) {
+            pending = true;
+            return nullptr;
+        }
+        ++localRefs;
+        return static_cast<T>(&object);
     }
 
-    FakeJava java;
-    JNINativeInterface_ functions{};
-    JNIEnv env{};
+    _jclass classObject;
 };
 
 } // namespace
 
-TEST_F(FakeEnv, CallsTheMethodWithTheTextAndTwoTrueFlags)
+TEST(JavaParser, IsCalledWithTheTextAndTwoTrueFlags)
 {
-    EXPECT_EQ(qxsymbolic::parseByJava(&env, "a+b"), "+ a b");
-    EXPECT_EQ(java.method, "parseExprToInfix");
-    EXPECT_EQ(java.signature, "(Ljava/lang/String;ZZ)Ljava/lang/String;");
+    ParserJni java;
+    EXPECT_EQ(java.parse(), "+ a b");
+    EXPECT_EQ(java.method, "parseExprToInfix(Ljava/lang/String;ZZ)Ljava/lang/String;");
     EXPECT_EQ(java.sent, u"a+b");
     EXPECT_EQ(java.flags[0], JNI_TRUE);
     EXPECT_EQ(java.flags[1], JNI_TRUE);
+    EXPECT_EQ(java.localRefs, 0) << "class, text and result are given back";
 }
 
-TEST_F(FakeEnv, LooksTheMethodUpOnce)
+TEST(JavaParser, LooksTheMethodUpOnce)
 {
-    qxsymbolic::parseByJava(&env, "a");
-    qxsymbolic::parseByJava(&env, "b");
+    ParserJni java;
+    java.parse();
+    java.parse();
     EXPECT_EQ(java.methodLookups, 1);
 }
 
-TEST_F(FakeEnv, MissingClassIsACallbackErrorWithThePendingExceptionCleared)
+struct StagedFailure
 {
-    java.classMissing = true;
-    EXPECT_EQ(idOf([&] { qxsymbolic::parseByJava(&env, "a+b"); }), "Internal_error_callback");
+    const char* name;
+    bool ParserJni::*works;
+    const char* id;
+};
+
+class JavaParserFailure : public testing::TestWithParam<StagedFailure>
+{
+};
+
+TEST_P(JavaParserFailure, ClearsThePendingExceptionAndRaises)
+{
+    ParserJni java;
+    java.*(GetParam().works) = false;
+    EXPECT_EQ(idOf([&] { java.parse(); }), GetParam().id);
     EXPECT_FALSE(java.pending);
+    EXPECT_EQ(java.localRefs, 0);
 }
 
-TEST_F(FakeEnv, MissingMethodIsACallbackErrorWithThePendingExceptionCleared)
-{
-    java.methodMissing = true;
-    EXPECT_EQ(idOf([&] { qxsymbolic::parseByJava(&env, "a+b"); }), "Internal_error_callback");
-    EXPECT_FALSE(java.pending);
-}
+INSTANTIATE_TEST_SUITE_P(Stages, JavaParserFailure,
+                         testing::Values(StagedFailure{"Class", &ParserJni::classThere, "Internal_error_callback"},
+                                         StagedFailure{"Method", &ParserJni::methodThere, "Internal_error_callback"},
+                                         StagedFailure{"Text", &ParserJni::stringsWork, "JNI_exception"},
+                                         StagedFailure{"Result", &ParserJni::resultThere, "Internal_error_callback"}),
+                         [](const testing::TestParamInfo<StagedFailure>& test) { return test.param.name; });
 
-TEST_F(FakeEnv, TextThatCannotBeMadeIsAJniException)
-{
-    java.textFails = true;
-    EXPECT_EQ(idOf([&] { qxsymbolic::parseByJava(&env, "a+b"); }), "JNI_exception");
-    EXPECT_FALSE(java.pending);
-}
-
-TEST_F(FakeEnv, NullResultIsACallbackErrorWithThePendingExceptionCleared)
-{
-    java.resultNull = true;
-    EXPECT_EQ(idOf([&] { qxsymbolic::parseByJava(&env, "a+b"); }), "Internal_error_callback");
-    EXPECT_FALSE(java.pending);
-}
-
-TEST_F(FakeEnv, NoEnvironmentIsACallbackError)
+TEST(JavaParser, WithoutAnEnvironmentRaisesACallbackError)
 {
     EXPECT_EQ(idOf([] { qxsymbolic::parseByJava(nullptr, "a+b"); }), "Internal_error_callback");
+    EXPECT_EQ(idOf([] { qxInfixToPrefixByJava("a+b"); }), "Internal_error_callback"); // no machine in this process
 }
