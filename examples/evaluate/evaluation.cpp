@@ -1,5 +1,6 @@
 #include "evaluation.hpp"
 
+#include "formulas/blocks.hpp"
 #include "formulas/explain.hpp"
 #include "formulas/pointevaluator.hpp"
 #include "support/progress.hpp"
@@ -8,8 +9,6 @@
 #include "nodemaker.hpp"
 #include "qxexception.hpp"
 
-#include <algorithm>
-#include <atomic>
 #include <boost/make_shared.hpp>
 #include <utility>
 
@@ -46,32 +45,15 @@ public:
 
     std::vector<Column> run()
     {
-        const std::size_t rows = table_.rows();
-        const std::size_t blocks = (rows + options_.block - 1) / options_.block;
-        Progress progress("evaluating", static_cast<long>(rows));
-        std::atomic<std::size_t> bad{blocks}; // the first block that failed
-
-#pragma omp parallel num_threads(options_.threads)
-        {
-            BlockEvaluator worker(table_.names, definitions_, nodeMaker_, options_.block);
-#pragma omp for schedule(dynamic)
-            for (std::size_t b = 0; b < blocks; ++b) {
-                if (b > bad)
-                    continue;
-                const std::size_t first = b * options_.block;
-                const std::size_t count = std::min(options_.block, rows - first);
-                try {
-                    evaluateRows(worker, first, count);
-                } catch (...) { // told in full below, on one thread
-                    std::size_t known = bad;
-                    while (b < known && !bad.compare_exchange_weak(known, b)) {
-                    }
-                }
-                progress.advance(static_cast<long>(count));
-            }
-        }
-        if (bad < blocks)
-            tell(bad * options_.block, std::min(options_.block, rows - bad * options_.block));
+        Progress progress("evaluating", static_cast<long>(table_.rows()));
+        const Range bad = runBlocks(
+            table_.rows(), options_.block, options_.threads, [&] { return makeWorker(); },
+            [&](BlockEvaluator& worker, Range rows) {
+                evaluateRows(worker, rows);
+                progress.advance(static_cast<long>(rows.count));
+            });
+        if (bad.count > 0)
+            tell(bad);
         return std::move(columns_);
     }
 
@@ -100,7 +82,7 @@ private:
     // Unreadable text is found before any number is computed.
     void parse()
     {
-        const BlockEvaluator worker(table_.names, definitions_, nodeMaker_, options_.block);
+        const BlockEvaluator worker = makeWorker();
         const auto read = [&](const std::string& what, const EvalTreePtr& tree) {
             try {
                 tree->parse(worker.evaluator());
@@ -114,12 +96,17 @@ private:
             read("formula '" + columns_[k].name + "'", trees_[k]);
     }
 
-    void setRows(BlockEvaluator& worker, std::size_t first, std::size_t count) const
+    BlockEvaluator makeWorker() const
+    {
+        return BlockEvaluator(table_.names, definitions_, nodeMaker_, options_.block);
+    }
+
+    void setRows(BlockEvaluator& worker, Range rows) const
     {
         std::vector<const double*> values;
         for (const std::vector<double>& column : table_.columns)
-            values.push_back(column.data() + first);
-        worker.setPoints(std::move(values), count);
+            values.push_back(column.data() + rows.first);
+        worker.setPoints(std::move(values), rows.count);
     }
 
     void evaluateFormula(BlockEvaluator& worker, std::size_t k, std::size_t first)
@@ -130,47 +117,32 @@ private:
             worker.values(*trees_[k], columns_[k].real.data() + first);
     }
 
-    void evaluateRows(BlockEvaluator& worker, std::size_t first, std::size_t count)
+    void evaluateRows(BlockEvaluator& worker, Range rows)
     {
-        setRows(worker, first, count);
+        setRows(worker, rows);
         for (std::size_t k = 0; k < trees_.size(); ++k)
-            evaluateFormula(worker, k, first);
+            evaluateFormula(worker, k, rows.first);
     }
 
     // What stops formula k on these rows; empty if nothing does.
-    std::string failure(BlockEvaluator& worker, std::size_t k, std::size_t first, std::size_t count)
+    std::string failure(BlockEvaluator& worker, std::size_t k, Range rows)
     {
-        try {
-            setRows(worker, first, count);
-            evaluateFormula(worker, k, first);
-            return {};
-        } catch (const qxbase::Exception& e) {
-            return explain(e);
-        } catch (const ComplexValue& c) {
-            return "\n  the value is complex: " + toText(c.value.real()) +
-                   (c.value.imag() < 0.0 ? "" : "+") + toText(c.value.imag()) +
-                   "*i (--complex writes complex values)";
-        }
+        return storyOf([&] {
+            setRows(worker, rows);
+            evaluateFormula(worker, k, rows.first);
+        });
     }
 
-    // Halves the failing rows until one is left, then tells the story there.
-    [[noreturn]] void tell(std::size_t first, std::size_t count)
+    // Tells the story of the first failing formula at the first row where it fails.
+    [[noreturn]] void tell(Range rows)
     {
-        BlockEvaluator worker(table_.names, definitions_, nodeMaker_, options_.block);
+        BlockEvaluator worker = makeWorker();
         for (std::size_t k = 0; k < trees_.size(); ++k) {
-            if (failure(worker, k, first, count).empty())
+            if (failure(worker, k, rows).empty())
                 continue;
-            while (count > 1) {
-                const std::size_t half = count / 2;
-                if (failure(worker, k, first, half).empty()) {
-                    first += half;
-                    count -= half;
-                } else {
-                    count = half;
-                }
-            }
-            throw EvaluationError("formula '" + columns_[k].name + "' fails at " + rowText(table_, first) +
-                                  failure(worker, k, first, 1));
+            const std::size_t row = firstFailing(rows, [&](Range r) { return !failure(worker, k, r).empty(); });
+            throw EvaluationError("formula '" + columns_[k].name + "' fails at " + rowText(table_, row) +
+                                  failure(worker, k, {row, 1}));
         }
         throw EvaluationError("a block of rows failed for a reason that is gone: probably memory ran out");
     }

@@ -1,5 +1,8 @@
 #include "explain.hpp"
 
+#include "pointevaluator.hpp"
+#include "support/csv.hpp"
+
 #include <cstddef>
 
 namespace examples {
@@ -75,6 +78,19 @@ std::string explain(const qxbase::Exception& failure)
         story += "\n  " + (found ? filled(found->text, args) : plain(failure.getId(i), args));
     }
     return story;
+}
+
+std::string storyOf(const std::function<void()>& evaluation)
+{
+    try {
+        evaluation();
+        return {};
+    } catch (const qxbase::Exception& e) {
+        return explain(e);
+    } catch (const ComplexValue& c) {
+        return "\n  the value is complex: " + toText(c.value.real()) + (c.value.imag() < 0.0 ? "" : "+") +
+               toText(c.value.imag()) + "*i (--complex allows complex values)";
+    }
 }
 
 } // namespace examples
