@@ -67,6 +67,16 @@ std::string escaped(const std::string& text)
     return s;
 }
 
+// As much of a text as fits, cut between characters of UTF-8.
+std::string shortened(const std::string& text, std::size_t bytes)
+{
+    if (text.size() <= bytes)
+        return text;
+    while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xc0u) == 0x80u)
+        --bytes;
+    return text.substr(0, bytes) + " ...";
+}
+
 // Where the mesh lies in the picture: x to the right, y up, one scale for both.
 class Frame
 {
@@ -199,12 +209,12 @@ void writeBar(std::ostream& out, const Scale& scale, const std::vector<double>& 
             << number(x + kBarWidth + 10.0) << "\" y=\"" << number(y(t) + 5.0) << "\">" << tickText(t, step)
             << "</text>\n";
     if (!unit.empty())
-        out << "<text x=\"" << number(x) << "\" y=\"" << number(top - 12.0) << "\">" << escaped(unit) << "</text>\n";
+        out << "<text x=\"" << number(x) << "\" y=\"" << number(top - 12.0) << "\">" << escaped(shortened(unit, 16)) << "</text>\n";
 }
 
 void writeArrows(std::ostream& out, const Mesh& mesh, const std::vector<Point>& arrows, const Frame& frame)
 {
-    const double cell = 30.0 / frame.scale();
+    const double cell = 32.0 / frame.scale();
     double longest = 0.0;
     std::map<std::array<long, 2>, std::size_t> chosen; // the point nearest to the middle of each cell
     const auto fromMiddle = [&](const Point& p) {
@@ -222,6 +232,8 @@ void writeArrows(std::ostream& out, const Mesh& mesh, const std::vector<Point>& 
         if (!used[i] || !std::isfinite(size))
             continue;
         longest = std::max(longest, size);
+        if (fromMiddle(p) > 0.3) // arrows of neighbouring cells stay apart
+            continue;
         const std::array<long, 2> key{std::lround(std::floor(p[0] / cell)), std::lround(std::floor(p[1] / cell))};
         const auto [at, isNew] = chosen.try_emplace(key, i);
         if (!isNew && fromMiddle(p) < fromMiddle(mesh.points[at->second]))
@@ -232,7 +244,7 @@ void writeArrows(std::ostream& out, const Mesh& mesh, const std::vector<Point>& 
     std::string path;
     for (const auto& [key, i] : chosen) {
         const double size = std::hypot(arrows[i][0], arrows[i][1]);
-        const double length = 34.0 * std::sqrt(size / longest); // the root keeps weak fields visible
+        const double length = 30.0 * std::sqrt(size / longest); // the root keeps weak fields visible
         if (length < 4.0)
             continue;
         const Point p = frame.at(mesh.points[i]);
@@ -283,9 +295,9 @@ void writePicture(std::ostream& out, const Mesh& mesh, const std::vector<double>
     out << "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " << number(kWidth, "%.0f") << " "
         << number(frame.total(), "%.0f") << "\" font-family=\"Helvetica, Arial, sans-serif\" font-size=\"15\" "
         << "fill=\"#222\">\n<rect width=\"100%\" height=\"100%\" fill=\"#fff\"/>\n<text x=\"" << number(kMargin)
-        << "\" y=\"44\" font-size=\"24\">" << escaped(text.title) << "</text>\n";
+        << "\" y=\"44\" font-size=\"24\">" << escaped(shortened(text.title, 70)) << "</text>\n";
     if (!text.subtitle.empty())
-        out << "<text x=\"" << number(kMargin) << "\" y=\"70\" fill=\"#666\">" << escaped(text.subtitle)
+        out << "<text x=\"" << number(kMargin) << "\" y=\"70\" fill=\"#666\">" << escaped(shortened(text.subtitle, 110))
             << "</text>\n";
 
     out << "<g transform=\"scale(0.1)\" fill-rule=\"evenodd\">\n";

@@ -143,7 +143,7 @@ TEST_F(Evaluate, TheFirstFailingRowIsFoundWhateverTheThreads)
         text += i == 3210 || i == 4999 ? "nan\n" : "1\n";
     const std::string file = scratch.file("n.csv", text);
     for (const std::string threads : {"1", "3"})
-        EXPECT_THAT(evaluate({file, "log(x)", "--threads", threads, "--block", "100"}).err, HasSubstr("n.csv:3212 (x = nan)"));
+        EXPECT_THAT(evaluate({file, "erf(x)", "--threads", threads, "--block", "100"}).err, HasSubstr("n.csv:3212 (x = nan)"));
 }
 
 TEST_F(Evaluate, AComplexValueAmongRealOnesIsAnErrorThatNamesTheRow)
