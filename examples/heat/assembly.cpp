@@ -2,6 +2,7 @@
 
 #include "support/csv.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -223,20 +224,25 @@ std::vector<T> Assembly::atNodes(const std::string& name, const std::string& tex
     return value;
 }
 
-double Assembly::error(const std::vector<double>& u, const std::string& exact) const
+template <class T>
+double Assembly::error(const std::vector<T>& u, const std::string& exact) const
 {
     const Coefficient c = coefficients_.read("exact solution", exact);
     BlockEvaluator evaluator = coefficients_.makeEvaluator(3 * effort_.block);
+    const std::vector<double> zero(u.size(), 0.0);
     double sum = 0.0;
     for (std::size_t first = 0; first < body_.nodes.size(); first += effort_.block) {
         const Range cells{first, std::min(effort_.block, body_.nodes.size() - first)};
-        const Points points = pointsOf(body_, cells, u);
+        const Points points = pointsOf(body_, cells, zero);
         evaluator.setPoints({points.x.data(), points.y.data(), points.u.data()}, points.size());
-        std::vector<double> value, slope;
+        std::vector<T> value, slope;
         Coefficients::evaluate(evaluator, c, points, value, slope);
         for (std::size_t k = 0; k < points.size(); ++k) {
-            const double weight = Shape<3>(mesh_, body_.nodes[first + k / 3]).measure / 3.0;
-            sum += weight * (points.u[k] - value[k]) * (points.u[k] - value[k]);
+            const auto& nodes = body_.nodes[first + k / 3];
+            T difference = -value[k];
+            for (std::size_t i = 0; i < 3; ++i)
+                difference += Rule<3>::phi[k % 3][i] * u[static_cast<std::size_t>(nodes[i])];
+            sum += Shape<3>(mesh_, nodes).measure / 3.0 * std::norm(difference);
         }
     }
     return std::sqrt(sum);
@@ -245,6 +251,8 @@ double Assembly::error(const std::vector<double>& u, const std::string& exact) c
 using Complex = std::complex<double>;
 template void Assembly::assemble(const std::vector<double>&, Sparse&, std::vector<double>&) const;
 template void Assembly::assemble(const std::vector<double>&, Sparse&, std::vector<Complex>&) const;
+template double Assembly::error(const std::vector<double>&, const std::string&) const;
+template double Assembly::error(const std::vector<Complex>&, const std::string&) const;
 template std::vector<double> Assembly::atNodes(const std::string&, const std::string&, const std::vector<int>&) const;
 template std::vector<Complex> Assembly::atNodes(const std::string&, const std::string&, const std::vector<int>&) const;
 

@@ -52,7 +52,8 @@ public:
     std::vector<T> atNodes(const std::string& name, const std::string& text, const std::vector<int>& nodes) const;
 
     /// The L2 norm of u - exact, by the same rule.
-    double error(const std::vector<double>& u, const std::string& exact) const;
+    template <class T>
+    double error(const std::vector<T>& u, const std::string& exact) const;
 
 private:
     /// Cells of N corners: triangles with conduction and source, or edges with a flux.

@@ -4,13 +4,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 
-Outcome run(const std::string& program, const std::vector<std::string>& arguments)
+Outcome run(const std::string& program, const std::vector<std::string>& arguments, double interruptAfter)
 {
     const ScratchDirectory scratch;
     const std::string outPath = scratch.path("out");
@@ -29,6 +30,10 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
     }
     if (child < 0)
         throw std::runtime_error("fork failed");
+    if (interruptAfter > 0.0) {
+        usleep(static_cast<useconds_t>(1e6 * interruptAfter));
+        kill(child, SIGINT);
+    }
     int status = 0;
     waitpid(child, &status, 0);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ScratchDirectory::read(outPath), ScratchDirectory::read(errPath)};

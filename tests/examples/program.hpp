@@ -11,8 +11,8 @@ struct Outcome
     std::string err;
 };
 
-/// Runs a program and waits for it.
-Outcome run(const std::string& program, const std::vector<std::string>& arguments);
+/// Runs a program and waits for it; interruptAfter, when positive, sends it an interrupt after so many seconds.
+Outcome run(const std::string& program, const std::vector<std::string>& arguments, double interruptAfter = 0.0);
 
 /// A directory for one test; gone with it.
 class ScratchDirectory
