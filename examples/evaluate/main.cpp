@@ -129,8 +129,9 @@ void printSummary(const Task& task, const Table& table, const std::vector<Column
             high = std::max(high, v);
             sum += v;
         }
-        std::printf("%-*s  %14.6g %14.6g %14.6g\n", static_cast<int>(width), c.name.c_str(), low,
-                    sum / static_cast<double>(table.rows()), high);
+        // Adding 0 turns -0 into 0.
+        std::printf("%-*s  %14.6g %14.6g %14.6g\n", static_cast<int>(width), c.name.c_str(), low + 0.0,
+                    sum / static_cast<double>(table.rows()) + 0.0, high + 0.0);
     }
     std::fprintf(stderr, "%zu points, %zu values in %.3g ms\n", table.rows(), table.rows() * columns.size(),
                  1e3 * seconds);

@@ -1,0 +1,34 @@
+#include "examples/program.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <regex>
+
+namespace {
+
+const std::string kRoot = QX_SOURCE_DIR;
+const std::string kReadme = ScratchDirectory::read(kRoot + "/README.md");
+
+} // namespace
+
+TEST(Readme, ShowsTheProgramThatIsBuiltAndWhatItPrints)
+{
+    const std::string program = ScratchDirectory::read(kRoot + "/examples/ten_lines.cpp");
+    const Outcome o = run(QX_TEN_LINES, {});
+
+    EXPECT_EQ(o.status, 0);
+    // 0.02897 * 101325 / (8.314 * 293.15) = 1.204376...; d/dx x sin(a x) = sin(a x) + a x cos(a x)
+    EXPECT_THAT(o.out, testing::StartsWith("1.20"));
+    EXPECT_THAT(kReadme, testing::HasSubstr("```cpp\n" + program + "```\n\nprints\n\n```\n" + o.out + "```\n"));
+}
+
+TEST(Readme, LinksOnlyToFilesThatAreThere)
+{
+    const std::regex link(R"(\]\(([^)#:]+)\))");
+    int n = 0;
+    for (std::sregex_iterator at(kReadme.begin(), kReadme.end(), link), end; at != end; ++at, ++n)
+        EXPECT_TRUE(std::filesystem::exists(kRoot + "/" + (*at)[1].str())) << (*at)[1];
+    EXPECT_GT(n, 5);
+}
