@@ -2,6 +2,7 @@
 
 #include "constraints.hpp"
 
+#include "qxexception.hpp"
 #include "qxnull.hpp"
 #include "umfpack.hpp"
 
@@ -129,9 +130,8 @@ Solution<T> solve(const NamedMesh& mesh, const HeatModel& model, const SolutionO
     phases.start("constraints");
     const Constraints<T> constraints = constraintsOf<T>(mesh, model, assembly);
     Sparse null, compl_, range, unused;
-    NullFun method = NullFun(1);
     qxNull(runInfo, constraints.N, Sparse(), Sparse(), true, null, true, compl_, true, range, unused, false, unused, false,
-           unused, false, method, true);
+           unused, false, NullFunSparse, false);
     const std::size_t rank = compl_.getN();
     if (rank != constraints.value.size())
         throw std::invalid_argument("the conditions repeat or contradict each other: " +
