@@ -165,7 +165,10 @@ ValRepPtr ValRep::applyOp(const FunObj& f, ValRepPtr& a, ValRepPtr& b, unsigned 
 {
     if (f.isMulti()) {
         std::vector<ValRepPtr> args(2);
-        args[0].swap(a);
+        if (&a == &b)
+            args[0] = a;
+        else
+            args[0].swap(a);
         args[1].swap(b);
         return applyOp(f, args, flags);
     }
@@ -190,8 +193,8 @@ ValRepPtr ValRep::applyOp(const FunObj& f, ValRepPtr& a, ValRepPtr& b, unsigned 
     {
         bool unique, demote, copy;
     };
-    const auto sideOf = [r](const ValRepPtr& v) {
-        Side s{Ops::isUnique(v), staysStoredComplexButReal(*v), true};
+    const auto sideOf = [r, twice = a.get() == b.get()](const ValRepPtr& v) {
+        Side s{!twice && Ops::isUnique(v), staysStoredComplexButReal(*v), true};
         const bool covered = (r & ~shapeBits(*v, v->storedComplex_)) == 0;
         s.copy = !(s.unique && covered && !(s.demote && (r & kComplex) == 0));
         return s;

@@ -190,10 +190,12 @@ unsigned binaryLoop(double* out, const double* x, const double* y, unsigned shap
     const auto step = [&](double* to, const double* fromX, const double* fromY) {
         const auto a = loadAs<xComplex>(fromX);
         const auto b = loadAs<yComplex>(fromY);
-        if constexpr (requires { F::domainError(a, b); })
-            failed |= F::domainError(a, b);
-        else if constexpr (requires { F::domainError(asComplex(a), asComplex(b)); })
-            failed |= F::domainError(asComplex(a), asComplex(b));
+        if constexpr (requires { F::domainError(realPart(a), realPart(b)); }) {
+            if constexpr (outComplex)
+                failed |= F::domainError(asComplex(a), asComplex(b));
+            else
+                failed |= F::domainError(realPart(a), realPart(b));
+        }
         if constexpr (outComplex) {
             const Z r = complexResult<F>(a, b);
             storeZ(to, r);
