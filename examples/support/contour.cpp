@@ -112,6 +112,8 @@ Contours::Contours(const Mesh& mesh, const std::vector<double>& field) : mesh_(m
         if (std::isnan(at(t[0])) || std::isnan(at(t[1])) || std::isnan(at(t[2])))
             continue;
         triangles_.push_back(t);
+        const auto [low, high] = std::minmax({at(t[0]), at(t[1]), at(t[2])});
+        span_.push_back({low, high});
         for (std::size_t k = 0; k < 3; ++k) {
             const int a = t[k];
             const int b = t[(k + 1) % 3];
@@ -133,18 +135,19 @@ std::vector<Line> Contours::lines(double level, bool inside, bool boundary) cons
     Pieces pieces;
     const auto above = [&](int point) { return at(point) >= level; };
     if (inside)
-        for (const Triangle& t : triangles_) {
-            const bool high[3] = {above(t[0]), above(t[1]), above(t[2])};
-            if (high[0] == high[1] && high[1] == high[2])
+        for (std::size_t k = 0; k < triangles_.size(); ++k) {
+            if (!(span_[k][0] < level && level <= span_[k][1]))
                 continue;
+            const Triangle& t = triangles_[k];
+            const bool high[3] = {above(t[0]), above(t[1]), above(t[2])};
             Corner leaves{};    // where the counterclockwise walk leaves the part above, and where it enters
             Corner enters{};
-            for (std::size_t k = 0; k < 3; ++k) {
-                const std::size_t next = (k + 1) % 3;
-                if (high[k] && !high[next])
-                    leaves = cut(t[k], t[next]);
-                if (!high[k] && high[next])
-                    enters = cut(t[k], t[next]);
+            for (std::size_t c = 0; c < 3; ++c) {
+                const std::size_t next = (c + 1) % 3;
+                if (high[c] && !high[next])
+                    leaves = cut(t[c], t[next]);
+                if (!high[c] && high[next])
+                    enters = cut(t[c], t[next]);
             }
             pieces.add(leaves, enters);
         }

@@ -22,7 +22,7 @@ void orient(Mesh& mesh);
 /// Lines of a field that is linear on each triangle. Triangles with a NaN at a corner do not count.
 ///
 /// Lines run counterclockwise round what they enclose and clockwise round holes. Mesh and field are lent.
-/// Cost: making it, one hash entry an edge; each level, one look at each triangle and a hash entry a cut one.
+/// Cost: making it, one hash entry an edge; each level, two comparisons a triangle and a hash entry a cut one.
 class Contours
 {
 public:
@@ -45,6 +45,7 @@ private:
     const Mesh& mesh_;
     const std::vector<double>& field_;
     std::vector<Triangle> triangles_;   // those that count
+    std::vector<std::array<double, 2>> span_; // smallest and largest value on each
     std::vector<Edge> boundary_;        // of theirs, counterclockwise
 };
 
