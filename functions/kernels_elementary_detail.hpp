@@ -109,7 +109,7 @@ struct Not : FunctionDefaults
 {
     static constexpr ComplexBit bit = ComplexBit::Never;
     static V real(V x) { return x == 0.0 ? one() : V{}; }
-    static Z complex(Z z) { return {(z.re == 0.0) & (z.im == 0.0) ? one() : V{}, V{}}; }
+    static Z complex(Z z) { return {((z.re == 0.0) & (z.im == 0.0)) ? one() : V{}, V{}}; }
 };
 
 struct Abs : FunctionDefaults
