@@ -204,6 +204,19 @@ TEST(Divide, AnArrayByTheNumberZeroIsAllNaN)
     EXPECT_EQ((*x)[3], -777.0);
 }
 
+TEST(Divide, RequiredQuirkTheReciprocalOfInfinityOrOfADenormalDecides)
+{
+    const auto x = arrayOf<double>({inf, 1.0, 0.0});
+    (*fun("/"))(x, real(inf), 3, 1);
+    EXPECT_TRUE(std::isnan((*x)[0]));
+    EXPECT_EQ((*x)[1], 0.0);
+
+    const auto y = arrayOf<double>({0.0, 1e-310}); // 1 / 1e-310 overflows
+    (*fun("/"))(y, real(1e-310), 2, 1);
+    EXPECT_TRUE(std::isnan((*y)[0]));
+    EXPECT_EQ((*y)[1], inf);
+}
+
 TEST(Divide, NumbersByZeroFollowTheArithmetic)
 {
     EXPECT_EQ(callReal(*fun("/"), 1.0, 0.0).value.real(), inf);
