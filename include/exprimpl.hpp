@@ -649,13 +649,25 @@ public:
 class QX_API ExprImpl::NodeHashTable
 {
 public:
-    void addNode(std::uint32_t code, const NodePtr& node) { nodes_[code] = node; }
+    void addNode(std::uint32_t code, const NodePtr& node);
     bool getNode(std::uint32_t code, NodePtr& out) const;
-    void clear() { nodes_.clear(); }
-    std::size_t size() const { return nodes_.size(); }
+    /// The place of the node with that code, empty if there is none yet; valid until the next call.
+    NodePtr& slot(std::uint32_t code);
+    void clear();
+    std::size_t size() const { return size_; }
 
 private:
-    std::unordered_map<std::uint32_t, NodePtr> nodes_;
+    struct Entry
+    {
+        std::uint32_t code = 0;
+        NodePtr node;
+    };
+    std::size_t find(std::uint32_t code) const;
+    void grow();
+
+    std::vector<Entry> entries_; // open addressing; the size is a power of two, at most half of it in use
+    std::size_t size_ = 0;
+    int shift_ = 32;
 };
 
 /// An elementary function on numbers; one class, in exprimpl_rules.cpp, for each.

@@ -4,7 +4,9 @@
 #include "qxexception.hpp"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <iterator>
 #include <new>
 #include <ostream>
 #include <set>
@@ -55,10 +57,17 @@ std::uint32_t hashText(std::string_view text)
 
 const Operator* findOperator(Node::Type type)
 {
-    for (const Operator& op : operators)
-        if (op.type == type)
-            return &op;
-    return nullptr;
+    // Six bits of the types tell all operators apart: a table by them instead of a search.
+    constexpr auto bitsOf = [](Node::Type t) { return (t >> 24) & 63u; };
+    static constexpr auto byBits = [bitsOf] {
+        std::array<signed char, 64> table{};
+        table.fill(-1);
+        for (std::size_t i = 0; i < std::size(operators); ++i)
+            table[bitsOf(operators[i].type)] = static_cast<signed char>(i);
+        return table;
+    }();
+    const int i = byBits[bitsOf(type)];
+    return i >= 0 && operators[i].type == type ? &operators[i] : nullptr;
 }
 
 std::uint64_t nextMark()
@@ -308,8 +317,30 @@ namespace {
 
 std::uint32_t hashAddress(const void* p) { return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(p)); }
 
-/// Any total order of objects that is stable within one run.
-void sortByIdentity(Nodes& nodes) { std::sort(nodes.begin(), nodes.end()); }
+/// The nodes in a total order that is stable within one run. Short lists, the rule, need no allocation.
+class ByIdentity
+{
+public:
+    explicit ByIdentity(const Nodes& nodes) : size_(nodes.size())
+    {
+        if (size_ > std::size(few_))
+            many_.resize(size_);
+        Node** out = data();
+        for (const NodePtr& node : nodes)
+            *out++ = node.get();
+        std::sort(begin(), end());
+    }
+    Node** begin() { return data(); }
+    Node** end() { return data() + size_; }
+    bool operator==(ByIdentity& other) { return std::equal(begin(), end(), other.begin(), other.end()); }
+
+private:
+    Node** data() { return many_.empty() ? few_ : many_.data(); }
+
+    std::size_t size_;
+    Node* few_[8];
+    std::vector<Node*> many_;
+};
 
 } // namespace
 
@@ -331,24 +362,19 @@ std::uint32_t ExprImpl::Term::getHashCode() { return type ^ coeff.getHashCode() 
 
 std::uint32_t ExprImpl::Term::getQuotientHashCode() const
 {
-    Nodes above = num, below = den;
-    sortByIdentity(above);
-    sortByIdentity(below);
     std::uint32_t h = 1;
-    for (const NodePtr& factor : above)
+    for (Node* factor : ByIdentity(num))
         h = h * 69069u + factor->getHashCode();
-    for (const NodePtr& factor : below)
+    for (Node* factor : ByIdentity(den))
         h = factor->getHashCode() * 1664525u + h * 69069u + 1013904223u;
     return h;
 }
 
 std::uint32_t ExprImpl::Sum::getHashCode()
 {
-    Nodes sorted = terms;
-    sortByIdentity(sorted);
     std::uint32_t h = type ^ constant.getHashCode();
-    for (const NodePtr& term : sorted)
-        h = h * 69069u + hashAddress(term.get());
+    for (const Node* term : ByIdentity(terms))
+        h = h * 69069u + hashAddress(term);
     return h;
 }
 
@@ -381,9 +407,7 @@ bool ExprImpl::Node::equalsWithoutOrder(const Nodes& a, const Nodes& b)
         return false;
     if (a.size() <= 1)
         return a == b;
-    Nodes x = a, y = b;
-    sortByIdentity(x);
-    sortByIdentity(y);
+    ByIdentity x(a), y(b);
     return x == y;
 }
 
@@ -485,24 +509,59 @@ ExprImpl::Nodes ExprImpl::Node::getCopy(const Nodes& nodes)
 
 // Sharing.
 
+std::size_t ExprImpl::NodeHashTable::find(std::uint32_t code) const
+{
+    // Codes are sums of addresses: multiplication spreads their upper bits too.
+    std::size_t i = (code * 2654435769u) >> shift_;
+    while (entries_[i].node && entries_[i].code != code)
+        i = (i + 1) & (entries_.size() - 1);
+    return i;
+}
+
+void ExprImpl::NodeHashTable::grow()
+{
+    std::vector<Entry> old(entries_.empty() ? 32 : 2 * entries_.size());
+    old.swap(entries_);
+    shift_ = old.empty() ? 27 : shift_ - 1;
+    for (Entry& entry : old)
+        if (entry.node)
+            entries_[find(entry.code)] = std::move(entry);
+}
+
+ExprImpl::NodePtr& ExprImpl::NodeHashTable::slot(std::uint32_t code)
+{
+    if (2 * size_ >= entries_.size())
+        grow();
+    Entry& entry = entries_[find(code)];
+    if (!entry.node) {
+        entry.code = code;
+        ++size_;
+    }
+    return entry.node;
+}
+
+void ExprImpl::NodeHashTable::addNode(std::uint32_t code, const NodePtr& node) { slot(code) = node; }
+
 bool ExprImpl::NodeHashTable::getNode(std::uint32_t code, NodePtr& out) const
 {
-    const auto found = nodes_.find(code);
-    if (found == nodes_.end())
+    if (entries_.empty())
         return false;
-    out = found->second;
-    return true;
+    const Entry& entry = entries_[find(code)];
+    if (entry.node)
+        out = entry.node;
+    return static_cast<bool>(entry.node);
 }
+
+void ExprImpl::NodeHashTable::clear() { *this = NodeHashTable(); }
 
 void ExprImpl::Node::makeCanonic(NodePtr& slot, NodeHashTable& table)
 {
     rewritePostOrder(slot, [&table](NodePtr& node) {
-        const std::uint32_t code = node->getHashCode();
-        NodePtr found;
-        if (table.getNode(code, found) && equals(node, found))
-            node = found;
+        NodePtr& known = table.slot(node->getHashCode());
+        if (known && equals(node, known))
+            node = known;
         else
-            table.addNode(code, node);
+            known = node;
     });
 }
 
