@@ -61,14 +61,14 @@ function(qx_finish_library)
   get_property(table GLOBAL PROPERTY QX_USES_TABLE)
   file(WRITE ${PROJECT_BINARY_DIR}/uses.txt "${table}")
 
-  # Every public header compiles alone and may be included twice.
+  # Every public header compiles alone and may be included twice. Once is enough: not again under sanitizers.
   set(alone "")
   foreach(h ${headers})
     set(file ${PROJECT_BINARY_DIR}/header_test/${h}.cpp)
     file(CONFIGURE OUTPUT ${file} CONTENT "#include \"${h}\"\n#include \"${h}\"\n")
     list(APPEND alone ${file})
   endforeach()
-  if(alone)
+  if(alone AND NOT QX_SANITIZE AND NOT QX_LAYERS)
     add_library(qx_headers_alone OBJECT ${alone})
     target_include_directories(qx_headers_alone PRIVATE ${PROJECT_SOURCE_DIR}/include)
     target_link_libraries(qx_headers_alone PRIVATE qx_flags Boost::headers)
