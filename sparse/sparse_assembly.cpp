@@ -102,7 +102,8 @@ public:
 private:
     unsigned long firstColumn(unsigned long block) const { return std::min(block << shift_, n_); }
 
-    /// Fills entries_ block by block; blockStart_[b] .. blockStart_[b+1] is block b.
+    /// Fills entries_ block by block; blockStart_[b] .. blockStart_[b+1] is block b. Neighbours in the input mostly go to
+    /// one block: its cursor stays in a register.
     void bucketByBlock()
     {
         const int shares = team_.size();
@@ -111,8 +112,14 @@ private:
             unsigned long* count = cursor.get() + blocks_ * share;
             std::fill_n(count, blocks_, 0UL);
             const Slice s = team_.even(len_, share);
-            for (unsigned long k = s.from; k < s.to; ++k)
-                ++count[col_[k] >> shift_];
+            unsigned long block = 0, run = 0;
+            for (unsigned long k = s.from; k < s.to; ++k, ++run)
+                if (const unsigned long b = col_[k] >> shift_; b != block) {
+                    count[block] += run;
+                    block = b;
+                    run = 0;
+                }
+            count[block] += run;
         });
         blockStart_ = Scratch<unsigned long>(blocks_ + 1);
         unsigned long position = 0;
@@ -131,11 +138,18 @@ private:
         team_.run([&](int share) {
             unsigned long* next = cursor.get() + blocks_ * share;
             const Slice s = team_.even(len_, share);
-            for (unsigned long k = s.from; k < s.to; ++k) {
-                Entry<T>& e = entries_[next[col_[k] >> shift_]++];
-                e.row = static_cast<std::uint32_t>(row_[k]);
-                e.col = static_cast<std::uint32_t>(col_[k]);
-                e.val = val_[k * step_];
+            unsigned long block = 0;
+            Entry<T>* at = entries_.get() + next[0];
+            for (unsigned long k = s.from; k < s.to; ++k, ++at) {
+                const unsigned long j = col_[k];
+                if (const unsigned long b = j >> shift_; b != block) {
+                    next[block] = static_cast<unsigned long>(at - entries_.get());
+                    block = b;
+                    at = entries_.get() + next[b];
+                }
+                at->row = static_cast<std::uint32_t>(row_[k]);
+                at->col = static_cast<std::uint32_t>(j);
+                at->val = val_[k * step_];
             }
         });
     }
