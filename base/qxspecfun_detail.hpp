@@ -11,7 +11,8 @@
 /// What the special functions share: the no-throw policy and the way a value becomes a status.
 namespace qxspecfun_detail {
 
-/// Failures come back as NaN or infinity, never as exceptions; double stays double.
+/// Failures come back as NaN or infinity, never as exceptions. The work is done with 64 bits of mantissa: in double,
+/// recurrences and asymptotic series lose up to a dozen bits.
 using Quiet = boost::math::policies::policy<
     boost::math::policies::domain_error<boost::math::policies::ignore_error>,
     boost::math::policies::pole_error<boost::math::policies::ignore_error>,
@@ -19,7 +20,7 @@ using Quiet = boost::math::policies::policy<
     boost::math::policies::evaluation_error<boost::math::policies::ignore_error>,
     boost::math::policies::rounding_error<boost::math::policies::ignore_error>,
     boost::math::policies::indeterminate_result_error<boost::math::policies::ignore_error>,
-    boost::math::policies::promote_float<false>, boost::math::policies::promote_double<false>>;
+    boost::math::policies::promote_float<false>, boost::math::policies::promote_double<true>>;
 
 constexpr double quietNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinity = std::numeric_limits<double>::infinity();
