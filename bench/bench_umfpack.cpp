@@ -1,0 +1,160 @@
+// Factorise and solve through the driver against UMFPACK called directly on the same arrays: time, with the driver's
+// copies, progress and cancel polling, and peak memory.
+#include "harness.hpp"
+#include "qxrun.hpp"
+#include "umfpack.hpp"
+
+#include <cstdio>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <umfpack.h>
+#include <unistd.h>
+
+namespace {
+
+using cplx = std::complex<double>;
+
+/// Second differences on a grid of edge^dimensions points, shift on the diagonal, as sorted columns.
+template <class T>
+Sparse laplacian(unsigned long edge, int dimensions, T shift)
+{
+    unsigned long n = 1;
+    for (int d = 0; d < dimensions; ++d)
+        n *= edge;
+    std::vector<unsigned long> rows, cols;
+    std::vector<T> values;
+    for (unsigned long k = 0; k < n; ++k) {
+        rows.push_back(k);
+        cols.push_back(k);
+        values.push_back(T(2.0 * dimensions) + shift);
+        for (unsigned long stride = 1; stride < n; stride *= edge)
+            for (const int step : {-1, 1}) {
+                const unsigned long place = k / stride % edge;
+                if (step < 0 ? place == 0 : place + 1 == edge)
+                    continue;
+                rows.push_back(step < 0 ? k - stride : k + stride);
+                cols.push_back(k);
+                values.push_back(T(-1));
+            }
+    }
+    Sparse A;
+    A.triplet2sparse(rows, cols, values, n, n);
+    A.format(FormSorted, true);
+    return A;
+}
+
+/// UMFPACK on arrays made beforehand.
+struct Direct
+{
+    std::vector<long> Ap, Ai;
+    std::vector<double> Ax, Az, x, xz, b, bz;
+
+    explicit Direct(const Sparse& A) : x(A.getM()), xz(A.getM()), b(A.getM(), 1.0), bz(A.getM(), 0.0)
+    {
+        Ap.assign(A.getColPtr(), A.getColPtr() + A.getN() + 1);
+        Ai.assign(A.getRow(), A.getRow() + A.getNnz());
+        for (unsigned long k = 0; k < A.getNnz(); ++k) {
+            const cplx v = A.isReal() ? cplx(A.getDoubleVal()[k]) : A.getDcmplxVal()[k];
+            Ax.push_back(v.real());
+            if (!A.isReal())
+                Az.push_back(v.imag());
+        }
+    }
+
+    void run()
+    {
+        const long n = long(x.size());
+        void *symbolic = nullptr, *numeric = nullptr;
+        if (Az.empty()) {
+            umfpack_dl_symbolic(n, n, Ap.data(), Ai.data(), Ax.data(), &symbolic, nullptr, nullptr);
+            umfpack_dl_numeric(Ap.data(), Ai.data(), Ax.data(), symbolic, &numeric, nullptr, nullptr);
+            umfpack_dl_free_symbolic(&symbolic);
+            umfpack_dl_solve(UMFPACK_A, Ap.data(), Ai.data(), Ax.data(), x.data(), b.data(), numeric, nullptr, nullptr);
+        } else {
+            umfpack_zl_symbolic(n, n, Ap.data(), Ai.data(), Ax.data(), Az.data(), &symbolic, nullptr, nullptr);
+            umfpack_zl_numeric(Ap.data(), Ai.data(), Ax.data(), Az.data(), symbolic, &numeric, nullptr, nullptr);
+            umfpack_dl_free_symbolic(&symbolic);
+            umfpack_zl_solve(UMFPACK_A, Ap.data(), Ai.data(), Ax.data(), Az.data(), x.data(), xz.data(), b.data(),
+                             bz.data(), numeric, nullptr, nullptr);
+        }
+        umfpack_dl_free_numeric(&numeric);
+    }
+};
+
+/// Peak memory of work in a process of its own, in MB beyond what the process began with.
+template <class Work>
+double peakMegabytes(Work work)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        work();
+        _exit(0);
+    }
+    int status = 0;
+    rusage used{};
+    wait4(child, &status, 0, &used);
+    return double(used.ru_maxrss) / 1024.0;
+}
+
+template <class T>
+void memory(const std::string& name, unsigned long edge, int dimensions, T shift)
+{
+    const double matrixOnly = peakMegabytes([&] { const Sparse A = laplacian(edge, dimensions, shift); });
+    const double ours = peakMegabytes([&] {
+        Sparse A = laplacian(edge, dimensions, shift);
+        qxutil::RunInfo run;
+        Umfpack solver(run);
+        solver.init(A, false, false, false, true);
+    });
+    const double cleared = peakMegabytes([&] {
+        Sparse A = laplacian(edge, dimensions, shift);
+        qxutil::RunInfo run;
+        Umfpack solver(run);
+        solver.init(A, true, false, false, true);
+    });
+    const double direct = peakMegabytes([&] { Direct(laplacian(edge, dimensions, shift)).run(); });
+    std::printf("peak memory  %-24s  matrix %.0f MB, driver %.0f MB, with clearInput %.0f MB, direct %.0f MB\n",
+                name.c_str(), matrixOnly, ours, cleared, direct);
+}
+
+template <class T>
+void measure(const std::string& name, unsigned long edge, int dimensions, T shift)
+{
+    Sparse A = laplacian(edge, dimensions, shift);
+    Direct direct(A);
+    qxutil::RunInfo run;
+    Umfpack solver(run);
+    Matrix<1> b(A.getM(), true), x;
+    b = cplx(1.0);
+    BENCH("factorise and solve/" + name)
+        .ours([&] {
+            solver.init(A, false, false, false, true);
+            solver.solve(b, x);
+            solver.clear();
+        })
+        .peer("UMFPACK direct", [&] { direct.run(); })
+        .check(
+            [&] {
+                double d = 0.0;
+                for (unsigned long i = 0; i < x.size(); ++i)
+                    d = std::max(d, std::abs(x[i] - cplx(direct.x[i], direct.xz[i])));
+                return d;
+            },
+            1e-9)
+        .atMost(1.03);
+}
+
+} // namespace
+
+void qxbench::benchmarks()
+{
+    // First, while no thread has been started: a forked process has only one.
+    memory("3D 30^3 real", 30, 3, 0.0);
+    memory("3D 30^3 complex", 30, 3, cplx(0.0, 1.0));
+
+    measure("2D 300^2 real", 300, 2, 0.0);
+    measure("2D 300^2 complex", 300, 2, cplx(0.0, 1.0));
+    measure("3D 30^3 real", 30, 3, 0.0);
+    measure("3D 30^3 complex", 30, 3, cplx(0.0, 1.0));
+}
