@@ -25,11 +25,15 @@ namespace {
 constexpr std::size_t kLanes = QX_UNIT_LANES;
 
 using V = double __attribute__((vector_size(8 * QX_UNIT_LANES)));
-using VAnywhere = double __attribute__((vector_size(8 * QX_UNIT_LANES), aligned(8), may_alias));
 using M = decltype(V{} < V{});
 
-inline V load(const double* p) { return *reinterpret_cast<const VAnywhere*>(p); }
-inline void store(double* p, V x) { *reinterpret_cast<VAnywhere*>(p) = x; }
+inline V load(const double* p)
+{
+    V x;
+    __builtin_memcpy(&x, p, sizeof x);
+    return x;
+}
+inline void store(double* p, V x) { __builtin_memcpy(p, &x, sizeof x); }
 inline V splat(double x) { return x - V{}; }
 inline V bits(V x, long mask) { return reinterpret_cast<V>(reinterpret_cast<M>(x) & mask); }
 
