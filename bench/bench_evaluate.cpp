@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <muParser.h>
 #include <omp.h>
 #include <random>
@@ -83,20 +84,23 @@ void benchFormulas()
         cy[i] = {y[i], -0.2 * x[i]};
     }
     for (const Formula& formula : formulas()) {
-        const auto host = boost::make_shared<ColumnHost>();
-        host->reals = {{"x", x.data()}, {"y", y.data()}};
-        const auto complexHost = boost::make_shared<ColumnHost>();
-        complexHost->complexes = {{"x", cx.data()}, {"y", cy.data()}};
-        const auto cache = boost::make_shared<ValRepCache>(boost::make_shared<SerialArrayAllocator>(block, 0));
+        const auto allocator = boost::make_shared<SerialArrayAllocator>(block, 0);
+        const auto host = boost::make_shared<ColumnHost>(block, allocator);
+        host->addColumn("x", x.data(), points);
+        host->addColumn("y", y.data(), points);
+        const auto complexHost = boost::make_shared<ColumnHost>(block, allocator);
+        complexHost->addColumn("x", cx.data(), points);
+        complexHost->addColumn("y", cy.data(), points);
+        const auto cache = boost::make_shared<ValRepCache>(allocator);
         const std::vector<EvalTreePtr> tree{boost::make_shared<EvalTree>(formula.infix, false)};
         const auto runOurs = [&] {
             for (std::size_t pass = 0; pass < passes; ++pass)
-                overPoints(host, cache, tree, points, block, realFlags,
-                           [&](std::size_t, std::size_t from, const ValRepPtr& v) {
+                overBlocks(host, cache, tree, points / block, realFlags,
+                           [&](std::size_t, std::size_t j, const ValRepPtr& v) {
                                const double* const values = v->getDoubleIterator(0);
                                keep(values);
                                if (pass + 1 == passes) // for the comparison; a host reads values where they are
-                                   std::memcpy(ours.data() + from, values, host->count * sizeof(double));
+                                   std::copy_n(values, block, ours.data() + j * block);
                            });
         };
 
@@ -145,7 +149,7 @@ void benchFormulas()
         BENCH("complex against real/" + formula.name)
             .ours([&] {
                 for (std::size_t pass = 0; pass < passes; ++pass)
-                    overPoints(complexHost, cache, tree, points, block, EvalValues,
+                    overBlocks(complexHost, cache, tree, points / block, EvalValues,
                                [&](std::size_t, std::size_t, const ValRepPtr& v) { sum += v->getComplex(); });
                 keep(sum);
             })
@@ -168,10 +172,10 @@ void benchBuilding()
     for (const Text& t : {Text{"linear", formulas()[0].infix}, Text{"elementary", formulas()[3].infix},
                           Text{"wave packet", formulas()[4].infix}, Text{"material law", formulas()[5].infix},
                           Text{"polynomial of 200 terms", formulas()[6].infix}, Text{"sum at the length limit", sum}}) {
-        const auto host = boost::make_shared<ColumnHost>();
+        const auto host = boost::make_shared<ColumnHost>(1);
         double vx = 1.5, vy = 0.5, theirs = 0;
-        host->reals = {{"x", &vx}, {"y", &vy}};
-        host->count = 1;
+        host->addColumn("x", &vx, 1);
+        host->addColumn("y", &vy, 1);
         double ours = 0;
         const auto evalOurs = [&](EvalTree& tree) {
             return tree.eval(host, boost::make_shared<ValRepCache>(), realFlags)->getDouble();

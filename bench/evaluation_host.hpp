@@ -11,19 +11,24 @@
 #include "valrepcache.hpp"
 #include "varevaluator.hpp"
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <complex>
-#include <cstring>
 #include <map>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 /// Points in columns, evaluated block by block: what a host does at run time and no more.
 namespace qxbench {
 
+/// Its columns are values of one block each, laid out once; an evaluation shares their arrays and copies nothing.
 class ColumnHost : public VarEvaluator
 {
 public:
-    ColumnHost() : VarEvaluator(boost::make_shared<NodeMaker>(), boost::make_shared<ShadowHandler>())
+    explicit ColumnHost(std::size_t block, const ArrayAllocatorPtr& allocator = ArrayAllocatorPtr())
+        : VarEvaluator(boost::make_shared<NodeMaker>(), boost::make_shared<ShadowHandler>()), block_(block),
+          allocator_(allocator)
     {
         std::vector<FunObjPtr> funs;
         getStdFuns(funs);
@@ -31,28 +36,36 @@ public:
             functions_[f->getName()] = f;
     }
 
-    std::map<std::string, const double*> reals;
-    std::map<std::string, const std::complex<double>*> complexes;
-    std::size_t from = 0;   ///< first point of the block
-    std::size_t count = 0;  ///< points of the block
+    template <class T>
+    void addColumn(const std::string& name, const T* data, std::size_t n)
+    {
+        Column column{name, {}};
+        for (std::size_t from = 0; from < n; from += block_) {
+            const std::size_t count = std::min(block_, n - from);
+            const ValRepPtr value = ValRep::make(allocator_);
+            boost::shared_ptr<Array<T, 1>> out;
+            value->reset(false, !std::is_same_v<T, double>, count);
+            if constexpr (std::is_same_v<T, double>)
+                value->addDArray(out);
+            else
+                value->addCArray(out);
+            std::copy_n(data + from, count, out->data());
+            value->setEvaluated();
+            column.blocks.push_back(value);
+        }
+        columns_.push_back(std::move(column));
+    }
+
+    std::size_t current = 0; ///< the block that is evaluated
 
     using VarEvaluator::eval;
     void eval(const VarEvaluatorPtr&, const std::string& name, unsigned, const ValRepPtr& rep,
               const ValRepCachePtr&) override
     {
-        if (const auto r = reals.find(name); r != reals.end()) {
-            DArrayPtr out;
-            rep->reset(false, false, count);
-            rep->addDArray(out);
-            std::memcpy(rep->getDoubleIterator(0), r->second + from, count * sizeof(double));
-        } else if (const auto c = complexes.find(name); c != complexes.end()) {
-            CArrayPtr out;
-            rep->reset(false, true, count);
-            rep->addCArray(out);
-            std::memcpy(rep->getComplexIterator(0), c->second + from, count * sizeof(std::complex<double>));
-        } else {
-            QX_RAISE("bench", "Unknown_variable_name", "Name", name);
-        }
+        for (const Column& column : columns_)
+            if (column.name == name)
+                return rep->reset(column.blocks[current], false);
+        QX_RAISE("bench", "Unknown_variable_name", "Name", name);
     }
     FunObjPtr getFun(const std::string& name, int) override
     {
@@ -68,20 +81,28 @@ public:
     }
 
 private:
+    struct Column
+    {
+        std::string name;
+        std::vector<ValRepPtr> blocks;
+    };
+
+    const std::size_t block_;
+    const ArrayAllocatorPtr allocator_;
+    std::vector<Column> columns_;
     std::map<std::string, FunObjPtr> functions_;
 };
 
-/// Evaluates trees over n points in blocks; take(tree number, first point, value) reads each block's values.
+/// Evaluates trees over nBlocks blocks; take(tree number, block, value) reads each block's values.
 template <class Take>
-void overPoints(const boost::shared_ptr<ColumnHost>& host, const ValRepCachePtr& cache,
-                const std::vector<EvalTreePtr>& trees, std::size_t n, std::size_t block, unsigned flags, Take&& take)
+void overBlocks(const boost::shared_ptr<ColumnHost>& host, const ValRepCachePtr& cache,
+                const std::vector<EvalTreePtr>& trees, std::size_t nBlocks, unsigned flags, Take&& take)
 {
-    for (std::size_t from = 0; from < n; from += block) {
+    for (std::size_t j = 0; j < nBlocks; ++j) {
         cache->reset();
-        host->from = from;
-        host->count = std::min(block, n - from);
+        host->current = j;
         for (std::size_t t = 0; t < trees.size(); ++t)
-            take(t, from, trees[t]->eval(host, cache, flags));
+            take(t, j, trees[t]->eval(host, cache, flags));
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "errinfo.hpp"
 #include "evalfun.hpp"
+#include "evalprogram_detail.hpp"
 #include "evalrep.hpp"
 #include "evalshadow.hpp"
 #include "graphwalk_detail.hpp"
@@ -254,6 +255,7 @@ OpNode::OpNode(const FunObjPtr& fun, EvalNodes args, unsigned long id)
 
 OpNode::~OpNode()
 {
+    delete program_.load(std::memory_order_relaxed);
     qxeval::releaseLater(args_);
 }
 
@@ -280,27 +282,79 @@ ValRepPtr OpNode::apply(ValRepPtr* values, unsigned flags) const
     return result;
 }
 
+/// The program of the graph below, from the second call on; null when there is none.
+const qxeval::Program* OpNode::program() const
+{
+    switch (plan_.load(std::memory_order_acquire)) {
+    case Plan::Run:
+        return program_.load(std::memory_order_relaxed);
+    case Plan::Own:
+    case Plan::Large:
+        return nullptr;
+    case Plan::New:
+        plan_.store(Plan::Seen, std::memory_order_relaxed); // many graphs are evaluated once: constants, bounds
+        return nullptr;
+    case Plan::Seen:
+        break;
+    }
+    if (!qxeval::Program::hasKernel(*this)) {
+        plan_.store(Plan::Own, std::memory_order_relaxed);
+        return nullptr;
+    }
+    std::unique_ptr<const qxeval::Program> made = qxeval::Program::compile({this});
+    if (!made) {
+        plan_.store(Plan::Large, std::memory_order_relaxed);
+        return nullptr;
+    }
+    const qxeval::Program* there = nullptr; // what another thread made is as good
+    if (program_.compare_exchange_strong(there, made.get(), std::memory_order_acq_rel))
+        there = made.release();
+    plan_.store(Plan::Run, std::memory_order_release);
+    return there;
+}
+
 ValRepPtr OpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
+{
+    if (flags & numbersWanted)
+        if (const qxeval::Program* const compiled = program()) {
+            ValRepPtr value;
+            compiled->run(evaluator, cache, flags, &value);
+            return value;
+        }
+    return walk(evaluator, cache, flags);
+}
+
+/// The value of an argument: by its own program if this operation cannot be part of one.
+ValRepPtr OpNode::walkArg(const EvalNode& arg, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache,
+                          unsigned flags) const
+{
+    if (plan_.load(std::memory_order_relaxed) != Plan::Own)
+        if (const OpNode* const op = qxeval::asOperation(&arg))
+            return op->walk(evaluator, cache, flags);
+    return arg.eval(evaluator, cache, flags);
+}
+
+ValRepPtr OpNode::walk(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
     if (qxeval::stackRoom() < qxeval::deepEvalRoom)
         return evalDeep(*this, evaluator, cache, flags);
     // The results are held by these locals alone, so that apply may overwrite a temporary.
     switch (args_.size()) {
     case 1: {
-        ValRepPtr value = args_[0]->eval(evaluator, cache, flags);
+        ValRepPtr value = walkArg(*args_[0], evaluator, cache, flags);
         return apply(&value, flags);
     }
     case 2: {
         ValRepPtr values[2];
-        values[0] = args_[0]->eval(evaluator, cache, flags);
-        values[1] = args_[1]->eval(evaluator, cache, flags);
+        values[0] = walkArg(*args_[0], evaluator, cache, flags);
+        values[1] = walkArg(*args_[1], evaluator, cache, flags);
         return apply(values, flags);
     }
     default: {
         std::vector<ValRepPtr> values;
         values.reserve(args_.size());
         for (const EvalNodePtr& arg : args_)
-            values.push_back(arg->eval(evaluator, cache, flags));
+            values.push_back(walkArg(*arg, evaluator, cache, flags));
         return apply(values.data(), flags);
     }
     }
@@ -379,18 +433,17 @@ __attribute__((noinline)) bool VarNode::compute(bool found, const ValRepPtr& rep
         rep->getErrors()->append(*check.getErrors());
         return false;
     }
-    boost::shared_ptr<VarNodeShadow> shadow;
-    evaluator->getShadowHandler()->getShadow(getId(), shadow);
+    VarNodeShadow& shadow = evaluator->getShadowHandler()->shadowOf<VarNodeShadow>(getId());
     if (!found) {
-        shadow->initCache(evaluator, name_);
-    } else if (shadow->shouldUpdateCache(evaluator->getVersion())) {
-        shadow->initCache(evaluator, name_);
+        shadow.initCache(evaluator, name_);
+    } else if (shadow.shouldUpdateCache(evaluator->getVersion())) {
+        shadow.initCache(evaluator, name_);
         rep->reset(cache->getEmpty(), true);
     } else if ((flags & EvalValues) && rep->isNaN()) {
         rep->reset(cache->getEmpty(), true);
     }
 
-    const EvalNodePtr root = shadow->root; // a nested evaluation may give the shadow another definition
+    const EvalNodePtr root = shadow.root; // a nested evaluation may give the shadow another definition
     const bool wanted = (flags & EvalValues) || (root && !found && (flags & numbersWanted));
     if (!wanted) {
         rep->setNaN();
@@ -414,12 +467,11 @@ __attribute__((noinline)) void VarNode::reportFailure(const ValRepPtr& rep, cons
         if (rep->getErrors()->isEmpty())
             newLine(rep, "varcmplx", __LINE__)["var"] = name_;
     }
-    boost::shared_ptr<VarNodeShadow> shadow;
-    evaluator->getShadowHandler()->getShadow(getId(), shadow);
-    if (rep->isNaN() && shadow->root) {
+    const VarNodeShadow& shadow = evaluator->getShadowHandler()->shadowOf<VarNodeShadow>(getId());
+    if (rep->isNaN() && shadow.root) {
         ErrInfo& errors = newLine(rep, "vareval", __LINE__);
         errors["var"] = name_;
-        errors["defexpr"] = qxeval::nodeTextOrDots(*shadow->root);
+        errors["defexpr"] = qxeval::nodeTextOrDots(*shadow.root);
     }
 }
 

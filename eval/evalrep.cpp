@@ -217,8 +217,9 @@ void ValRep::reset(const ValRepPtr& other, bool steal)
     clearData();
     Ops::copyFlags(*this, *other);
     size_ = other->size_;
-    allocator_ = other->allocator_;
-    errors_ = errors;
+    if (allocator_ != other->allocator_)
+        allocator_ = other->allocator_;
+    errors_.swap(errors);
     nBlocks_ = hasData ? other->nBlocks_ : 0;
     if (!hasData)
         return;
@@ -228,11 +229,10 @@ void ValRep::reset(const ValRepPtr& other, bool steal)
         dArrays_.swap(other->dArrays_);
         cArrays_.swap(other->cArrays_);
         other->nBlocks_ = 0;
+    } else if (scalar_) {
+        storedComplex_ ? void(cScalars_ = other->cScalars_) : void(dScalars_ = other->dScalars_);
     } else {
-        dScalars_ = other->dScalars_;
-        cScalars_ = other->cScalars_;
-        dArrays_ = other->dArrays_;
-        cArrays_ = other->cArrays_;
+        storedComplex_ ? void(cArrays_ = other->cArrays_) : void(dArrays_ = other->dArrays_);
     }
 }
 

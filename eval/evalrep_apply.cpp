@@ -84,18 +84,8 @@ class DirectResult
 {
 public:
     DirectResult(const ArrayAllocatorPtr& allocator, unsigned long size, bool complex)
-        : value_(ValRep::make(allocator)), complex_(complex)
+        : value_(Ops::newArrayValue(allocator, size, complex)), out_(Ops::firstBlock(*value_)), complex_(complex)
     {
-        value_->reset(false, complex, size);
-        if (complex) {
-            CArrayPtr array;
-            value_->addCArray(array);
-            out_ = reinterpret_cast<double*>(array->data());
-        } else {
-            DArrayPtr array;
-            value_->addDArray(array);
-            out_ = array->data();
-        }
     }
 
     bool unary(const FunObj& f, const ValRep& x, unsigned& bits) const

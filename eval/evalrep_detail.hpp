@@ -35,14 +35,57 @@ public:
     }
 
     /// The numbers of the first block, complex ones as (re, im) pairs.
-    static const double* firstBlock(const ValRep& v)
+    static double* firstBlock(const ValRep& v)
     {
         return withBlocks(v, [](const auto& blocks) {
             if constexpr (requires { blocks[0]->data(); })
-                return reinterpret_cast<const double*>(blocks[0]->data());
+                return reinterpret_cast<double*>(blocks[0]->data());
             else
-                return reinterpret_cast<const double*>(blocks[0].get());
+                return reinterpret_cast<double*>(blocks[0].get());
         });
+    }
+
+    /// One fresh array, not evaluated.
+    static ValRepPtr newArrayValue(const ArrayAllocatorPtr& allocator, unsigned long size, bool complex)
+    {
+        ValRepPtr value = ValRep::make(allocator);
+        value->scalar_ = false;
+        value->storedComplex_ = value->complex_ = complex;
+        value->size_ = static_cast<unsigned>(size);
+        value->nBlocks_ = 1;
+        if (complex)
+            lease(*value, value->cArrays_.emplace_back());
+        else
+            lease(*value, value->dArrays_.emplace_back());
+        return value;
+    }
+
+    /// One evaluated number, given as a (re, im) pair if it is stored as a complex one.
+    static ValRepPtr newScalarValue(const double* number, bool stored, bool complex)
+    {
+        ValRepPtr value = ValRep::make();
+        value->storedComplex_ = stored;
+        value->nBlocks_ = 1;
+        if (stored)
+            value->cScalars_.push_back(newScalar(Complex(number[0], number[1])));
+        else
+            value->dScalars_.push_back(newScalar(*number));
+        markEvaluated(*value, complex);
+        return value;
+    }
+
+    /// As newly made.
+    static void renew(ValRep& v, const ArrayAllocatorPtr& allocator)
+    {
+        v.reset(true, false, 0);
+        if (v.allocator_ != allocator)
+            v.allocator_ = allocator;
+    }
+
+    static void markEvaluated(ValRep& v, bool complex)
+    {
+        v.evaluated_ = true;
+        v.complex_ = complex;
     }
 
     template <class T>

@@ -17,6 +17,8 @@ bool ShadowBase::shouldUpdateCache(const VersionKeyPtr& current) const
 
 void ShadowBase::setVersion(const VarEvaluatorPtr& evaluator)
 {
+    if (!shouldUpdateCache(evaluator->getVersion()))
+        return;
     if (version_)
         *version_ = *evaluator->getVersion();
     else

@@ -265,15 +265,21 @@ ValRepPtr EvalTree::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr&
     if (root->isZero())
         return ValRep::makeZero();
     ValRepPtr result = root->eval(evaluator, cache, flags);
-    if (result->isNaN() && (flags & EvalValues)) {
-        if (result.use_count() > 1)
-            result = result->clone(); // a cached value's record is not ours to extend
-        ErrInfo& errors = *result->getErrors();
-        errors.newLine("evaltree", __LINE__);
-        errors["message"] = "expreval";
-        errors["exprs"] = exprOrDots(*this);
-    }
+    addStory(result, flags);
     return result;
+}
+
+/// Ends the record of a NaN value with this expression.
+void EvalTree::addStory(ValRepPtr& result, unsigned flags) const
+{
+    if (!result->isNaN() || !(flags & EvalValues))
+        return;
+    if (result.use_count() > 1)
+        result = result->clone(); // a cached value's record is not ours to extend
+    ErrInfo& errors = *result->getErrors();
+    errors.newLine("evaltree", __LINE__);
+    errors["message"] = "expreval";
+    errors["exprs"] = exprOrDots(*this);
 }
 
 // Derivatives and dependence -----------------------------------------------------------------------------------------

@@ -1,13 +1,14 @@
 #include "valrepcache.hpp"
 
+#include "eval/evalrep_detail.hpp"
 #include "evalflags.hpp"
-#include "evalrep.hpp"
 
 #include <ostream>
 
 namespace {
 
-/// A table with this many names more than a pass used is given up at the end of that pass.
+/// A table with this many names more than a pass used is given up at the end of that pass; of a pass with more names
+/// than this no value objects are kept.
 constexpr unsigned tooManyNames = 1024;
 
 } // namespace
@@ -24,15 +25,17 @@ std::pair<bool, ValRepPtr> ValRepCache::getVar(const std::string& name, unsigned
         values_.lookupWith(QxHashFun::combine(hash(name), hash(variant)),
                            [&](const Key& key) { return key.second == variant && key.first == name; });
     if (hit) {
-        ValRepPtr& rep = values_.at(hit.slot);
-        if (rep)
-            return {true, rep};
-        rep = ValRep::make(allocator_);
+        Kept& kept = values_.at(hit.slot);
+        if (kept.live)
+            return {true, kept.value};
+        if (!kept.value)
+            kept.value = ValRep::make(allocator_);
+        kept.live = true;
         ++live_;
-        return {false, rep};
+        return {false, kept.value};
     }
     ValRepPtr rep = ValRep::make(allocator_);
-    values_.insert(Key(name, variant), rep);
+    values_.insert(Key(name, variant), Kept{rep, true});
     ++live_;
     return {false, rep};
 }
@@ -49,11 +52,18 @@ void ValRepCache::setBVar(const std::string& name)
 
 void ValRepCache::reset()
 {
+    const bool keepValues = live_ <= tooManyNames;
     if (values_.size() - live_ > tooManyNames)
         values_.reset();
     else
-        for (auto& entry : values_)
-            entry.value.reset();
+        for (auto& entry : values_) {
+            Kept& kept = entry.value;
+            kept.live = false;
+            if (keepValues && kept.value && ValRepOps::isOnlyReference(kept.value))
+                ValRepOps::renew(*kept.value, allocator_);
+            else
+                kept.value.reset();
+        }
     live_ = 0;
     bVars_.reset();
 }
@@ -63,8 +73,9 @@ void ValRepCache::report(std::ostream& out) const
     out << "The following variable names are stored in cache:\n"
         << "=================================================\n";
     for (const auto& entry : values_)
-        if (entry.value)
-            out << entry.key.first << "            : " << (entry.value->isScalar() ? "scalar    " : "nonscalar ")
-                << (entry.value->isComplex() ? "complex " : "real    ")
-                << (entry.value->isEvaluated() ? "(evaluated)  " : "") << '\n';
+        if (entry.value.live) {
+            const ValRep& value = *entry.value.value;
+            out << entry.key.first << "            : " << (value.isScalar() ? "scalar    " : "nonscalar ")
+                << (value.isComplex() ? "complex " : "real    ") << (value.isEvaluated() ? "(evaluated)  " : "") << '\n';
+        }
 }

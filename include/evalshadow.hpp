@@ -121,6 +121,17 @@ public:
             nodes_.insert(id, out);
         }
     }
+    /// The same as a reference, which holds as long as this object: shadows are never removed.
+    template <class T>
+    T& shadowOf(unsigned long id)
+    {
+        const QxHashLookup hit = nodes_.lookup(id);
+        if (hit)
+            return static_cast<T&>(*nodes_.at(hit.slot));
+        boost::shared_ptr<T> made;
+        getShadow(id, made);
+        return *made;
+    }
     boost::shared_ptr<EvalTreeShadow> getEvalTreeShadow(unsigned long treeId);
 
 private:

@@ -80,12 +80,14 @@ public:
     std::vector<std::string> getBVarNames(const VarEvaluatorPtr& evaluator);
 
 private:
+    friend class EvalTreeSet;
     enum Kind { Plain = 0, Plus = 1, Minus = 2, Times = 3, Negation = 4, Variable = 5 };
 
     EvalTree(Kind kind, const EvalTreePtr& left, const EvalTreePtr& right);
 
     void parseOne(const VarEvaluatorPtr& evaluator);
     const EvalNodePtr& requireRoot(const VarEvaluatorPtr& evaluator);
+    void addStory(ValRepPtr& result, unsigned flags) const;
 
     std::string expr_;
     Kind kind_ = Plain;

@@ -3,7 +3,6 @@
 // Storage that ended values leave behind is used again by the next ones, so that an evaluation with unchanged shapes
 // calls no allocator.
 
-#include <array>
 #include <cstddef>
 #include <new>
 
@@ -19,40 +18,29 @@ public:
     static void* take(std::size_t bytes)
     {
         const std::size_t c = classOf(bytes);
-        if (c < kClasses) {
-            RecycledBlocks& mine = ofThread();
-            if (Block* b = mine.free_[c]) {
-                mine.free_[c] = b->next;
-                --mine.count_[c];
-                return b;
-            }
+        if (c >= kClasses)
+            return ::operator new(bytes);
+        Lists& mine = ofThread();
+        Block* const b = mine.free[c];
+        if (b == nullptr)
             return ::operator new((c + 1) * kStep);
-        }
-        return ::operator new(bytes);
+        mine.free[c] = b->next;
+        --mine.count[c];
+        return b;
     }
 
     static void give(void* p, std::size_t bytes) noexcept
     {
         const std::size_t c = classOf(bytes);
         if (c < kClasses) {
-            RecycledBlocks& mine = ofThread();
-            if (mine.count_[c] < kKept && !mine.ended_) {
-                mine.free_[c] = new (p) Block{mine.free_[c]};
-                ++mine.count_[c];
+            Lists& mine = ofThread();
+            if (mine.count[c] < kKept && (mine.state == Lists::InUse || begin(mine))) {
+                mine.free[c] = new (p) Block{mine.free[c]};
+                ++mine.count[c];
                 return;
             }
         }
         ::operator delete(p);
-    }
-
-    ~RecycledBlocks()
-    {
-        ended_ = true; // values with static storage may end after this thread's list
-        for (Block*& head : free_)
-            while (Block* b = head) {
-                head = b->next;
-                ::operator delete(b);
-            }
     }
 
 private:
@@ -61,16 +49,48 @@ private:
         Block* next;
     };
     static constexpr std::size_t kClasses = kLargest / kStep;
-    static std::size_t classOf(std::size_t bytes) { return (bytes - 1) / kStep; }
-    static RecycledBlocks& ofThread()
+    // Without constructor and destructor, so that an access is a plain load.
+    struct Lists
     {
-        static thread_local RecycledBlocks blocks;
-        return blocks;
+        Block* free[kClasses];
+        std::size_t count[kClasses];
+        enum State { New, InUse, Ended } state; // values with static storage may end after their thread's list
+    };
+
+    static std::size_t classOf(std::size_t bytes) { return (bytes - 1) / kStep; }
+
+    static Lists& ofThread()
+    {
+#ifdef QX_BUILDING_LIBRARY
+        __attribute__((tls_model("initial-exec")))
+#endif
+        static thread_local constinit Lists lists{};
+        return lists;
     }
 
-    std::array<Block*, kClasses> free_{};
-    std::array<std::size_t, kClasses> count_{};
-    bool ended_ = false;
+    /// Sees to the end of the list of this thread. False when it has ended.
+    __attribute__((noinline)) static bool begin(Lists& lists) noexcept
+    {
+        struct End
+        {
+            ~End()
+            {
+                Lists& mine = ofThread();
+                mine.state = Lists::Ended;
+                for (Block*& head : mine.free)
+                    while (Block* b = head) {
+                        head = b->next;
+                        ::operator delete(b);
+                    }
+            }
+        };
+        if (lists.state == Lists::Ended)
+            return false;
+        static thread_local const End end;
+        (void)end;
+        lists.state = Lists::InUse;
+        return true;
+    }
 };
 
 /// Allocator of the standard form over RecycledBlocks.

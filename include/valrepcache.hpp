@@ -40,11 +40,17 @@ public:
     void report(std::ostream& out) const;
 
 private:
-    // An entry without a value is left from an earlier pass: its name is kept so that meeting it again allocates nothing.
     using Key = std::pair<std::string, unsigned>;
+    // An entry that is not live is left from an earlier pass: its name, and an empty value unless others held that one,
+    // are kept so that meeting the name again allocates nothing.
+    struct Kept
+    {
+        ValRepPtr value;
+        bool live = false;
+    };
 
     ArrayAllocatorPtr allocator_;
-    QxHashMap<ValRepPtr, Key> values_;
+    QxHashMap<Kept, Key> values_;
     unsigned live_ = 0;
     QxHashSet<std::string> bVars_;
 };

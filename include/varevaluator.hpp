@@ -95,10 +95,10 @@ class QX_API SerialRecCount : public RecCount
 {
 public:
     SerialRecCount();
-    void enter(const std::string& name, const RecVarData& data) override { impl_->enter(name, data); }
-    void leave() override { impl_->leave(); }
-    int getDepth() const override { return impl_->getDepth(); }
-    bool isInfiniteLoop() const override { return impl_->isInfiniteLoop(); }
+    void enter(const std::string& name, const RecVarData& data) override { impl_->RecCountImpl::enter(name, data); }
+    void leave() override { impl_->RecCountImpl::leave(); }
+    int getDepth() const override { return impl_->RecCountImpl::getDepth(); }
+    bool isInfiniteLoop() const override { return impl_->RecCountImpl::isInfiniteLoop(); }
 
 private:
     boost::shared_ptr<RecCountImpl> impl_;

@@ -1,0 +1,557 @@
+#include "evalprogram_detail.hpp"
+
+#include "evalflags.hpp"
+#include "evalfun.hpp"
+#include "evalnodes.hpp"
+#include "evalrep_detail.hpp"
+#include "functions/kernels_detail.hpp"
+#include "graphwalk_detail.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <typeinfo>
+
+using Ops = ValRepOps;
+using qxkernels::kLikeY, qxkernels::kOutComplex, qxkernels::kXComplex, qxkernels::kXScalar, qxkernels::kYComplex,
+    qxkernels::kYScalar;
+
+namespace qxeval {
+
+namespace {
+
+/// Graphs with more operations are walked.
+constexpr std::size_t maxOperations = 1 << 16;
+
+} // namespace
+
+bool Program::hasKernel(const OpNode& op)
+{
+    const FunObj& f = *op.getFun();
+    if (!f.isBuiltin() || f.isMulti())
+        return false;
+    unsigned bits = 0;
+    switch (op.getArgs().size()) {
+    case 1: return f.nArgs() == 1 && f.unaryInto(nullptr, nullptr, 0, 0, bits); // of no elements: an inquiry
+    case 2: return f.nArgs() == 2 && f.binaryInto(nullptr, nullptr, nullptr, 0, 0, bits);
+    default: return false;
+    }
+}
+
+// Compilation --------------------------------------------------------------------------------------------------------
+
+/// First the graph is walked with an explicit stack, each operation taking a number of its own; then the numbers are
+/// mapped to slots. A register is free again after the last use of what it holds.
+class Program::Compiler
+{
+public:
+    explicit Compiler(Program& program) : program_(program) {}
+
+    bool compile(const std::vector<const EvalNode*>& roots)
+    {
+        for (const EvalNode* root : roots)
+            if (!walk(root))
+                return false;
+        assignSlots();
+        return true;
+    }
+
+private:
+    // What an operand refers to while slots have no final numbers.
+    struct Ref
+    {
+        enum Kind { Constant, Leaf, Result } kind;
+        Slot index;
+        bool pure; // nothing below it evaluates itself at each use
+    };
+    struct Draft
+    {
+        const FunObj* fun;
+        Ref x, y;
+        bool binary;
+        std::size_t lastUse; // number of the last reader; kKept for the result of a root
+    };
+    struct Frame
+    {
+        const OpNode* op;
+        std::size_t next;
+    };
+    static constexpr std::size_t kKept = ~std::size_t(0);
+
+    /// Appends the operations below a root that are not there yet. Leaves values_ with one more entry.
+    bool walk(const EvalNode* root)
+    {
+        visit(root);
+        while (!frames_.empty()) {
+            Frame& frame = frames_.back();
+            const EvalNodes& args = frame.op->getArgs();
+            if (frame.next < args.size()) {
+                visit(args[frame.next++].get());
+                continue;
+            }
+            const bool binary = args.size() == 2;
+            const Ref y = values_.back();
+            if (binary)
+                values_.pop_back();
+            const Ref x = values_.back();
+            values_.pop_back();
+            const Ref result{Ref::Result, static_cast<Slot>(drafts_.size()), x.pure && y.pure};
+            drafts_.push_back({frame.op->getFun().get(), x, y, binary, 0});
+            if (drafts_.size() > maxOperations)
+                return false;
+            if (result.pure)
+                known_.insert(frame.op, result);
+            values_.push_back(result);
+            frames_.pop_back();
+        }
+        return true;
+    }
+
+    void visit(const EvalNode* node)
+    {
+        const OpNode* const op = asOperation(node);
+        const EvalNode* const key = op != nullptr ? op : node;
+        if (const QxHashLookup hit = known_.lookup(key))
+            values_.push_back(known_.at(hit.slot));
+        else if (op != nullptr && hasKernel(*op))
+            frames_.push_back({op, 0});
+        else
+            values_.push_back(leaf(key));
+    }
+
+    Ref leaf(const EvalNode* node)
+    {
+        double number;
+        Ref ref;
+        if (node->isRealScalar(number)) {
+            ref = {Ref::Constant, static_cast<Slot>(program_.constants_.size()), true};
+            program_.constants_.push_back(node);
+            program_.numbers_.push_back(number);
+        } else {
+            const bool pure = typeid(*node) == typeid(VarNode) || typeid(*node) == typeid(ConstNode);
+            ref = {Ref::Leaf, static_cast<Slot>(program_.leaves_.size()), pure};
+            program_.leaves_.push_back(node);
+        }
+        if (ref.pure)
+            known_.insert(node, ref);
+        return ref;
+    }
+
+    void assignSlots()
+    {
+        std::vector<std::size_t> lastOfLeaf(program_.leaves_.size());
+        const auto last = [&](const Ref& r) -> std::size_t* {
+            return r.kind == Ref::Leaf ? &lastOfLeaf[r.index] : r.kind == Ref::Result ? &drafts_[r.index].lastUse : nullptr;
+        };
+        for (std::size_t i = 0; i < drafts_.size(); ++i)
+            for (const Ref& r : {drafts_[i].x, drafts_[i].y})
+                if (std::size_t* const reader = last(r))
+                    *reader = i;
+        for (const Ref& root : values_)
+            if (std::size_t* const reader = last(root))
+                *reader = kKept;
+
+        // Registers and results each count from 0 until the number of registers is known.
+        std::vector<Slot> free, slotOfResult(drafts_.size());
+        for (std::size_t i = 0; i < drafts_.size(); ++i) {
+            const Draft& d = drafts_[i];
+            Operation op{};
+            op.fun = d.fun;
+            const auto ends = [&](const Ref& r) { return last(r) != nullptr && *last(r) == i; };
+            const bool twice = d.binary && d.x.kind == d.y.kind && d.x.index == d.y.index;
+            op.lastX = ends(d.x) && !twice; // of two equal operands the second one is the last
+            op.lastY = d.binary && ends(d.y);
+            for (const auto& [ref, ended] : {std::pair(d.y, op.lastY), std::pair(d.x, op.lastX)})
+                if (ended && ref.kind == Ref::Result)
+                    free.push_back(slotOfResult[ref.index]);
+            if (d.lastUse == kKept) {
+                slotOfResult[i] = program_.results_++;
+            } else {
+                if (free.empty())
+                    free.push_back(program_.registers_++);
+                slotOfResult[i] = free.back(); // the one that was written or read last
+                free.pop_back();
+            }
+            op.alwaysReal = d.fun->isAlwaysReal();
+            op.mayTurnComplex = !d.fun->isRealIfReal() && !op.alwaysReal;
+            op.isDivision = d.fun->getName() == "/";
+            program_.mayTurnComplex_ = program_.mayTurnComplex_ || op.mayTurnComplex;
+            program_.operations_.push_back(op);
+        }
+        const auto slotOf = [&](const Ref& r) {
+            switch (r.kind) {
+            case Ref::Constant: return r.index;
+            case Ref::Leaf:     return program_.firstLeaf() + r.index;
+            case Ref::Result:   break;
+            }
+            return (drafts_[r.index].lastUse == kKept ? program_.firstResult() : program_.firstRegister()) +
+                   slotOfResult[r.index];
+        };
+        for (std::size_t i = 0; i < drafts_.size(); ++i) {
+            Operation& op = program_.operations_[i];
+            op.x = slotOf(drafts_[i].x);
+            op.y = drafts_[i].binary ? slotOf(drafts_[i].y) : kNone;
+            op.out = slotOf({Ref::Result, static_cast<Slot>(i), false});
+        }
+        for (const Ref& root : values_)
+            program_.roots_.push_back(slotOf(root));
+    }
+
+    Program& program_;
+    std::vector<Frame> frames_;
+    std::vector<Ref> values_;
+    std::vector<Draft> drafts_;
+    QxHashMap<Ref, const EvalNode*> known_;
+};
+
+std::unique_ptr<const Program> Program::compile(const std::vector<const EvalNode*>& roots)
+{
+    auto program = std::make_unique<Program>();
+    if (!Compiler(*program).compile(roots))
+        return nullptr;
+    return program;
+}
+
+// Execution ----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+/// A number for all points, or an array. Complex numbers are (re, im) pairs.
+struct Operand
+{
+    const double* data;
+    unsigned kind;
+
+    // The bits that kernels take for x (Shape), and one more.
+    static constexpr unsigned kScalar = kXScalar, kComplex = kXComplex;
+    static constexpr unsigned kPlain = 1u << 8; // real, or complex with an imaginary part that counts
+
+    bool isScalar() const { return (kind & kScalar) != 0; }
+    bool isComplex() const { return (kind & kComplex) != 0; }
+    bool isPlain() const { return (kind & kPlain) != 0; }
+    unsigned shape() const { return kind & (kScalar | kComplex); }
+};
+
+/// Whether imaginary parts of a value in complex storage count.
+unsigned plainness(bool complexStorage, bool isComplex) { return complexStorage == isComplex ? Operand::kPlain : 0u; }
+
+struct Number
+{
+    double parts[2];
+};
+
+/// Memory that runs use again and again.
+struct Workspace
+{
+    std::vector<ValRepPtr> values;
+    std::vector<Operand> operands;
+    std::vector<Number> numbers; // of scalar operands that are computed
+    std::vector<double*> buffers;
+    double* block = nullptr;
+    std::size_t capacity = 0;
+
+    Workspace() = default;
+    Workspace(const Workspace&) = delete;
+    Workspace& operator=(const Workspace&) = delete;
+    ~Workspace() { discard(); }
+
+    static constexpr std::align_val_t alignment{64};
+    static constexpr std::size_t keptElements = std::size_t(1) << 21;
+
+    void discard() noexcept
+    {
+        ::operator delete[](block, alignment);
+        block = nullptr;
+        capacity = 0;
+    }
+
+    /// count buffers of n doubles each, on cache lines of their own and apart by no power of two.
+    void provide(std::size_t count, std::size_t n)
+    {
+        const std::size_t stride = (n + 7) / 8 * 8 + 40;
+        if (capacity < count * stride) {
+            discard();
+            block = static_cast<double*>(::operator new[](count * stride * sizeof(double), alignment));
+            capacity = count * stride;
+        }
+        buffers.clear();
+        for (std::size_t i = 0; i < count; ++i)
+            buffers.push_back(block + i * stride);
+    }
+};
+
+/// One workspace a level of nested runs, of one thread.
+struct Workspaces
+{
+    std::vector<std::unique_ptr<Workspace>> levels;
+    std::size_t used = 0;
+};
+
+__attribute__((tls_model("initial-exec"))) thread_local Workspaces* workspaces = nullptr;
+
+__attribute__((noinline)) void makeWorkspaces()
+{
+    struct Owner
+    {
+        Workspaces all;
+        Owner() { workspaces = &all; }
+        ~Owner() { workspaces = nullptr; }
+    };
+    static thread_local Owner owner;
+    if (workspaces == nullptr) // a value that ends after this thread's own is evaluated
+        throw std::bad_alloc();
+}
+
+/// The workspace of the next level for a scope.
+class WorkspaceLease
+{
+public:
+    WorkspaceLease()
+    {
+        if (workspaces == nullptr)
+            makeWorkspaces();
+        if (workspaces->used == workspaces->levels.size())
+            workspaces->levels.push_back(std::make_unique<Workspace>());
+        space_ = workspaces->levels[workspaces->used].get();
+        ++workspaces->used;
+    }
+    ~WorkspaceLease()
+    {
+        for (ValRepPtr& v : space_->values)
+            v.reset();
+        if (space_->capacity > Workspace::keptElements)
+            space_->discard();
+        --workspaces->used;
+    }
+    WorkspaceLease(const WorkspaceLease&) = delete;
+    WorkspaceLease& operator=(const WorkspaceLease&) = delete;
+
+    Workspace* operator->() const { return space_; }
+
+private:
+    Workspace* space_;
+};
+
+bool isError(unsigned bits, bool ignored, unsigned flags)
+{
+    return (bits & kFunFatal) != 0 || ((bits & ~unsigned(kFunComplex)) != 0 && !ignored && (flags & ValRep::kKeepNaN) == 0);
+}
+
+} // namespace
+
+class Program::Run
+{
+public:
+    Run(const Program& program, unsigned flags) : program_(program), flags_(flags)
+    {
+        space_->values.resize(program.slots());
+        space_->operands.resize(program.slots());
+        space_->numbers.resize(program.slots());
+    }
+
+    void operator()(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, ValRepPtr* results)
+    {
+        const Slot first = program_.firstLeaf();
+        for (Slot i = 0; i < program_.leaves_.size(); ++i)
+            space_->values[first + i] = program_.leaves_[i]->eval(evaluator, cache, flags_);
+        for (Slot i = 0; i < program_.leaves_.size(); ++i)
+            bind(first + i);
+
+        std::size_t done = 0;
+        if (shape_ != nullptr) {
+            for (Slot i = 0; i < program_.constants_.size(); ++i)
+                space_->operands[i] = {&program_.numbers_[i], Operand::kScalar | Operand::kPlain};
+            wide_ = wide_ || (program_.mayTurnComplex_ && (flags_ & ValRep::kKeepReal) == 0);
+            space_->provide(program_.registers_ + 1, (wide_ ? 2 : 1) * size_);
+            done = computeAll();
+        }
+        finish(done, evaluator, cache);
+        for (std::size_t i = 0; i < program_.roots_.size(); ++i) {
+            const bool last = i + 1 == program_.roots_.size(); // earlier roots may come again
+            results[i] = take(program_.roots_[i], last, evaluator, cache);
+        }
+    }
+
+private:
+    /// Makes an operand of a leaf's value.
+    void bind(Slot slot)
+    {
+        const ValRep& v = *space_->values[slot];
+        Operand& operand = space_->operands[slot];
+        operand.kind = 0;
+        if (v.isNaN())
+            return;
+        if (Ops::needsZeroScalar(v)) {
+            static constexpr double zero = 0.0;
+            operand = {&zero, Operand::kScalar | Operand::kPlain};
+            return;
+        }
+        if (v.getNBlocks() != 1)
+            return;
+        operand.data = Ops::firstBlock(v);
+        const bool complex = v.isStoredAsComplex();
+        unsigned kind = plainness(complex, v.isComplex()) | (complex ? Operand::kComplex : 0u);
+        wide_ = wide_ || complex;
+        if (v.isScalar()) {
+            kind |= Operand::kScalar;
+        } else if (shape_ == nullptr) {
+            shape_ = &v;
+            size_ = v.getSize();
+        } else if (v.getSize() != size_ || v.getAllocator() != shape_->getAllocator()) {
+            kind &= ~Operand::kPlain;
+        }
+        operand.kind = kind;
+    }
+
+    /// Where an operation on arrays writes: a result in an array of its own, anything else in a buffer that holds no
+    /// operand of another width.
+    double* target(const Operation& op, bool complex)
+    {
+        if (op.out >= program_.firstResult()) {
+            ValRepPtr& result = space_->values[op.out];
+            result = Ops::newArrayValue(shape_->getAllocator(), size_, complex);
+            return Ops::firstBlock(*result);
+        }
+        double*& buffer = space_->buffers[op.out - program_.firstRegister()];
+        const auto inTheWay = [&](Slot s) {
+            return s != kNone && space_->operands[s].data == buffer && space_->operands[s].isComplex() != complex;
+        };
+        if (wide_ && (inTheWay(op.x) || inTheWay(op.y)))
+            std::swap(buffer, space_->buffers.back());
+        return buffer;
+    }
+
+    enum class Outcome { Done, Failed, Untouched };
+
+    /// One operation on plain operands. Failed: its result is a NaN value in its slot, so that the rest needs value
+    /// objects. Untouched: it is not for kernels.
+    Outcome compute(const Operation& op)
+    {
+        const Operand& x = space_->operands[op.x];
+        const bool binary = op.y != kNone;
+        const bool turns = op.mayTurnComplex && (flags_ & ValRep::kKeepReal) == 0;
+        unsigned shape = x.shape();
+        bool scalar = x.isScalar(), complex = x.isComplex(), plain = x.isPlain();
+        const double* yData = nullptr;
+        if (binary) {
+            const Operand& y = space_->operands[op.y];
+            plain = plain && y.isPlain() && !(op.alwaysReal && complex != y.isComplex());
+            shape |= y.shape() << 1 | (y.isComplex() && !complex ? kLikeY : 0u);
+            scalar = scalar && y.isScalar();
+            complex = complex || y.isComplex();
+            plain = plain && !(turns && !complex);
+            yData = y.data;
+        } else {
+            complex = complex || turns;
+            shape = shape & kXComplex ? kXComplex : complex ? kOutComplex : 0u;
+        }
+        if (!plain)
+            return Outcome::Untouched;
+
+        double number[2];
+        double* const to = scalar ? number : target(op, complex);
+        const std::size_t n = scalar ? 1 : size_;
+        unsigned bits = 0;
+        const bool able = binary ? op.fun->binaryInto(to, x.data, yData, shape, n, bits)
+                                 : op.fun->unaryInto(to, x.data, shape, n, bits);
+        if (!able)
+            return Outcome::Untouched;
+        const bool isComplex = complex && (bits & kFunComplex) != 0 && (binary || !op.alwaysReal);
+        const unsigned kind = (scalar ? Operand::kScalar : 0u) | (complex ? Operand::kComplex : 0u);
+        if (bits > kFunComplex && isError(bits, op.isDivision, flags_)) {
+            ValRepPtr& value = space_->values[op.out];
+            if (!value)
+                value = valueOf({to, kind}, isComplex);
+            ValRep::applyOpPost(value, *op.fun, flags_, bits);
+            return Outcome::Failed;
+        }
+        if (scalar) {
+            keepNumber(op.out, number, complex);
+            return Outcome::Done;
+        }
+        if (op.out >= program_.firstResult())
+            Ops::markEvaluated(*space_->values[op.out], isComplex);
+        Operand& out = space_->operands[op.out];
+        out.data = to;
+        out.kind = kind | plainness(complex, isComplex);
+        return Outcome::Done;
+    }
+
+    /// The operations that can be computed on plain operands; how many are done.
+    std::size_t computeAll()
+    {
+        const std::size_t count = program_.operations_.size();
+        for (std::size_t i = 0; i < count; ++i)
+            if (const Outcome outcome = compute(program_.operations_[i]); outcome != Outcome::Done)
+                return outcome == Outcome::Failed ? i + 1 : i;
+        return count;
+    }
+
+    /// A scalar result; zeros of any sign become the real number 0.
+    void keepNumber(Slot slot, const double* number, bool complex)
+    {
+        Number& kept = space_->numbers[slot];
+        const bool real = !complex || number[1] == 0.0, zero = real && number[0] == 0.0;
+        const bool stored = complex && !zero;
+        kept = {{zero ? 0.0 : number[0], stored ? number[1] : 0.0}};
+        Operand& out = space_->operands[slot];
+        out.data = kept.parts;
+        out.kind = Operand::kScalar | (stored ? Operand::kComplex : 0u) | plainness(stored, !real);
+    }
+
+    /// The remaining operations, on value objects.
+    void finish(std::size_t done, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache)
+    {
+        for (std::size_t i = done; i < program_.operations_.size(); ++i) {
+            const Operation& op = program_.operations_[i];
+            ValRepPtr x = take(op.x, op.lastX, evaluator, cache), value;
+            if (op.y == kNone) {
+                value = ValRep::applyOp(*op.fun, x, flags_);
+            } else {
+                ValRepPtr y = take(op.y, op.lastY, evaluator, cache);
+                value = ValRep::applyOp(*op.fun, x, y, flags_);
+            }
+            value->setEvaluated();
+            space_->values[op.out] = std::move(value);
+        }
+    }
+
+    /// The value in a slot; of its last use alone, so that it may be overwritten.
+    ValRepPtr take(Slot slot, bool last, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache)
+    {
+        if (slot < program_.firstLeaf())
+            return program_.constants_[slot]->eval(evaluator, cache, flags_);
+        ValRepPtr& value = space_->values[slot];
+        if (!value) {
+            const Operand& operand = space_->operands[slot];
+            value = valueOf(operand, operand.isComplex() && operand.isPlain());
+        }
+        return last ? std::move(value) : value;
+    }
+
+    ValRepPtr valueOf(const Operand& operand, bool isComplex) const
+    {
+        if (operand.isScalar() && !operand.isComplex() && *operand.data == 0.0)
+            return ValRep::makeZero();
+        if (operand.isScalar())
+            return Ops::newScalarValue(operand.data, operand.isComplex(), isComplex);
+        ValRepPtr value = Ops::newArrayValue(shape_->getAllocator(), size_, operand.isComplex());
+        std::memcpy(Ops::firstBlock(*value), operand.data, (operand.isComplex() ? 2 : 1) * sizeof(double) * size_);
+        Ops::markEvaluated(*value, isComplex);
+        return value;
+    }
+
+    const Program& program_;
+    const unsigned flags_;
+    WorkspaceLease space_;
+    const ValRep* shape_ = nullptr; // the first leaf that is an array: size and allocator of all
+    std::size_t size_ = 0;
+    bool wide_ = false;             // some value may be complex
+};
+
+void Program::run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, ValRepPtr* values) const
+{
+    Run(*this, flags)(evaluator, cache, values);
+}
+
+} // namespace qxeval

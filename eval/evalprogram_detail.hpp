@@ -1,0 +1,71 @@
+#pragma once
+
+#include "fwd.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+class EvalNode;
+class OpNode;
+
+namespace qxeval {
+
+/// The operations of a graph in a row, arguments first: what evaluation runs over arrays, without a value object, a
+/// reference count or a walk for each operation.
+///
+/// An operation that is referred to more than once stands here once, if all below it are built-in functions, constants
+/// and variables: these have no side effects. Everything else (functions of a host, host operators, derivatives) is a
+/// leaf that evaluates itself at each use, in the order of the text.
+///
+/// The results are those of ValRep::applyOp, bit by bit. Whatever is no plain array or number, as well as any failure of
+/// an element, is left to it from the operation on where it turns up.
+///
+/// Ownership: the nodes are lent and must live as long as the program. Threads: immutable after construction; any number
+/// of threads may run it.
+class Program
+{
+public:
+    /// A built-in function of one or two arguments that computes from one place to another.
+    static bool hasKernel(const OpNode& op);
+    /// A program with a result for each root. Null when the graph has too many operations.
+    static std::unique_ptr<const Program> compile(const std::vector<const EvalNode*>& roots);
+
+    /// values[i] becomes the value of root i over the points that the leaves have.
+    void run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, ValRepPtr* values) const;
+    std::size_t operationCount() const { return operations_.size(); }
+
+private:
+    class Compiler;
+    class Run;
+
+    using Slot = std::uint32_t;
+    static constexpr Slot kNone = ~Slot(0);
+
+    struct Operation
+    {
+        const FunObj* fun;
+        Slot x, y;         // y is kNone for one argument
+        Slot out;
+        bool lastX, lastY; // nobody reads the operand after this operation
+        bool alwaysReal, mayTurnComplex, isDivision;
+    };
+
+    // Slots are numbered: constants, leaves, registers, results. A register is used by one operation after the other; a
+    // result has its slot, and its array, to itself.
+    std::vector<double> numbers_;
+    std::vector<const EvalNode*> constants_;
+    std::vector<const EvalNode*> leaves_;
+    std::vector<Operation> operations_;
+    std::vector<Slot> roots_;
+    Slot registers_ = 0, results_ = 0;
+    bool mayTurnComplex_ = false;
+
+    Slot firstLeaf() const { return static_cast<Slot>(constants_.size()); }
+    Slot firstRegister() const { return static_cast<Slot>(constants_.size() + leaves_.size()); }
+    Slot firstResult() const { return firstRegister() + registers_; }
+    Slot slots() const { return firstResult() + results_; }
+};
+
+} // namespace qxeval

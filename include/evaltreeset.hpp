@@ -1,0 +1,49 @@
+#pragma once
+
+#include "fwd.hpp"
+#include "qxexport.hpp"
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace qxeval {
+class Program;
+}
+
+/// Trees that are always evaluated together, such as a value and its gradient: what they have in common is computed once.
+///
+/// Common means: the same node of one NodeMaker, and all of it built-in functions, constants and variables. Functions and
+/// operators of a host are evaluated at each use.
+///
+/// Ownership: the trees are shared and must not be assigned to. Threads: any number may evaluate one set, each with an
+/// evaluator and a cache of its own.
+class QX_API EvalTreeSet
+{
+public:
+    explicit EvalTreeSet(std::vector<EvalTreePtr> trees);
+    ~EvalTreeSet();
+    EvalTreeSet(const EvalTreeSet&) = delete;
+    EvalTreeSet& operator=(const EvalTreeSet&) = delete;
+
+    /// values[i] becomes what tree i gives when it is evaluated on its own, a NaN value with its story included.
+    /// The first call parses the trees and finds what they share. Cost: one pass over the points for each distinct
+    /// operation; no allocation from the third call on with the same shapes.
+    /// Fails: as EvalTree::eval; values is then unspecified.
+    void eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, std::vector<ValRepPtr>& values);
+
+    const std::vector<EvalTreePtr>& getTrees() const { return trees_; }
+    /// Number of distinct operations, for diagnosis; 0 before the first evaluation and when trees are evaluated one by one.
+    std::size_t getOperationCount() const;
+
+private:
+    void prepare(const VarEvaluatorPtr& evaluator);
+
+    const std::vector<EvalTreePtr> trees_;
+    std::vector<EvalNodePtr> roots_; // keep alive what the program refers to
+    std::mutex mutex_;
+    std::atomic<bool> prepared_{false};
+    std::unique_ptr<const qxeval::Program> program_; // null: too many operations
+};
