@@ -264,8 +264,9 @@ TEST(EvalProgram, SurvivesEveryAllocationFailure)
                 state = stateOf(tree->eval(host, makeCache(), EvalValues));
         },
         [&](const FaultRun& run) {
-            if (!run.faulted)
+            if (!run.faulted) {
                 EXPECT_EQ(state, expected);
+            }
             const EvalTreePtr tree = treeOf(text);
             for (int i = 0; i < 3; ++i)
                 EXPECT_EQ(stateOf(tree->eval(host, makeCache(), EvalValues)), expected) << run.n;
