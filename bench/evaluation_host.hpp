@@ -98,11 +98,12 @@ template <class Take>
 void overBlocks(const boost::shared_ptr<ColumnHost>& host, const ValRepCachePtr& cache,
                 const std::vector<EvalTreePtr>& trees, std::size_t nBlocks, unsigned flags, Take&& take)
 {
+    const VarEvaluatorPtr evaluator = host;
     for (std::size_t j = 0; j < nBlocks; ++j) {
         cache->reset();
         host->current = j;
         for (std::size_t t = 0; t < trees.size(); ++t)
-            take(t, j, trees[t]->eval(host, cache, flags));
+            take(t, j, trees[t]->eval(evaluator, cache, flags));
     }
 }
 

@@ -282,7 +282,7 @@ ValRepPtr OpNode::apply(ValRepPtr* values, unsigned flags) const
     return result;
 }
 
-/// The program of the graph below, from the second call on; null when there is none.
+/// The program of the graph below, made at the first call; null when there is none.
 const qxeval::Program* OpNode::program() const
 {
     switch (plan_.load(std::memory_order_acquire)) {
@@ -292,9 +292,6 @@ const qxeval::Program* OpNode::program() const
     case Plan::Large:
         return nullptr;
     case Plan::New:
-        plan_.store(Plan::Seen, std::memory_order_relaxed); // many graphs are evaluated once: constants, bounds
-        return nullptr;
-    case Plan::Seen:
         break;
     }
     if (!qxeval::Program::hasKernel(*this)) {

@@ -248,7 +248,7 @@ struct Workspace
     std::vector<Number> numbers; // of scalar operands that are computed
     std::vector<double*> buffers;
     double* block = nullptr;
-    std::size_t capacity = 0;
+    std::size_t capacity = 0, stride = 0;
 
     Workspace() = default;
     Workspace(const Workspace&) = delete;
@@ -262,21 +262,25 @@ struct Workspace
     {
         ::operator delete[](block, alignment);
         block = nullptr;
-        capacity = 0;
+        capacity = stride = 0;
+        buffers.clear();
     }
 
-    /// count buffers of n doubles each, on cache lines of their own and apart by no power of two.
+    /// At least count buffers of n doubles each, on cache lines of their own and apart by no power of two.
     void provide(std::size_t count, std::size_t n)
     {
-        const std::size_t stride = (n + 7) / 8 * 8 + 40;
-        if (capacity < count * stride) {
+        const std::size_t wanted = (n + 7) / 8 * 8 + 40;
+        if (wanted == stride && buffers.size() >= count)
+            return;
+        if (capacity < count * wanted) {
             discard();
-            block = static_cast<double*>(::operator new[](count * stride * sizeof(double), alignment));
-            capacity = count * stride;
+            block = static_cast<double*>(::operator new[](count * wanted * sizeof(double), alignment));
+            capacity = count * wanted;
         }
-        buffers.clear();
+        buffers.resize(count);
         for (std::size_t i = 0; i < count; ++i)
-            buffers.push_back(block + i * stride);
+            buffers[i] = block + i * wanted;
+        stride = wanted;
     }
 };
 
@@ -306,19 +310,24 @@ __attribute__((noinline)) void makeWorkspaces()
 class WorkspaceLease
 {
 public:
-    WorkspaceLease()
+    explicit WorkspaceLease(std::size_t slots) : slots_(slots)
     {
         if (workspaces == nullptr)
             makeWorkspaces();
         if (workspaces->used == workspaces->levels.size())
             workspaces->levels.push_back(std::make_unique<Workspace>());
         space_ = workspaces->levels[workspaces->used].get();
+        if (space_->operands.size() < slots) {
+            space_->values.resize(slots);
+            space_->numbers.resize(slots);
+            space_->operands.resize(slots);
+        }
         ++workspaces->used;
     }
     ~WorkspaceLease()
     {
-        for (ValRepPtr& v : space_->values)
-            v.reset();
+        for (std::size_t i = 0; i < slots_; ++i)
+            space_->values[i].reset();
         if (space_->capacity > Workspace::keptElements)
             space_->discard();
         --workspaces->used;
@@ -329,6 +338,7 @@ public:
     Workspace* operator->() const { return space_; }
 
 private:
+    const std::size_t slots_;
     Workspace* space_;
 };
 
@@ -342,26 +352,27 @@ bool isError(unsigned bits, bool ignored, unsigned flags)
 class Program::Run
 {
 public:
-    Run(const Program& program, unsigned flags) : program_(program), flags_(flags)
+    Run(const Program& program, unsigned flags)
+        : program_(program), flags_(flags), keepReal_((flags & ValRep::kKeepReal) != 0),
+          firstRegister_(program.firstRegister()), firstResult_(program.firstResult()), space_(program.slots())
     {
-        space_->values.resize(program.slots());
-        space_->operands.resize(program.slots());
-        space_->numbers.resize(program.slots());
     }
 
     void operator()(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, ValRepPtr* results)
     {
         const Slot first = program_.firstLeaf();
-        for (Slot i = 0; i < program_.leaves_.size(); ++i)
-            space_->values[first + i] = program_.leaves_[i]->eval(evaluator, cache, flags_);
-        for (Slot i = 0; i < program_.leaves_.size(); ++i)
-            bind(first + i);
+        for (Slot i = first; i < firstRegister_; ++i)
+            space_->values[i] = program_.leaves_[i - first]->eval(evaluator, cache, flags_);
+        for (Slot i = first; i < firstRegister_; ++i)
+            bind(i);
 
         std::size_t done = 0;
         if (shape_ != nullptr) {
-            for (Slot i = 0; i < program_.constants_.size(); ++i)
-                space_->operands[i] = {&program_.numbers_[i], Operand::kScalar | Operand::kPlain};
-            wide_ = wide_ || (program_.mayTurnComplex_ && (flags_ & ValRep::kKeepReal) == 0);
+            for (Slot i = 0; i < program_.constants_.size(); ++i) {
+                space_->operands[i].data = &program_.numbers_[i];
+                space_->operands[i].kind = Operand::kScalar | Operand::kPlain;
+            }
+            wide_ = wide_ || (program_.mayTurnComplex_ && !keepReal_);
             space_->provide(program_.registers_ + 1, (wide_ ? 2 : 1) * size_);
             done = computeAll();
         }
@@ -407,12 +418,12 @@ private:
     /// operand of another width.
     double* target(const Operation& op, bool complex)
     {
-        if (op.out >= program_.firstResult()) {
+        if (op.out >= firstResult_) {
             ValRepPtr& result = space_->values[op.out];
             result = Ops::newArrayValue(shape_->getAllocator(), size_, complex);
             return Ops::firstBlock(*result);
         }
-        double*& buffer = space_->buffers[op.out - program_.firstRegister()];
+        double*& buffer = space_->buffers[op.out - firstRegister_];
         const auto inTheWay = [&](Slot s) {
             return s != kNone && space_->operands[s].data == buffer && space_->operands[s].isComplex() != complex;
         };
@@ -423,57 +434,74 @@ private:
 
     enum class Outcome { Done, Failed, Untouched };
 
+    /// What an operation makes of its operands.
+    struct Form
+    {
+        bool computable, scalar, complex;
+        unsigned shape; // for the kernel
+    };
+
+    __attribute__((noinline)) Form complexForm(const Operation& op, const Operand& x, const Operand& y, bool turns) const
+    {
+        if (!x.isPlain() || !y.isPlain())
+            return {};
+        if (op.y == kNone) {
+            const bool complex = x.isComplex() || turns;
+            return {true, x.isScalar(), complex, x.isComplex() ? kXComplex : complex ? kOutComplex : 0u};
+        }
+        const bool complex = x.isComplex() || y.isComplex();
+        if ((op.alwaysReal && x.isComplex() != y.isComplex()) || (turns && !complex))
+            return {};
+        return {true, x.isScalar() && y.isScalar(), complex,
+                x.shape() | y.shape() << 1 | (y.isComplex() && !x.isComplex() ? kLikeY : 0u)};
+    }
+
+    Form formOf(const Operation& op, const Operand& x, const Operand& y) const
+    {
+        const bool turns = op.mayTurnComplex && !keepReal_;
+        if (turns || ((x.kind | y.kind) & ~Operand::kScalar) != Operand::kPlain) [[unlikely]]
+            return complexForm(op, x, y, turns);
+        const bool scalar = (x.kind & y.kind & Operand::kScalar) != 0;
+        return {true, scalar, false, op.y == kNone ? 0u : (x.kind & kXScalar) | (y.kind & kXScalar) << 1};
+    }
+
     /// One operation on plain operands. Failed: its result is a NaN value in its slot, so that the rest needs value
     /// objects. Untouched: it is not for kernels.
     Outcome compute(const Operation& op)
     {
-        const Operand& x = space_->operands[op.x];
         const bool binary = op.y != kNone;
-        const bool turns = op.mayTurnComplex && (flags_ & ValRep::kKeepReal) == 0;
-        unsigned shape = x.shape();
-        bool scalar = x.isScalar(), complex = x.isComplex(), plain = x.isPlain();
-        const double* yData = nullptr;
-        if (binary) {
-            const Operand& y = space_->operands[op.y];
-            plain = plain && y.isPlain() && !(op.alwaysReal && complex != y.isComplex());
-            shape |= y.shape() << 1 | (y.isComplex() && !complex ? kLikeY : 0u);
-            scalar = scalar && y.isScalar();
-            complex = complex || y.isComplex();
-            plain = plain && !(turns && !complex);
-            yData = y.data;
-        } else {
-            complex = complex || turns;
-            shape = shape & kXComplex ? kXComplex : complex ? kOutComplex : 0u;
-        }
-        if (!plain)
+        const Operand& x = space_->operands[op.x];
+        const Operand& y = binary ? space_->operands[op.y] : x;
+        const Form form = formOf(op, x, y);
+        if (!form.computable) [[unlikely]]
             return Outcome::Untouched;
 
         double number[2];
-        double* const to = scalar ? number : target(op, complex);
-        const std::size_t n = scalar ? 1 : size_;
+        double* const to = form.scalar ? number : target(op, form.complex);
+        const std::size_t n = form.scalar ? 1 : size_;
         unsigned bits = 0;
-        const bool able = binary ? op.fun->binaryInto(to, x.data, yData, shape, n, bits)
-                                 : op.fun->unaryInto(to, x.data, shape, n, bits);
-        if (!able)
+        const bool able = binary ? op.fun->binaryInto(to, x.data, y.data, form.shape, n, bits)
+                                 : op.fun->unaryInto(to, x.data, form.shape, n, bits);
+        if (!able) [[unlikely]]
             return Outcome::Untouched;
-        const bool isComplex = complex && (bits & kFunComplex) != 0 && (binary || !op.alwaysReal);
-        const unsigned kind = (scalar ? Operand::kScalar : 0u) | (complex ? Operand::kComplex : 0u);
-        if (bits > kFunComplex && isError(bits, op.isDivision, flags_)) {
+        const bool isComplex = form.complex && (bits & kFunComplex) != 0 && (binary || !op.alwaysReal);
+        const unsigned kind = (form.scalar ? Operand::kScalar : 0u) | (form.complex ? Operand::kComplex : 0u);
+        if (bits > kFunComplex && isError(bits, op.isDivision, flags_)) [[unlikely]] {
             ValRepPtr& value = space_->values[op.out];
             if (!value)
                 value = valueOf({to, kind}, isComplex);
             ValRep::applyOpPost(value, *op.fun, flags_, bits);
             return Outcome::Failed;
         }
-        if (scalar) {
-            keepNumber(op.out, number, complex);
+        if (form.scalar) {
+            keepNumber(op.out, number, form.complex);
             return Outcome::Done;
         }
-        if (op.out >= program_.firstResult())
+        if (op.out >= firstResult_)
             Ops::markEvaluated(*space_->values[op.out], isComplex);
         Operand& out = space_->operands[op.out];
         out.data = to;
-        out.kind = kind | plainness(complex, isComplex);
+        out.kind = kind | plainness(form.complex, isComplex);
         return Outcome::Done;
     }
 
@@ -482,7 +510,7 @@ private:
     {
         const std::size_t count = program_.operations_.size();
         for (std::size_t i = 0; i < count; ++i)
-            if (const Outcome outcome = compute(program_.operations_[i]); outcome != Outcome::Done)
+            if (const Outcome outcome = compute(program_.operations_[i]); outcome != Outcome::Done) [[unlikely]]
                 return outcome == Outcome::Failed ? i + 1 : i;
         return count;
     }
@@ -543,6 +571,8 @@ private:
 
     const Program& program_;
     const unsigned flags_;
+    const bool keepReal_;
+    const Slot firstRegister_, firstResult_;
     WorkspaceLease space_;
     const ValRep* shape_ = nullptr; // the first leaf that is an array: size and allocator of all
     std::size_t size_ = 0;

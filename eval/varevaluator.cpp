@@ -76,7 +76,7 @@ void RecLimCheck::leave()
 void RecLimCheck::init(const boost::shared_ptr<RecCount>& count, const std::string& name, const RecVarData& data)
 {
     count->enter(name, data);
-    count_ = count; // from here on leave() has something to take back
+    count_ = count.get(); // from here on leave() has something to take back
 }
 
 bool RecLimCheck::isLimitExceeded() const

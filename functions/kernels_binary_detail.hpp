@@ -12,6 +12,7 @@ namespace {
 
 struct Plus : FunctionDefaults
 {
+    static constexpr bool cheap = true;
     static constexpr ComplexBit bit = ComplexBit::Always;
     static constexpr bool partByPart = true;
     static V real(V x, V y) { return x + y; }
@@ -22,6 +23,7 @@ struct Plus : FunctionDefaults
 
 struct Minus : FunctionDefaults
 {
+    static constexpr bool cheap = true;
     static constexpr ComplexBit bit = ComplexBit::Always;
     static constexpr bool partByPart = true;
     static V real(V x, V y) { return x - y; }
@@ -32,6 +34,7 @@ struct Minus : FunctionDefaults
 
 struct Mult : FunctionDefaults
 {
+    static constexpr bool cheap = true;
     static V real(V x, V y) { return x * y; }
     static Z complex(Z x, Z y) { return multiply(x, y); }
     static Z complexReal(Z x, V y) { return {x.re * y, x.im * y}; }
@@ -40,6 +43,7 @@ struct Mult : FunctionDefaults
 
 struct Div : FunctionDefaults
 {
+    static constexpr bool cheap = true;
     static V real(V x, V y) { return x / y; }
     static Z complex(Z x, Z y) { return divide(x, y); }
     static Z complexReal(Z x, V y) { return {x.re / y, x.im / y}; }
@@ -104,6 +108,7 @@ struct Pow : FunctionDefaults
 template <M (*test)(V, V)>
 struct Ordering : FunctionDefaults // by the real parts
 {
+    static constexpr bool cheap = true;
     static constexpr ComplexBit bit = ComplexBit::Never;
     static V real(V x, V y) { return test(x, y) ? one() : V{}; }
     static Z complex(Z x, Z y) { return QX_UNIT::real(real(x.re, y.re)); }

@@ -14,6 +14,7 @@
 //   static M domainError(V x, V y), domainError(Z x, Z y)     lanes that set kFunDomain (default: none)
 //   static constexpr bool partByPart     complex operands are combined part by part, reporting kFunComplex always
 //   static constexpr bool bothParts      a complex operand of a real result counts with both parts (default: real part)
+//   static constexpr bool cheap          the real form costs less than loading its operands: its loop is unrolled
 //
 // The last elements, fewer than a vector, are computed in a vector filled up with copies of the last one: a value never
 // depends on its position or on how many are computed together.
@@ -34,6 +35,7 @@ struct FunctionDefaults
     static constexpr bool nanIsError = false;
     static constexpr bool bothParts = false;
     static constexpr bool partByPart = false;
+    static constexpr bool cheap = false;
     static constexpr ComplexBit bit = ComplexBit::ByResult;
 };
 
@@ -168,6 +170,29 @@ inline Z complexResult(X x, Y y)
         return F::complex(asComplex(x), asComplex(y));
 }
 
+/// The real form over as many elements as fill four vectors again and again; how many. A scalar operand is given as a
+/// vector.
+template <class F, bool xScalar, bool yScalar>
+inline std::size_t unrolled(double* out, const double* x, const double* y, std::size_t n, M& failed)
+{
+    static_assert(!F::nanIsError);
+    constexpr std::size_t width = 4 * kLanes;
+    const V constX = xScalar ? load(x) : V{}, constY = yScalar ? load(y) : V{};
+    const std::size_t count = n / width * width;
+    for (std::size_t i = 0; i < count; i += width) {
+        V r[4];
+        for (std::size_t k = 0; k < 4; ++k) {
+            const V a = xScalar ? constX : load(x + i + k * kLanes), b = yScalar ? constY : load(y + i + k * kLanes);
+            if constexpr (requires { F::domainError(a, b); })
+                failed |= F::domainError(a, b);
+            r[k] = F::real(a, b);
+        }
+        for (std::size_t k = 0; k < 4; ++k)
+            store(out + i + k * kLanes, r[k]);
+    }
+    return count;
+}
+
 template <class F, bool xComplex, bool yComplex, bool outComplex>
 unsigned binaryLoop(double* out, const double* x, const double* y, unsigned shape, std::size_t n)
 {
@@ -209,6 +234,12 @@ unsigned binaryLoop(double* out, const double* x, const double* y, unsigned shap
         }
     };
     std::size_t i = 0;
+    if constexpr (F::cheap && !xComplex && !yComplex && !outComplex) {
+        if (stepX != 0 || stepY != 0)
+            i = stepX == 0   ? unrolled<F, true, false>(out, x, y, n, failed)
+                : stepY == 0 ? unrolled<F, false, true>(out, x, y, n, failed)
+                             : unrolled<F, false, false>(out, x, y, n, failed);
+    }
     for (; i + kLanes <= n; i += kLanes)
         step(out + widthOut * i, x + stepX * i, y + stepY * i);
     if (i < n) {

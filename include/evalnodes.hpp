@@ -179,7 +179,7 @@ public:
     ~OpNode() override;
 
     /// Evaluates the arguments in order and applies the function, in place where a result is held by nobody else.
-    /// The second evaluation compiles the graph below into a program over arrays, which this and later ones run.
+    /// The first evaluation compiles the graph below into a program over arrays, which this and later ones run.
     /// Graphs of any depth: when little machine stack is left the rest of the graph is walked with an explicit stack.
     ValRepPtr eval(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const override;
     EvalNodePtr diff(const std::string& var, const VarEvaluatorPtr&) const override;
@@ -204,9 +204,9 @@ private:
     FunObjPtr fun_;
     EvalNodes args_;
     const bool allConst_;
-    // How the graph below is evaluated; follows from the fields above and is found out at the second evaluation.
+    // How the graph below is evaluated; follows from the fields above and is found out at the first evaluation.
     // Own: the function is none for a program, the arguments may have their own. Large: walked node by node.
-    enum class Plan { New, Seen, Own, Large, Run };
+    enum class Plan { New, Own, Large, Run };
     mutable std::atomic<Plan> plan_{Plan::New};
     mutable std::atomic<const qxeval::Program*> program_{nullptr};
 };

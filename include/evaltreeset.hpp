@@ -30,7 +30,7 @@ public:
 
     /// values[i] becomes what tree i gives when it is evaluated on its own, a NaN value with its story included.
     /// The first call parses the trees and finds what they share. Cost: one pass over the points for each distinct
-    /// operation; no allocation from the third call on with the same shapes.
+    /// operation; no allocation from the second call on with the same shapes.
     /// Fails: as EvalTree::eval; values is then unspecified.
     void eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, std::vector<ValRepPtr>& values);
 

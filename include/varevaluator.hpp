@@ -117,7 +117,7 @@ public:
     RecLimCheck(const RecLimCheck&) = delete;
     RecLimCheck& operator=(const RecLimCheck&) = delete;
 
-    /// Called once, by VarEvaluator::initRecLimCheck.
+    /// Called once, by VarEvaluator::initRecLimCheck. The count is lent for the scope's life: the evaluator keeps it.
     void init(const boost::shared_ptr<RecCount>& count, const std::string& name, const RecVarData& data);
 
     bool isLimitExceeded() const;
@@ -135,7 +135,7 @@ public:
 private:
     void leave();
 
-    boost::shared_ptr<RecCount> count_;
+    RecCount* count_ = nullptr;
     const std::string& name_;
     boost::shared_ptr<ErrInfo> errors_;
 };
