@@ -13,20 +13,6 @@ namespace {
 bool isZeroNumber(double x) { return x == 0.0; }
 bool isZeroNumber(const Complex& z) { return z.real() == 0.0 && z.imag() == 0.0; }
 
-template <class T>
-T as(double x)
-{
-    return x;
-}
-template <class T>
-T as(const Complex& z)
-{
-    if constexpr (std::is_same_v<T, double>)
-        return z.real();
-    else
-        return z;
-}
-
 } // namespace
 
 // ---- construction
@@ -244,9 +230,9 @@ static T readFirst(const ValRep& v, const auto& blocks, std::size_t block, unsig
     Ops::check(block < blocks.size());
     if constexpr (requires { blocks[0]->data(); }) {
         Ops::check(size > 0);
-        return as<T>((*blocks[block])[0]);
+        return Ops::convert<T>((*blocks[block])[0]);
     } else {
-        return as<T>(*blocks[block]);
+        return Ops::convert<T>(*blocks[block]);
     }
     (void)v;
 }

@@ -7,20 +7,6 @@ using Ops = ValRepOps;
 
 namespace {
 
-template <class To>
-To convert(double x)
-{
-    return x;
-}
-template <class To>
-To convert(const Complex& z)
-{
-    if constexpr (std::is_same_v<To, double>)
-        return z.real();
-    else
-        return z;
-}
-
 template <class To, class From>
 void convertAll(To* __restrict to, const From* __restrict from, std::size_t n)
 {
@@ -28,7 +14,7 @@ void convertAll(To* __restrict to, const From* __restrict from, std::size_t n)
         std::copy_n(from, n, to);
     else
         for (std::size_t i = 0; i < n; ++i)
-            to[i] = convert<To>(from[i]);
+            to[i] = Ops::convert<To>(from[i]);
 }
 
 } // namespace
@@ -98,7 +84,7 @@ static void castBlocks(const auto& blocks, ValRep& target, std::size_t sourceSiz
                 Ops::check(n <= sourceSize);
                 convertAll(to, block->data(), n);
             } else {
-                std::fill_n(to, n, convert<T>(*block));
+                std::fill_n(to, n, Ops::convert<T>(*block));
             }
         });
     }

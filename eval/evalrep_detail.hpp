@@ -16,6 +16,16 @@ public:
     template <class T>
     using ArrayPtr = boost::shared_ptr<Array<T, 1>>;
 
+    /// A number in a storage type: complex to real keeps the real part.
+    template <class To>
+    static To convert(const auto& x)
+    {
+        if constexpr (std::is_same_v<To, double>)
+            return std::real(x);
+        else
+            return x;
+    }
+
     static bool isOnlyReference(const ValRepPtr& v)
     {
         if (v.use_count() != 1)

@@ -47,36 +47,37 @@ inline V realCosh(V x)
     return large ? (0.5 * half) * half : r;
 }
 
-// The C99 forms off the axis. hyperbolic: the part that sinh and cosh take, circular: the one that sin and cos take.
-inline M hardPair(V hyperbolic, V circular) { return outside(hyperbolic, -700.0, 700.0) | outside(circular, -1e300, 1e300); }
+/// Sine and cosine of the part that is circular in a function, their hyperbolic twins of the other part.
+struct SineParts
+{
+    SineParts(V circular, V hyperbolic) : hard(outside(hyperbolic, -700.0, 700.0) | outside(circular, -1e300, 1e300))
+    {
+        sinCos(circular, s, c);
+        sinhCosh(hyperbolic, sh, ch);
+    }
+    V s, c, sh, ch;
+    M hard; ///< for the C99 forms
+};
 
 inline Z complexSin(Z z, M lanes)
 {
-    V s, c, sh, ch;
-    sinCos(z.re, s, c);
-    sinhCosh(z.im, sh, ch);
-    return patch(hardPair(z.im, z.re) & lanes, laneSin, z, {s * ch, c * sh});
+    const SineParts p(z.re, z.im);
+    return patch(p.hard & lanes, laneSin, z, {p.s * p.ch, p.c * p.sh});
 }
 inline Z complexCos(Z z, M lanes)
 {
-    V s, c, sh, ch;
-    sinCos(z.re, s, c);
-    sinhCosh(z.im, sh, ch);
-    return patch(hardPair(z.im, z.re) & lanes, laneCos, z, {c * ch, -(s * sh)});
+    const SineParts p(z.re, z.im);
+    return patch(p.hard & lanes, laneCos, z, {p.c * p.ch, -(p.s * p.sh)});
 }
 inline Z complexSinh(Z z, M lanes)
 {
-    V s, c, sh, ch;
-    sinCos(z.im, s, c);
-    sinhCosh(z.re, sh, ch);
-    return patch(hardPair(z.re, z.im) & lanes, laneSinh, z, {sh * c, ch * s});
+    const SineParts p(z.im, z.re);
+    return patch(p.hard & lanes, laneSinh, z, {p.sh * p.c, p.ch * p.s});
 }
 inline Z complexCosh(Z z, M lanes)
 {
-    V s, c, sh, ch;
-    sinCos(z.im, s, c);
-    sinhCosh(z.re, sh, ch);
-    return patch(hardPair(z.re, z.im) & lanes, laneCosh, z, {ch * c, sh * s});
+    const SineParts p(z.im, z.re);
+    return patch(p.hard & lanes, laneCosh, z, {p.ch * p.c, p.sh * p.s});
 }
 // tan(x + iy) = (sin x cos x + i sinh y cosh y) / (cos^2 x + sinh^2 y); from |y| = 30 on it is +-i.
 inline Z complexTan(Z z, M lanes)
