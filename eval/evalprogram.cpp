@@ -224,16 +224,16 @@ struct Operand
 
     // The bits that kernels take for x (Shape), and one more.
     static constexpr unsigned kScalar = kXScalar, kComplex = kXComplex;
-    static constexpr unsigned kPlain = 1u << 8; // real, or complex with an imaginary part that counts
+    static constexpr unsigned kOdd = 1u << 8; // neither real nor complex with an imaginary part that counts
 
     bool isScalar() const { return (kind & kScalar) != 0; }
     bool isComplex() const { return (kind & kComplex) != 0; }
-    bool isPlain() const { return (kind & kPlain) != 0; }
+    bool isPlain() const { return (kind & kOdd) == 0; }
     unsigned shape() const { return kind & (kScalar | kComplex); }
 };
 
-/// Whether imaginary parts of a value in complex storage count.
-unsigned plainness(bool complexStorage, bool isComplex) { return complexStorage == isComplex ? Operand::kPlain : 0u; }
+/// Complex storage of a value that is really real needs value objects.
+unsigned oddness(bool complexStorage, bool isComplex) { return complexStorage == isComplex ? 0u : Operand::kOdd; }
 
 struct Number
 {
@@ -370,7 +370,7 @@ public:
         if (shape_ != nullptr) {
             for (Slot i = 0; i < program_.constants_.size(); ++i) {
                 space_->operands[i].data = &program_.numbers_[i];
-                space_->operands[i].kind = Operand::kScalar | Operand::kPlain;
+                space_->operands[i].kind = Operand::kScalar;
             }
             wide_ = wide_ || (program_.mayTurnComplex_ && !keepReal_);
             space_->provide(program_.registers_ + 1, (wide_ ? 2 : 1) * size_);
@@ -389,19 +389,19 @@ private:
     {
         const ValRep& v = *space_->values[slot];
         Operand& operand = space_->operands[slot];
-        operand.kind = 0;
+        operand.kind = Operand::kOdd;
         if (v.isNaN())
             return;
         if (Ops::needsZeroScalar(v)) {
             static constexpr double zero = 0.0;
-            operand = {&zero, Operand::kScalar | Operand::kPlain};
+            operand = {&zero, Operand::kScalar};
             return;
         }
         if (v.getNBlocks() != 1)
             return;
         operand.data = Ops::firstBlock(v);
         const bool complex = v.isStoredAsComplex();
-        unsigned kind = plainness(complex, v.isComplex()) | (complex ? Operand::kComplex : 0u);
+        unsigned kind = oddness(complex, v.isComplex()) | (complex ? Operand::kComplex : 0u);
         wide_ = wide_ || complex;
         if (v.isScalar()) {
             kind |= Operand::kScalar;
@@ -409,7 +409,7 @@ private:
             shape_ = &v;
             size_ = v.getSize();
         } else if (v.getSize() != size_ || v.getAllocator() != shape_->getAllocator()) {
-            kind &= ~Operand::kPlain;
+            kind |= Operand::kOdd;
         }
         operand.kind = kind;
     }
@@ -459,7 +459,7 @@ private:
     Form formOf(const Operation& op, const Operand& x, const Operand& y) const
     {
         const bool turns = op.mayTurnComplex && !keepReal_;
-        if (turns || ((x.kind | y.kind) & ~Operand::kScalar) != Operand::kPlain) [[unlikely]]
+        if (turns || ((x.kind | y.kind) & ~Operand::kScalar) != 0) [[unlikely]]
             return complexForm(op, x, y, turns);
         const bool scalar = (x.kind & y.kind & Operand::kScalar) != 0;
         return {true, scalar, false, op.y == kNone ? 0u : (x.kind & kXScalar) | (y.kind & kXScalar) << 1};
@@ -501,7 +501,7 @@ private:
             Ops::markEvaluated(*space_->values[op.out], isComplex);
         Operand& out = space_->operands[op.out];
         out.data = to;
-        out.kind = kind | plainness(form.complex, isComplex);
+        out.kind = kind | oddness(form.complex, isComplex);
         return Outcome::Done;
     }
 
@@ -524,7 +524,7 @@ private:
         kept = {{zero ? 0.0 : number[0], stored ? number[1] : 0.0}};
         Operand& out = space_->operands[slot];
         out.data = kept.parts;
-        out.kind = Operand::kScalar | (stored ? Operand::kComplex : 0u) | plainness(stored, !real);
+        out.kind = Operand::kScalar | (stored ? Operand::kComplex : 0u) | oddness(stored, !real);
     }
 
     /// The remaining operations, on value objects.

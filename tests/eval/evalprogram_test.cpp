@@ -29,7 +29,7 @@ std::string stateOf(const ValRepPtr& v)
     };
     out << (v->isScalar() ? "scalar " : "array ") << (v->isStoredAsComplex() ? "stored complex " : "stored real ")
         << (v->isComplex() ? "complex " : "real ") << (v->isEvaluated() ? "" : "not evaluated ") << v->getSize() << " x "
-        << v->getNBlocks() << (v->getAllocator() ? " leased " : " ");
+        << v->getNBlocks() << (v->getAllocator() && !v->isScalar() ? " leased " : " ");
     if (v->isNaN()) {
         out << "NaN: ";
         try {
