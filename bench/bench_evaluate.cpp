@@ -91,7 +91,8 @@ void benchFormulas()
         const auto complexHost = boost::make_shared<ColumnHost>(block, allocator);
         complexHost->addColumn("x", cx.data(), points);
         complexHost->addColumn("y", cy.data(), points);
-        const auto cache = boost::make_shared<ValRepCache>(allocator);
+        const auto cache = boost::make_shared<ColumnCache>(host, allocator);
+        const auto complexCache = boost::make_shared<ColumnCache>(complexHost, allocator);
         const std::vector<EvalTreePtr> tree{boost::make_shared<EvalTree>(formula.infix, false)};
         const auto runOurs = [&] {
             for (std::size_t pass = 0; pass < passes; ++pass)
@@ -149,7 +150,7 @@ void benchFormulas()
         BENCH("complex against real/" + formula.name)
             .ours([&] {
                 for (std::size_t pass = 0; pass < passes; ++pass)
-                    overBlocks(complexHost, cache, tree, points / block, EvalValues,
+                    overBlocks(complexHost, complexCache, tree, points / block, EvalValues,
                                [&](std::size_t, std::size_t, const ValRepPtr& v) { sum += v->getComplex(); });
                 keep(sum);
             })
@@ -178,7 +179,7 @@ void benchBuilding()
         host->addColumn("y", &vy, 1);
         double ours = 0;
         const auto evalOurs = [&](EvalTree& tree) {
-            return tree.eval(host, boost::make_shared<ValRepCache>(), realFlags)->getDouble();
+            return tree.eval(host, boost::make_shared<ColumnCache>(host, ArrayAllocatorPtr()), realFlags)->getDouble();
         };
         BENCH("tree building/" + std::string(t.name))
             .ours([&] {

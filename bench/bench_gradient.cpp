@@ -157,6 +157,7 @@ public:
         host_ = makeHost();
         for (std::size_t k = 0; k < variables; ++k)
             host_->addColumn(nameOf(k), columns_[k].data(), points);
+        cache_ = boost::make_shared<ColumnCache>(host_, allocator_);
         trees_ = build(host_);
         set_ = std::make_unique<EvalTreeSet>(trees_);
         exact_.resize(points);
@@ -325,7 +326,7 @@ private:
 
     const Example example_;
     const ArrayAllocatorPtr allocator_ = boost::make_shared<SerialArrayAllocator>(block, 0);
-    const ValRepCachePtr cache_ = boost::make_shared<ValRepCache>(allocator_);
+    ValRepCachePtr cache_;
     std::array<std::vector<double>, variables> columns_;
     boost::shared_ptr<ColumnHost> host_;
     std::vector<EvalTreePtr> trees_;

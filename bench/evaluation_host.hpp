@@ -22,7 +22,8 @@
 /// Points in columns, evaluated block by block: what a host does at run time and no more.
 namespace qxbench {
 
-/// Its columns are values of one block each, laid out once; an evaluation shares their arrays and copies nothing.
+/// Its columns are values of one block each, laid out once. An evaluation finds them through the ColumnCache where they
+/// are: nothing is copied.
 class ColumnHost : public VarEvaluator
 {
 public:
@@ -58,14 +59,19 @@ public:
 
     std::size_t current = 0; ///< the block that is evaluated
 
-    using VarEvaluator::eval;
-    void eval(const VarEvaluatorPtr&, const std::string& name, unsigned, const ValRepPtr& rep,
-              const ValRepCachePtr&) override
+    /// The value of a column in the current block; null for another name.
+    const ValRepPtr* find(const std::string& name) const
     {
         for (const Column& column : columns_)
             if (column.name == name)
-                return rep->reset(column.blocks[current], false);
-        QX_RAISE("bench", "Unknown_variable_name", "Name", name);
+                return &column.blocks[current];
+        return nullptr;
+    }
+
+    using VarEvaluator::eval;
+    void eval(const VarEvaluatorPtr&, const std::string& name, unsigned, const ValRepPtr&, const ValRepCachePtr&) override
+    {
+        QX_RAISE("bench", "Unknown_variable_name", "Name", name); // columns are in the cache
     }
     FunObjPtr getFun(const std::string& name, int) override
     {
@@ -91,6 +97,24 @@ private:
     const ArrayAllocatorPtr allocator_;
     std::vector<Column> columns_;
     std::map<std::string, FunObjPtr> functions_;
+};
+
+/// Knows the columns of a host before they are asked for.
+class ColumnCache : public ValRepCache
+{
+public:
+    ColumnCache(const boost::shared_ptr<ColumnHost>& host, const ArrayAllocatorPtr& allocator)
+        : ValRepCache(allocator), host_(host)
+    {
+    }
+    std::pair<bool, ValRepPtr> getVar(const std::string& name, unsigned flags) override
+    {
+        const ValRepPtr* const column = host_->find(name);
+        return column != nullptr ? std::pair(true, *column) : ValRepCache::getVar(name, flags);
+    }
+
+private:
+    const boost::shared_ptr<ColumnHost> host_;
 };
 
 /// Evaluates trees over nBlocks blocks; take(tree number, block, value) reads each block's values.

@@ -38,10 +38,32 @@ ValRep::ValRep(const Complex& value) : zero_(isZeroNumber(value)), evaluated_(tr
 
 ValRep::~ValRep() { clearData(); }
 
+namespace {
+
+struct RecycleValue
+{
+    void operator()(ValRep* v) const noexcept
+    {
+        v->~ValRep();
+        qxeval::RecycledBlocks::give(v, sizeof(ValRep));
+    }
+};
+
+} // namespace
+
+// Not by boost::allocate_shared, which counts up and down again on the way out.
 template <class... Args>
 static ValRepPtr makeValue(const Args&... args)
 {
-    return boost::allocate_shared<ValRep>(qxeval::Recycling<ValRep>(), args...);
+    void* const place = qxeval::RecycledBlocks::take(sizeof(ValRep));
+    ValRep* value;
+    try {
+        value = new (place) ValRep(args...);
+    } catch (...) {
+        qxeval::RecycledBlocks::give(place, sizeof(ValRep));
+        throw;
+    }
+    return ValRepPtr(value, RecycleValue(), qxeval::Recycling<ValRep>()); // ends the value if it cannot be counted
 }
 
 ValRepPtr ValRep::make(const ArrayAllocatorPtr& allocator) { return makeValue(allocator); }
