@@ -1,12 +1,14 @@
 // Assembly of a store from triplets.
 
 #include "llsparse_detail.hpp"
+#include "qxexception.hpp"
 #include "team.hpp"
 
 #include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <new>
+#include <vector>
 
 namespace {
 
@@ -61,16 +63,29 @@ struct Entry
     T val;
 };
 
-/// Assembly in two rounds of bucketing, both stable, so that every column sees its triplets in input order whatever the
-/// number of threads. Columns are grouped into blocks whose triplets fit the second-level cache:
+/// Neighbours in the input that go to one block.
+struct Run
+{
+    std::uint32_t block, first, count;
+};
+
+void checkIndex(bool inRange)
+{
+    if (!inRange)
+        QX_RAISE("sparse", "Internal_error_sparse");
+}
+
+/// Assembly by stable counting sorts, so that every column sees its triplets in input order whatever the number of
+/// threads. Columns are grouped into blocks whose triplets fit the second-level cache:
 ///
-///   count    each share counts the triplets of its slice of the input by block
-///   scatter  each share copies its triplets to their blocks, behind those of the shares before it
+///   survey   counts triplets by share and block, and notes the runs of neighbours that go to one block
+///   bucket   if the runs are short, each share copies its triplets to their blocks, behind those of the shares before
+///            it; long runs are read where they are, and this copy, as large as the input, is never made
 ///   merge    block by block: a counting sort by column, then duplicates are summed with a marker a row
-///   store    the merged blocks are copied into the exactly sized store
+///   store    the merged blocks are copied into the exactly sized store and released
 ///
 /// The table of row markers replaces a hash table: marker[i] > first says that row i already stands in the column that
-/// begins at `first`, at position marker[i] - 1.
+/// begins at `first`, at position marker[i] - 1. Indices are checked on the way.
 template <class T>
 class Assembly
 {
@@ -88,7 +103,8 @@ public:
 
     void run(llsparse<T>& store)
     {
-        bucketByBlock();
+        if (survey())
+            bucket();
         store.allocColPtr();
         store.colPtr[0] = 0;
         merge(store.colPtr);
@@ -100,117 +116,255 @@ public:
     }
 
 private:
-    unsigned long firstColumn(unsigned long block) const { return std::min(block << shift_, n_); }
+    /// Runs of less than this on average: neighbours in memory have little to do with each other.
+    static constexpr unsigned long shortRun = 8;
 
-    /// Fills entries_ block by block; blockStart_[b] .. blockStart_[b+1] is block b. Neighbours in the input mostly go to
-    /// one block: its cursor stays in a register.
-    void bucketByBlock()
+    unsigned long firstColumn(unsigned long block) const { return std::min(block << shift_, n_); }
+    unsigned long blockSize(unsigned long b) const { return blockStart_[b + 1] - blockStart_[b]; }
+
+    /// Fills blockStart_, cursor_ (where the triplets of each share and block go) and, sorted by block, runs_. True if
+    /// the runs are short; they are dropped then.
+    bool survey()
     {
         const int shares = team_.size();
-        Scratch<unsigned long> cursor(blocks_ * shares);
+        cursor_ = Scratch<unsigned long>(blocks_ * static_cast<unsigned long>(shares));
+        std::vector<std::vector<Run>> runs(static_cast<std::size_t>(shares));
         team_.run([&](int share) {
-            unsigned long* count = cursor.get() + blocks_ * share;
-            std::fill_n(count, blocks_, 0UL);
             const Slice s = team_.even(len_, share);
-            unsigned long block = 0, run = 0;
-            for (unsigned long k = s.from; k < s.to; ++k, ++run)
-                if (const unsigned long b = col_[k] >> shift_; b != block) {
-                    count[block] += run;
-                    block = b;
-                    run = 0;
-                }
-            count[block] += run;
+            surveySlice(s, cursor_.get() + blocks_ * static_cast<unsigned long>(share),
+                        runs[static_cast<std::size_t>(share)]);
         });
+
         blockStart_ = Scratch<unsigned long>(blocks_ + 1);
         unsigned long position = 0;
         for (unsigned long b = 0; b < blocks_; ++b) {
             blockStart_[b] = position;
             for (int share = 0; share < shares; ++share) {
-                const unsigned long count = cursor[blocks_ * share + b];
-                cursor[blocks_ * share + b] = position;
+                unsigned long& cursor = cursor_[blocks_ * static_cast<unsigned long>(share) + b];
+                const unsigned long count = cursor;
+                cursor = position;
                 position += count;
             }
             largestBlock_ = std::max(largestBlock_, position - blockStart_[b]);
         }
         blockStart_[blocks_] = position;
 
+        unsigned long count = 0;
+        for (int share = 0; share < shares; ++share) {
+            if (runs[static_cast<std::size_t>(share)].size() >= mostRuns(team_.even(len_, share)))
+                return true;
+            count += runs[static_cast<std::size_t>(share)].size();
+        }
+        runs_ = Scratch<Run>(count);
+        runStart_ = Scratch<unsigned long>(blocks_ + 1);
+        std::fill_n(runStart_.get(), blocks_ + 1, 0UL);
+        for (const auto& list : runs)
+            for (const Run& r : list)
+                ++runStart_[r.block + 1];
+        runningSum(runStart_.get(), blocks_);
+        for (const auto& list : runs) // runStart_[b] moves on to the end of block b
+            for (const Run& r : list)
+                runs_[runStart_[r.block]++] = r;
+        std::copy_backward(runStart_.get(), runStart_.get() + blocks_, runStart_.get() + blocks_ + 1);
+        runStart_[0] = 0;
+        return false;
+    }
+
+    static unsigned long mostRuns(Slice s) { return (s.to - s.from) / shortRun + 16; }
+
+    void surveySlice(Slice s, unsigned long* count, std::vector<Run>& runs) const
+    {
+        std::fill_n(count, blocks_, 0UL);
+        const unsigned long most = mostRuns(s);
+        unsigned long k = s.from;
+        while (k < s.to) {
+            const unsigned long first = k, block = col_[k] >> shift_;
+            checkIndex(col_[k] < n_);
+            const unsigned long beyond = firstColumn(block + 1), begin = block << shift_;
+            do
+                ++k;
+            while (k < s.to && col_[k] - begin < beyond - begin);
+            count[block] += k - first;
+            if (runs.size() < most)
+                runs.push_back({static_cast<std::uint32_t>(block), static_cast<std::uint32_t>(first),
+                                static_cast<std::uint32_t>(k - first)});
+        }
+    }
+
+    /// The triplet at position k of the input. mostRow keeps the largest row.
+    Entry<T> entry(unsigned long k, unsigned long& mostRow) const
+    {
+        mostRow = std::max(mostRow, row_[k]);
+        return {static_cast<std::uint32_t>(row_[k]), static_cast<std::uint32_t>(col_[k]), val_[k * step_]};
+    }
+
+    /// Fills entries_ block by block. Neighbours in the input often go to one block: its cursor stays in a register.
+    void bucket()
+    {
         entries_ = Scratch<Entry<T>>(len_);
         team_.run([&](int share) {
-            unsigned long* next = cursor.get() + blocks_ * share;
+            unsigned long* next = cursor_.get() + blocks_ * static_cast<unsigned long>(share);
             const Slice s = team_.even(len_, share);
-            unsigned long block = 0;
+            unsigned long block = 0, mostRow = 0;
             Entry<T>* at = entries_.get() + next[0];
             for (unsigned long k = s.from; k < s.to; ++k, ++at) {
-                const unsigned long j = col_[k];
-                if (const unsigned long b = j >> shift_; b != block) {
+                if (const unsigned long b = col_[k] >> shift_; b != block) {
                     next[block] = static_cast<unsigned long>(at - entries_.get());
                     block = b;
                     at = entries_.get() + next[b];
                 }
-                at->row = static_cast<std::uint32_t>(row_[k]);
-                at->col = static_cast<std::uint32_t>(j);
-                at->val = val_[k * step_];
+                *at = entry(k, mostRow);
             }
+            checkIndex(mostRow < m_);
         });
     }
 
-    /// Leaves the merged entries of each block, by column, at the block's start in entries_, and the number of entries
-    /// of column j in counts[j + 1].
+    /// f(column, position of the triplet in the input or in entries_) over the triplets of a block, in input order.
+    template <class F>
+    void forEachOf(unsigned long block, const F& f) const
+    {
+        if (entries_.get()) {
+            for (unsigned long k = blockStart_[block]; k < blockStart_[block + 1]; ++k)
+                f(entries_[k].col, k);
+            return;
+        }
+        for (unsigned long r = runStart_[block]; r < runStart_[block + 1]; ++r)
+            for (unsigned long k = runs_[r].first, end = k + runs_[r].count; k < end; ++k)
+                f(static_cast<std::uint32_t>(col_[k]), k);
+    }
+
+    /// What one thread needs to merge blocks.
+    struct Workspace
+    {
+        Scratch<std::uint32_t> marker, offset;
+        Scratch<Entry<T>> sorted;
+        std::uint32_t base = 0; // positions grow from block to block: no marker needs clearing in between
+    };
+
+    /// Merged blocks of a share, in pieces that are released one by one.
+    struct Pieces
+    {
+        std::vector<Scratch<Entry<T>>> list;
+        unsigned long room = 0;
+        Entry<T>* end = nullptr;
+
+        Entry<T>* reserve(unsigned long count, unsigned long most)
+        {
+            if (room < count) {
+                constexpr unsigned long pieceBytes = 32 << 20;
+                room = std::max(count, std::min(most, pieceBytes / sizeof(Entry<T>)));
+                list.emplace_back(room);
+                end = list.back().get();
+            }
+            return end;
+        }
+        void take(unsigned long count)
+        {
+            end += count;
+            room -= count;
+        }
+    };
+
+    /// Leaves the merged entries of each block, by column, at merged_[b], and the number of entries of column j in
+    /// counts[j + 1].
     void merge(unsigned long* counts)
     {
+        merged_ = Scratch<Entry<T>*>(blocks_);
+        pieces_.resize(static_cast<std::size_t>(team_.size()));
         team_.run([&](int share) {
             const Slice blocks = team_.weighted(blocks_, blockStart_.get(), share);
             if (blocks.from == blocks.to)
                 return;
-            const Scratch<std::uint32_t> marker(m_);
-            std::fill_n(marker.get(), m_, 0U);
-            const Scratch<Entry<T>> sorted(largestBlock_);
-            const Scratch<std::uint32_t> offset((1UL << shift_) + 1);
-            std::uint32_t base = 0; // positions grow from block to block: no marker needs clearing in between
-            for (unsigned long b = blocks.from; b < blocks.to; ++b)
-                base = mergeBlock(b, counts, marker.get(), sorted.get(), offset.get(), base);
+            Workspace w{Scratch<std::uint32_t>(m_), Scratch<std::uint32_t>((1UL << shift_) + 1),
+                        Scratch<Entry<T>>(largestBlock_)};
+            std::fill_n(w.marker.get(), m_, 0U);
+            Pieces& pieces = pieces_[static_cast<std::size_t>(share)];
+            for (unsigned long b = blocks.from; b < blocks.to; ++b) {
+                sortByColumn(b, w);
+                merged_[b] = entries_.get() ? entries_.get() + blockStart_[b]
+                                            : pieces.reserve(blockSize(b), blockStart_[blocks.to] - blockStart_[b]);
+                const std::uint32_t count = mergeColumns(b, counts, w);
+                if (!entries_.get())
+                    pieces.take(count);
+            }
         });
     }
 
-    std::uint32_t mergeBlock(unsigned long b, unsigned long* counts, std::uint32_t* marker, Entry<T>* sorted,
-                             std::uint32_t* offset, std::uint32_t base)
+    /// w.sorted takes the triplets of block b by column, w.offset[j] the end of its column j.
+    void sortByColumn(unsigned long b, Workspace& w) const
     {
-        Entry<T>* const entries = entries_.get() + blockStart_[b];
-        const unsigned long count = blockStart_[b + 1] - blockStart_[b];
-        const unsigned long first = firstColumn(b), columns = firstColumn(b + 1) - first;
-
+        const std::uint32_t first = static_cast<std::uint32_t>(firstColumn(b));
+        const unsigned long columns = firstColumn(b + 1) - first;
+        std::uint32_t* const offset = w.offset.get();
         std::fill_n(offset, columns + 1, 0U);
-        for (unsigned long k = 0; k < count; ++k)
-            ++offset[entries[k].col - first + 1];
+        std::uint32_t column = first, repeats = 0; // a column that repeats stays in a register
+        forEachOf(b, [&](std::uint32_t j, unsigned long) {
+            if (j != column) {
+                offset[column - first + 1] += repeats;
+                column = j;
+                repeats = 0;
+            }
+            ++repeats;
+        });
+        if (columns > 0)
+            offset[column - first + 1] += repeats;
         for (unsigned long j = 0; j < columns; ++j)
             offset[j + 1] += offset[j];
-        for (unsigned long k = 0; k < count; ++k)
-            sorted[offset[entries[k].col - first]++] = entries[k];
 
-        // offset[j] is now the end of column j. Positions are counted on from `base`, one above zero.
-        std::uint32_t written = 0, k = 0;
-        for (unsigned long j = 0; j < columns; ++j) {
-            const std::uint32_t columnStart = base + written;
-            for (; k < offset[j]; ++k) {
-                const std::uint32_t row = sorted[k].row, seen = marker[row];
-                if (seen > columnStart) {
-                    entries[seen - base - 1].val += sorted[k].val;
-                } else {
-                    entries[written] = sorted[k];
-                    marker[row] = base + ++written;
-                }
+        unsigned long mostRow = 0;
+        Entry<T>* const sorted = w.sorted.get();
+        column = first;
+        std::uint32_t at = 0;
+        forEachOf(b, [&](std::uint32_t j, unsigned long k) {
+            if (j != column) {
+                offset[column - first] = at;
+                column = j;
+                at = offset[j - first];
             }
-            counts[first + j + 1] = base + written - columnStart;
-        }
-        return base + written;
+            sorted[at++] = entries_.get() ? entries_[k] : entry(k, mostRow);
+        });
+        offset[column - first] = at;
+        checkIndex(mostRow < m_);
     }
 
-    void copyTo(llsparse<T>& store) const
+    /// Sums the duplicates of each column of w.sorted into merged_[b]; returns their number. Whether a row is new cannot
+    /// be foreseen: no branch asks.
+    std::uint32_t mergeColumns(unsigned long b, unsigned long* counts, Workspace& w) const
+    {
+        const unsigned long first = firstColumn(b), columns = firstColumn(b + 1) - first;
+        std::uint32_t* const marker = w.marker.get();
+        Entry<T>* const out = merged_[b];
+        // Positions are counted on from w.base, one above zero.
+        std::uint32_t written = 0, k = 0;
+        for (unsigned long j = 0; j < columns; ++j) {
+            const std::uint32_t columnStart = w.base + written;
+            for (; k < w.offset[j]; ++k) {
+                const Entry<T> e = w.sorted[k];
+                const std::uint32_t seen = marker[e.row];
+                const bool isNew = seen <= columnStart;
+                Entry<T>& to = out[isNew ? written : seen - w.base - 1];
+                const T sum = to.val + e.val;
+                written += isNew;
+                marker[e.row] = isNew ? w.base + written : seen;
+                to = {e.row, e.col, isNew ? e.val : sum};
+            }
+            counts[first + j + 1] = w.base + written - columnStart;
+        }
+        w.base += written;
+        return written;
+    }
+
+    /// Each share copies the blocks that it merged and releases its pieces on the way.
+    void copyTo(llsparse<T>& store)
     {
         team_.run([&](int share) {
             const Slice blocks = team_.weighted(blocks_, blockStart_.get(), share);
+            auto& pieces = pieces_[static_cast<std::size_t>(share)].list;
+            std::size_t piece = 0;
             for (unsigned long b = blocks.from; b < blocks.to; ++b) {
-                const Entry<T>* from = entries_.get() + blockStart_[b];
+                const Entry<T>* from = merged_[b];
+                if (piece + 1 < pieces.size() && from == pieces[piece + 1].get())
+                    pieces[piece++] = Scratch<Entry<T>>();
                 const unsigned long to = store.colPtr[firstColumn(b + 1)];
                 for (unsigned long p = store.colPtr[firstColumn(b)]; p < to; ++p, ++from) {
                     store.row[p] = from->row;
@@ -229,9 +383,31 @@ private:
     unsigned shift_ = 0; // a block holds 2^shift_ columns
     unsigned long blocks_ = 1;
     unsigned long largestBlock_ = 0;
-    Scratch<unsigned long> blockStart_;
-    Scratch<Entry<T>> entries_;
+    Scratch<unsigned long> blockStart_, cursor_, runStart_;
+    Scratch<Run> runs_;
+    Scratch<Entry<T>> entries_; // null where runs are read in place
+    Scratch<Entry<T>*> merged_;
+    std::vector<Pieces> pieces_;
 };
+
+/// Few triplets in many rows: assembled by the ranks of their rows among those in use, so that the markers do not
+/// outgrow the input.
+template <class T>
+void assembleByRank(const unsigned long* row, const unsigned long* col, const T* val, bool constVal, unsigned long len,
+                    unsigned long m, unsigned long n, llsparse<T>& store)
+{
+    const Scratch<unsigned long> used(len), rank(len);
+    std::copy_n(row, len, used.get());
+    std::sort(used.get(), used.get() + len);
+    unsigned long* const end = std::unique(used.get(), used.get() + len);
+    checkIndex(len == 0 || end[-1] < m);
+    for (unsigned long k = 0; k < len; ++k)
+        rank[k] = static_cast<unsigned long>(std::lower_bound(used.get(), end, row[k]) - used.get());
+    const auto count = static_cast<unsigned long>(end - used.get());
+    Assembly<T>(rank.get(), col, val, constVal, len, std::max(count, 1UL), n).run(store);
+    for (unsigned long p = 0; p < store.nnz(); ++p)
+        store.row[p] = used[store.row[p]];
+}
 
 } // namespace
 
@@ -240,14 +416,16 @@ void llsparse<T>::triplet2sparse(const unsigned long* row_, const unsigned long*
                                  unsigned long len, unsigned long m_, unsigned long n_, bool constVal)
 {
     constexpr unsigned long indexLimit = std::numeric_limits<std::uint32_t>::max();
-    if (len > indexLimit || m_ > indexLimit || n_ > indexLimit)
+    if (len > indexLimit || n_ > indexLimit)
         throw std::bad_alloc();
     llsparse result;
-    result.m = m_;
+    result.m = qxsparse::extent(m_);
     result.n = n_;
     if (m_ == 0 || n_ == 0) {
         result.allocColPtr();
         std::fill_n(result.colPtr, n_ + 1, 0UL);
+    } else if (m_ > std::max(8 * len, 1UL << 20)) {
+        assembleByRank(row_, col_, val_, constVal, len, m_, n_, result);
     } else {
         Assembly<T>(row_, col_, val_, constVal, len, m_, n_).run(result);
     }

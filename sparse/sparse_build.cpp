@@ -79,10 +79,6 @@ void Sparse::triplet2sparse(const unsigned long* rows, unsigned long nRows, cons
         [&] {
             checkLength(nRows == nCols && (constVal || nVals == nRows));
             checkNotTooLarge(nRows);
-            if (m != 0 && n != 0) { // a matrix without rows or columns takes no entries, whatever the input
-                checkIndices(rows, nRows, m);
-                checkIndices(cols, nCols, n);
-            }
             const boost::shared_ptr<llsparse<V>> store(new llsparse<V>);
             store->triplet2sparse(rows, cols, vals, nRows, m, n, constVal);
             install(store);

@@ -232,31 +232,34 @@ TEST(Triplet2sparse, TakesArraysAndComplexValues)
 
 TEST(Triplet2sparse, AMillionTripletsAgreeWithAMapOfRowsAndColumns)
 {
-    // Independent: sums in a std::map, places by the order of first appearance.
-    std::mt19937_64 random(7);
-    const Index len = 1000000, m = 997, n = 1009;
-    std::vector<Index> r(len), c(len);
-    std::vector<double> v(len);
-    std::map<std::pair<Index, Index>, std::pair<Index, double>> wanted; // (col, row) -> (place in column, sum)
-    std::vector<Index> count(n);
-    for (Index k = 0; k < len; ++k) {
-        r[k] = random() % m;
-        c[k] = random() % n;
-        v[k] = double(random() % 1000) / 7.0;
-        auto [it, isNew] = wanted.try_emplace({c[k], r[k]}, count[c[k]], v[k]);
-        if (isNew)
-            ++count[c[k]];
-        else
-            it->second.second += v[k];
-    }
+    // Independent: sums in a std::map, places by the order of first appearance. Columns all over, and in runs as element
+    // matrices have them: the two are read in different ways.
+    for (Index run : {1ul, 50ul}) {
+        std::mt19937_64 random(7);
+        const Index len = 1000000, m = 997, n = 1009;
+        std::vector<Index> r(len), c(len);
+        std::vector<double> v(len);
+        std::map<std::pair<Index, Index>, std::pair<Index, double>> wanted; // (col, row) -> (place in column, sum)
+        std::vector<Index> count(n);
+        for (Index k = 0; k < len; ++k) {
+            r[k] = random() % m;
+            c[k] = k % run == 0 ? random() % n : c[k - 1];
+            v[k] = double(random() % 1000) / 7.0;
+            auto [it, isNew] = wanted.try_emplace({c[k], r[k]}, count[c[k]], v[k]);
+            if (isNew)
+                ++count[c[k]];
+            else
+                it->second.second += v[k];
+        }
 
-    const Sparse A = assembled(r, c, v, m, n);
+        const Sparse A = assembled(r, c, v, m, n);
 
-    ASSERT_EQ(A.getNnz(), wanted.size());
-    for (const auto& [key, place] : wanted) {
-        const Index p = A.getColPtr()[key.first] + place.first;
-        ASSERT_EQ(A.getRow()[p], key.second);
-        ASSERT_EQ(A.getDoubleVal()[p], place.second); // same additions in the same order: same bits
+        ASSERT_EQ(A.getNnz(), wanted.size());
+        for (const auto& [key, place] : wanted) {
+            const Index p = A.getColPtr()[key.first] + place.first;
+            ASSERT_EQ(A.getRow()[p], key.second);
+            ASSERT_EQ(A.getDoubleVal()[p], place.second); // same additions in the same order: same bits
+        }
     }
 }
 
@@ -283,10 +286,14 @@ TEST(Triplet2sparse, SameBitsForAnyNumberOfThreads)
             c[k] = random() % n;
             v[k] = double(random() % 1000) / 7.0;
         }
-        const Sparse serial = [&] { Threads one(1); return assembled(r, c, v, m, n); }();
-        for (int threads : {2, 3, 7, 16}) {
-            Threads some(threads);
-            EXPECT_TRUE(sameBits(assembled(r, c, v, m, n), serial)) << threads << " threads";
+        for (Index run : {1ul, 60ul}) {
+            for (Index k = 0; k < len; ++k)
+                c[k] = c[k - k % run];
+            const Sparse serial = [&] { Threads one(1); return assembled(r, c, v, m, n); }();
+            for (int threads : {2, 3, 7, 16}) {
+                Threads some(threads);
+                EXPECT_TRUE(sameBits(assembled(r, c, v, m, n), serial)) << threads << " threads, runs of " << run;
+            }
         }
     }
 }
@@ -309,6 +316,30 @@ TEST(Triplet2sparse, RefusesIndicesOutOfRangeAndLeavesTheMatrixAsItWas)
     EXPECT_EQ(raised([&] { A.triplet2sparse(std::vector<Index>{0}, std::vector<Index>{2}, 1.0, 2, 2); }),
               "Internal_error_sparse");
     EXPECT_EQ(A.getptrD(), before.getptrD());
+}
+
+TEST(Triplet2sparse, RefusesAnIndexOutOfRangeAnywhereOnEveryWayThroughTheInput)
+{
+    // Long runs of one column, and single triplets all over; the bad index first, inside and last; also beyond 32 bits.
+    for (bool runs : {true, false})
+        for (int threads : {1, 2})
+            for (Index at : {0ul, 15001ul, 29999ul})
+                for (Index bad : {500ul, 1ul << 32, ~0ul}) {
+                    const Threads some(threads);
+                    std::vector<Index> rows(30000), cols(30000);
+                    for (Index k = 0; k < rows.size(); ++k)
+                        rows[k] = (k * 31) % 500, cols[k] = runs ? k / 60 : (k * 17) % 500;
+                    Sparse A;
+                    for (std::vector<Index>* list : {&rows, &cols}) {
+                        const Index good = (*list)[at];
+                        (*list)[at] = bad;
+                        EXPECT_EQ(raised([&] { A.triplet2sparse(rows, cols, 1.0, 500, 500); }, true),
+                                  "sparse:Internal_error_sparse");
+                        (*list)[at] = good;
+                    }
+                    EXPECT_EQ(A.getNnz(), 0u);
+                    EXPECT_EQ(raised([&] { A.triplet2sparse(rows, cols, 1.0, 500, 500); }), "");
+                }
 }
 
 TEST(Triplet2sparse, RefusesMoreTripletsThanTheHashTablesTake)
