@@ -61,6 +61,11 @@ public:
     /// The 32-bit arrays of the last isIntRep; null if it was false.
     const int* getIntRow(const Sparse& A);
     const int* getIntColPtr(const Sparse& A);
+    /// Make room for the 32-bit offsets and rows of A, of any contents; std::bad_alloc. allocate makes holder n elements
+    /// long and returns them.
+    void allocIntColPtr(const Sparse& A);
+    void allocIntRow(const Sparse& A);
+    static int* allocate(Array<int, 1>& holder, unsigned long n);
 
     void yPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<1>& x, Trans_t trans);
     void yPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<2>& x, Trans_t trans, unsigned long col);
@@ -79,8 +84,8 @@ private:
     Array<int, 1> intColPtrArray, intRowArray;
     const unsigned long* colPtrSeen = nullptr;
     const unsigned long* rowSeen = nullptr;
-    const int* intColPtr = nullptr;
-    const int* intRow = nullptr;
+    int* intColPtr = nullptr;
+    int* intRow = nullptr;
     std::int64_t versionSeen = 0;
     bool intRep = false;
     unsigned long mSeen = 0, nSeen = 0, nnzSeen = 0;

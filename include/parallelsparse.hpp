@@ -3,7 +3,9 @@
 #include "array.hpp"
 #include "matrix.hpp"
 #include "qxexport.hpp"
+#include "qxparallel.hpp"
 #include "transt.hpp"
+#include "xdevutils.hpp"
 
 #include <boost/shared_ptr.hpp>
 
@@ -20,17 +22,21 @@ namespace qxsparse {
 class VectorView;
 }
 
+class ParallelSparse;
+
 /// What one thread of a ParallelSparse keeps: its rows of the block structure and its accumulation vector.
 class QX_API ParallelSparseData
 {
 public:
-    explicit ParallelSparseData(int share) : pid(share) {}
+    /// Share pid of owner, which outlives it.
+    ParallelSparseData(ParallelSparse& owner, int pid);
 
-    /// Whether the block structure of share pid out of nThreads is that of A as it is now, or A takes none.
-    bool isCurrent(const Sparse& A, int nThreads) const;
-    /// Makes the block structure of share pid out of nThreads; it stays out (isBlocked false) for a matrix that is not
-    /// square or not sorted. std::bad_alloc leaves it out too.
-    void blockMatrix(const Sparse& A, int nThreads);
+    /// Judges the block structure by the matrix as it is now, for owner.getBlockShares() shares: isBlocked becomes false
+    /// if it does not fit. Returns whether blockMatrix has work to do: a matrix that is not square or not sorted takes no
+    /// blocks.
+    bool changeBlockMatrix(const Sparse& A);
+    /// Makes the block structure where changeBlockMatrix says so. std::bad_alloc leaves isBlocked false.
+    void blockMatrix(const Sparse& A);
     bool isBlocked() const { return blocked; }
     unsigned long getNCol() const { return nCol; }
     /// Half-open range of rows of this thread.
@@ -41,24 +47,31 @@ public:
     const unsigned long* getProcCol() const { return procCol; }
     const unsigned long* getStartCol() const { return startCol; }
     const unsigned long* getStopCol() const { return stopCol; }
+    /// The longest part of getProcCol whose columns follow one another, belong to the row range and lie in it whole: for
+    /// these the offsets of the store tell all.
+    unsigned long getWholeStart() const { return wholeStart; }
+    unsigned long getWholeStop() const { return wholeStop; }
     /// The part of getProcCol that falls into the row range of thread q.
     unsigned long getProcStart(int q) const { return procStart[q]; }
     unsigned long getProcStop(int q) const { return procStop[q]; }
 
-    /// Whether work takes max(m, n) sums of the given type.
-    bool hasWorkArray(const Sparse& A, bool real) const;
-    /// Makes it so. 1000 elements are kept in reserve; a work array never shrinks.
+    /// Whether work has still to be made for max(m, n) sums of the given type.
+    bool changeWorkArray(const Sparse& A, bool real) const;
+    /// Makes it. 1000 elements are kept in reserve; a work array never shrinks. Raises "Internal_error_matrix" from
+    /// "matrix" if the array does not serve even then: no index type counts that many elements.
     void setWorkArray(const Sparse& A, bool real);
     bool isRealWork() const { return work.isReal(); }
     double* getCurrentWorkdArray();
     std::complex<double>* getCurrentWorkzArray();
+    /// Makes holder n elements long and returns them.
+    static unsigned long* allocate(Array<unsigned long, 1>& holder, unsigned long n);
     void clear();
 
 private:
-    static unsigned long* allocate(Array<unsigned long, 1>& holder, unsigned long n);
-
+    ParallelSparse& owner;
     int pid;
     Matrix<1> work;
+    const Matrix<1> noWork;
     bool hasWork = false;
     const unsigned long* colPtrSeen = nullptr;
     const unsigned long* rowSeen = nullptr;
@@ -68,6 +81,7 @@ private:
     Array<unsigned long, 1> procColArray, startColArray, stopColArray, procStartArray, procStopArray;
     unsigned long nCol = 0;
     unsigned long startRows = 0, stopRows = 0;
+    unsigned long wholeStart = 0, wholeStop = 0;
     const unsigned long* procCol = nullptr;
     const unsigned long* startCol = nullptr;
     const unsigned long* stopCol = nullptr;
@@ -112,37 +126,71 @@ public:
     /// Makes the block structure for nThreads threads if it is not there; false below two threads and for a matrix that
     /// is not square or has no FormSorted.
     bool isBlocked(const Sparse& A, int nThreads, Trans_t trans);
+    /// Makes nThreads work arrays for sums of the given type; nothing below two.
+    void setWorkArray(const Sparse& A, bool real, int nThreads);
     /// Releases block structures and work arrays. Does nothing while a call is running.
     void clear();
     /// The data of thread t; t below the largest thread count seen.
     const ParallelSparseData& getData(int t) const { return *data[static_cast<std::size_t>(t)]; }
+    /// Shares of the block structure that isBlocked was asked for last.
+    int getBlockShares() const { return blockShares; }
+    /// Time spent on "blocks", "products" and "sweeps". Look while no call is running.
+    const XDevUtils& getUtils() const { return *utils; }
 
 private:
     class Busy;
+    int chooseThreads(unsigned long work);
     void makeData(int count);
     void clearData();
     template <class Prepare>
     void prepare(int shares, const Prepare& body);
-    void setWorkArray(const Sparse& A, bool real, int parts);
-    template <class Y>
-    void updateResultVector(Y* y, unsigned long len, int parts, int shares);
-    template <bool Minus, class T, class Y, class X>
-    void blockMultiply(const llsparse<T>& s, Y* y, const X* x, Trans_t trans, int shares);
-    template <bool Minus, class T, class Y, class X>
-    void gatherMultiply(const llsparse<T>& s, Y* y, const X* x, Trans_t trans, int shares);
-    template <bool Minus, class T, class Y, class X>
-    void workMultiply(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans, int parts, int shares);
     template <bool Minus>
     bool multiply(Matrix<1>& y, const Sparse& A, const qxsparse::VectorView& x, Trans_t trans);
-    template <class T, class R>
-    void blockSORIt(const llsparse<T>& s, R* r, R* x, double omega, bool reverse, int shares);
-    template <class T, class R>
-    void blockSORUpdater(const llsparse<T>& s, R* u, const R* t, double omega, bool reverse, int shares);
-    template <class T, class R>
-    void gatherSORUpdater(const llsparse<T>& s, R* u, const R* t, double omega, bool reverse, int shares);
-    template <class T, class R>
-    void workSORUpdater(const llsparse<T>& s, R* u, const R* t, double omega, bool reverse, int parts, int shares);
+    template <class Serial, class Blocked>
+    int sweep(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const Serial& serial, const Blocked& blocked);
+    template <class R>
+    R* resultVector(unsigned long n);
+    template <class R>
+    const R* copyToResult(const R* u, unsigned long n);
+    template <class Y>
+    void zero(Y* y, unsigned long n) const;
+    template <class Y>
+    void updateResultVector(Y* y, unsigned long n, int parts) const;
 
+    template <class Work>
+    void inBlocks(const Work& work) const;
+    template <class Product>
+    void multiplyBlocks(const Product& product) const;
+    template <class T, class Y, class X>
+    void blockyPlusAMulx(const llsparse<T>& s, Y* y, const X* x, Trans_t trans) const;
+    template <class T, class Y, class X>
+    void blockyMinusAMulx(const llsparse<T>& s, Y* y, const X* x, Trans_t trans) const;
+    template <class T, class R>
+    void blockSORIt(const llsparse<T>& s, R* r, R* x, double omega, bool reverse) const;
+    template <class T, class R>
+    void blockSORItUpdater(const llsparse<T>& s, R* r, R* x, double omega, bool reverse);
+    template <class T, class R>
+    void blockSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse);
+
+    template <bool Minus, class T, class Y, class X>
+    void gatherMultiply(const llsparse<T>& s, Y* y, const X* x, Trans_t trans) const;
+    template <class T, class R>
+    void gatherSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse);
+
+    template <class Y, class T, class Product>
+    void inParts(const llsparse<T>& s, unsigned long len, int parts, const Product& product) const;
+    template <class T, class Y, class X>
+    void workPlusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans, int parts) const;
+    template <class T, class Y, class X>
+    void workMinusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans, int parts) const;
+    template <class T, class R>
+    void workSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse, int parts);
+
+    boost::shared_ptr<XDevUtils> utils;
+    boost::shared_ptr<qxbase::Parallel> parallel; // the team of the call that runs
     std::vector<boost::shared_ptr<ParallelSparseData>> data;
+    Matrix<1> result; // what an updater reads while it overwrites its vector
+    const Matrix<1> noResult;
+    int blockShares = 0;
     std::atomic_flag busy = ATOMIC_FLAG_INIT;
 };

@@ -21,7 +21,7 @@ public:
                   const double* val, const double* x, Trans_t trans) const override
     {
         const ColumnView<double, int> view{n, colPtr, row, val};
-        const AllColumns<int> columns{colPtr, n};
+        const WholeColumns<int> columns(colPtr, 0, n);
         if (alpha > 0.0)
             qxsparse::multiply<false>(view, Unsymmetric, y, x, trans, columns, 0, n);
         else
@@ -32,8 +32,8 @@ public:
 struct Library
 {
     std::mutex lock;
-    boost::shared_ptr<ExternalMatVec> matVec;
-    std::atomic<bool> hasRealMatVec{false}, hasComplexMatVec{false}, loaded{false};
+    boost::shared_ptr<ExternalMatVec> externalMatVecLib;
+    std::atomic<bool> hasRealMatVec{false}, hasComplexMatVec{false}, libLoaded{false};
 };
 
 Library& library()
@@ -49,13 +49,13 @@ ExternalMatVec::~ExternalMatVec() = default;
 boost::shared_ptr<ExternalMatVec> ExternalSparse::getMatVecLibrary()
 {
     const std::lock_guard<std::mutex> hold(library().lock);
-    return library().matVec;
+    return library().externalMatVecLib;
 }
 
 void ExternalSparse::setMatVecLibrary(const boost::shared_ptr<ExternalMatVec>& matVec)
 {
     const std::lock_guard<std::mutex> hold(library().lock);
-    library().matVec = matVec;
+    library().externalMatVecLib = matVec;
     library().hasRealMatVec = matVec != nullptr;
 }
 
@@ -64,8 +64,8 @@ void ExternalSparse::useBuiltIn(bool on)
     setMatVecLibrary(on ? boost::shared_ptr<ExternalMatVec>(new BuiltIn) : boost::shared_ptr<ExternalMatVec>());
 }
 
-void ExternalSparse::loadLibrary(bool) { library().loaded = true; }
-bool ExternalSparse::libraryLoaded() { return library().loaded; }
+void ExternalSparse::loadLibrary(bool) { library().libLoaded = true; }
+bool ExternalSparse::libraryLoaded() { return library().libLoaded; }
 
 bool ExternalSparse::isRealMatVec()
 {
@@ -91,22 +91,16 @@ void ExternalSparse::clear()
 void ExternalSparse::release()
 {
     intRep = false;
-    intColPtrArray.clear();
-    intRowArray.clear();
+    intColPtrArray = Array<int, 1>();
+    intRowArray = Array<int, 1>();
     intColPtr = intRow = nullptr;
 }
 
 namespace {
 
-bool fitsInt(unsigned long count) { return count <= static_cast<unsigned long>(std::numeric_limits<int>::max()); }
+unsigned long storedColumns(const Sparse& A) { return A.getSymm() == RowStored ? A.getM() : A.getN(); }
 
-/// 32-bit copy of indices that fit.
-int* narrowed(Array<int, 1>& holder, const unsigned long* from, unsigned long count)
-{
-    holder.resize(count);
-    std::transform(from, from + count, holder.data(), [](unsigned long i) { return static_cast<int>(i); });
-    return holder.data();
-}
+bool fitsInt(unsigned long count) { return count <= static_cast<unsigned long>(std::numeric_limits<int>::max()); }
 
 } // namespace
 
@@ -116,10 +110,27 @@ bool ExternalSparse::isIntRep(const Sparse& A)
     return update(A);
 }
 
+int* ExternalSparse::allocate(Array<int, 1>& holder, unsigned long n)
+{
+    holder.resize(n);
+    return holder.data();
+}
+
+void ExternalSparse::allocIntColPtr(const Sparse& A)
+{
+    intRep = false;
+    intColPtr = allocate(intColPtrArray, storedColumns(A) + 1);
+}
+
+void ExternalSparse::allocIntRow(const Sparse& A)
+{
+    intRep = false;
+    intRow = allocate(intRowArray, A.getNnz());
+}
+
 bool ExternalSparse::update(const Sparse& A)
 {
-    const bool byRow = A.getSymm() == RowStored;
-    const unsigned long m = byRow ? A.getN() : A.getM(), n = byRow ? A.getM() : A.getN(), nnz = A.getNnz();
+    const unsigned long n = storedColumns(A), m = A.getM() + A.getN() - n, nnz = A.getNnz();
     if (intRep && versionSeen == A.getRowColptrVersion() && colPtrSeen == A.getColPtr() && rowSeen == A.getRow() &&
         mSeen == m && nSeen == n && nnzSeen == nnz)
         return true;
@@ -127,12 +138,15 @@ bool ExternalSparse::update(const Sparse& A)
     if (!fitsInt(nnz) || !fitsInt(n + 1) || !fitsInt(m))
         return false;
     try {
-        intColPtr = narrowed(intColPtrArray, A.getColPtr(), n + 1);
-        intRow = narrowed(intRowArray, A.getRow(), nnz);
+        allocIntColPtr(A);
+        allocIntRow(A);
     } catch (const std::bad_alloc&) {
         release();
         return false;
     }
+    const auto narrow = [](unsigned long i) { return static_cast<int>(i); };
+    std::transform(A.getColPtr(), A.getColPtr() + n + 1, intColPtr, narrow);
+    std::transform(A.getRow(), A.getRow() + nnz, intRow, narrow);
     versionSeen = A.getRowColptrVersion();
     colPtrSeen = A.getColPtr();
     rowSeen = A.getRow();

@@ -31,25 +31,28 @@ void forEachPart(const Sparse& A, unsigned long first, unsigned long last, const
 
 } // namespace
 
+ParallelSparseData::ParallelSparseData(ParallelSparse& owner_, int share) : owner(owner_), pid(share) {}
+
 unsigned long* ParallelSparseData::allocate(Array<unsigned long, 1>& holder, unsigned long n)
 {
     holder.resize(n);
     return holder.data();
 }
 
-bool ParallelSparseData::isCurrent(const Sparse& A, int nThreads) const
+bool ParallelSparseData::changeBlockMatrix(const Sparse& A)
 {
-    if (!takesBlocks(A))
-        return !blocked;
-    return blocked && versionSeen == A.getRowColptrVersion() && colPtrSeen == A.getColPtr() && rowSeen == A.getRow() &&
-           mSeen == A.getM() && nSeen == A.getN() && nProcs == static_cast<unsigned long>(nThreads);
+    const bool takes = takesBlocks(A);
+    blocked = takes && blocked && versionSeen == A.getRowColptrVersion() && colPtrSeen == A.getColPtr() &&
+              rowSeen == A.getRow() && mSeen == A.getM() && nSeen == A.getN() &&
+              nProcs == static_cast<unsigned long>(owner.getBlockShares());
+    return takes && !blocked;
 }
 
-void ParallelSparseData::blockMatrix(const Sparse& A, int nThreads)
+void ParallelSparseData::blockMatrix(const Sparse& A)
 {
-    blocked = false;
-    if (!takesBlocks(A))
+    if (!changeBlockMatrix(A))
         return;
+    const int nThreads = owner.getBlockShares();
     const unsigned long* colPtr = A.getColPtr();
     const unsigned long n = A.getN();
     const auto rowsOf = [&](int share) {
@@ -78,6 +81,18 @@ void ParallelSparseData::blockMatrix(const Sparse& A, int nThreads)
         first[q] = static_cast<unsigned long>(std::lower_bound(columns, columns + nCol, s.from) - columns);
         last[q] = static_cast<unsigned long>(std::lower_bound(columns, columns + nCol, s.to) - columns);
     }
+    wholeStart = wholeStop = first[pid];
+    for (k = first[pid]; k < last[pid];) { // runs of whole columns
+        const unsigned long begin = k;
+        while (k < last[pid] && columns[k] == columns[begin] + (k - begin) && starts[k] == colPtr[columns[k]] &&
+               stops[k] == colPtr[columns[k] + 1])
+            ++k;
+        if (k - begin > wholeStop - wholeStart) {
+            wholeStart = begin;
+            wholeStop = k;
+        }
+        k = std::max(k, begin + 1);
+    }
     startRows = own.from;
     stopRows = own.to;
     procCol = columns;
@@ -93,19 +108,23 @@ void ParallelSparseData::blockMatrix(const Sparse& A, int nThreads)
     blocked = true;
 }
 
-bool ParallelSparseData::hasWorkArray(const Sparse& A, bool real) const
+bool ParallelSparseData::changeWorkArray(const Sparse& A, bool real) const
 {
-    return hasWork && work.isReal() == real && work.size() >= std::max(A.getM(), A.getN());
+    return !hasWork || work.isReal() != real || work.size() < std::max(A.getM(), A.getN());
 }
 
 void ParallelSparseData::setWorkArray(const Sparse& A, bool real)
 {
-    if (hasWorkArray(A, real))
+    if (!changeWorkArray(A, real))
         return;
     const unsigned long size = std::max(std::max(A.getM(), A.getN()) + workReserve, work.size());
     hasWork = false;
     work = Matrix<1>(uninit_t(), size, real);
     hasWork = true;
+    if (changeWorkArray(A, real)) {
+        hasWork = false;
+        QX_RAISE("matrix", "Internal_error_matrix");
+    }
 }
 
 double* ParallelSparseData::getCurrentWorkdArray() { return work.getdArr().data(); }
@@ -113,7 +132,11 @@ std::complex<double>* ParallelSparseData::getCurrentWorkzArray() { return work.g
 
 void ParallelSparseData::clear()
 {
-    *this = ParallelSparseData(pid);
+    work = noWork; // no allocation: this runs after failed ones
+    hasWork = blocked = false;
+    for (Array<unsigned long, 1>* holder :
+         {&procColArray, &startColArray, &stopColArray, &procStartArray, &procStopArray})
+        *holder = Array<unsigned long, 1>();
 }
 
 // --- The matrix's operations --------------------------------------------------------------------------------------
@@ -137,10 +160,11 @@ private:
     bool taken_;
 };
 
-ParallelSparse::ParallelSparse()
+ParallelSparse::ParallelSparse() : utils(new XDevUtils), parallel(new qxbase::Parallel)
 {
-    const int count = qxbase::Parallel().getNumberCPUs();
-    makeData(count);
+    makeData(parallel->getNumberCPUs());
+    for (const char* timer : {"blocks", "products", "sweeps"})
+        utils->getStopwatch()[timer]; // made here, so that no operation allocates for them
 }
 
 ParallelSparse::~ParallelSparse() = default;
@@ -148,19 +172,30 @@ ParallelSparse::~ParallelSparse() = default;
 void ParallelSparse::makeData(int count)
 {
     while (data.size() < static_cast<std::size_t>(count))
-        data.push_back(boost::shared_ptr<ParallelSparseData>(new ParallelSparseData(static_cast<int>(data.size()))));
+        data.push_back(
+            boost::shared_ptr<ParallelSparseData>(new ParallelSparseData(*this, static_cast<int>(data.size()))));
 }
 
 void ParallelSparse::clear()
 {
-    if (const Busy hold(*this); hold)
+    if (const Busy hold(*this); hold) {
         clearData();
+        result = noResult;
+    }
 }
 
+/// Every thread releases what it made.
 void ParallelSparse::clearData()
 {
-    for (const auto& d : data)
-        d->clear();
+    const int shares = static_cast<int>(data.size());
+    Team(shares, AVAILABLETHREADS()).run([&](int share) { data[static_cast<std::size_t>(share)]->clear(); });
+}
+
+/// The team of this call; 1 means serial.
+int ParallelSparse::chooseThreads(unsigned long work)
+{
+    parallel->setNumberThreads(work);
+    return parallel->getNumberThreads();
 }
 
 /// Runs prepare(share) for all shares; a failure clears everything and leaves under the module's names.
@@ -169,7 +204,7 @@ void ParallelSparse::prepare(int shares, const Prepare& body)
 {
     try {
         makeData(shares);
-        Team(shares).run(body);
+        Team(shares).run([&](int share) { body(*data[static_cast<std::size_t>(share)]); });
     } catch (const std::bad_alloc&) {
         clearData();
         QX_RAISE("parallelsparse", "Out_of_memory_operation_sparse_matrix.");
@@ -183,28 +218,22 @@ bool ParallelSparse::isBlocked(const Sparse& A, int nThreads, Trans_t)
 {
     if (nThreads < 2)
         return false;
-    bool current = data.size() >= static_cast<std::size_t>(nThreads);
-    for (int t = 0; current && t < nThreads; ++t)
-        current = data[static_cast<std::size_t>(t)]->isCurrent(A, nThreads);
-    if (!current)
-        prepare(nThreads, [&](int share) { data[static_cast<std::size_t>(share)]->blockMatrix(A, nThreads); });
+    blockShares = nThreads;
+    bool change = data.size() < static_cast<std::size_t>(nThreads);
+    for (int t = 0; !change && t < nThreads; ++t)
+        change = data[static_cast<std::size_t>(t)]->changeBlockMatrix(A);
+    if (change)
+        utils->timed("blocks", [&] { prepare(nThreads, [&](ParallelSparseData& d) { d.blockMatrix(A); }); });
     return std::all_of(data.begin(), data.begin() + nThreads, [](const auto& d) { return d->isBlocked(); });
 }
 
-void ParallelSparse::setWorkArray(const Sparse& A, bool real, int parts)
+void ParallelSparse::setWorkArray(const Sparse& A, bool real, int nThreads)
 {
-    prepare(parts, [&](int part) { data[static_cast<std::size_t>(part)]->setWorkArray(A, real); });
+    if (nThreads >= 2)
+        prepare(nThreads, [&](ParallelSparseData& d) { d.setWorkArray(A, real); });
 }
 
 namespace {
-
-/// Threads for an operation on `work` items; 1 means serial.
-int teamSize(unsigned long work)
-{
-    qxbase::Parallel policy;
-    policy.setNumberThreads(work);
-    return policy.isParallelizable(work) ? policy.getNumberThreads() : 1;
-}
 
 /// Into how many vectors a product is split: a number of the matrix's own, so that results do not depend on threads,
 /// and small enough for the vectors to cost little beside the entries.
@@ -230,13 +259,41 @@ bool onlyGathers(const Sparse& A, Trans_t trans)
 
 } // namespace
 
-/// y (len) += work vectors of the parts, in their order, each share its even slice of y.
-template <class Y>
-void ParallelSparse::updateResultVector(Y* y, unsigned long len, int parts, int shares)
+/// `result` with n elements of type R.
+template <class R>
+R* ParallelSparse::resultVector(unsigned long n)
 {
-    const Team team(shares);
+    constexpr bool real = std::is_same_v<R, double>;
+    if (result.isReal() != real || result.size() != n)
+        result = Matrix<1>(uninit_t(), n, real);
+    return writable<R>(result);
+}
+
+/// A copy of u in `result`.
+template <class R>
+const R* ParallelSparse::copyToResult(const R* u, unsigned long n)
+{
+    return std::copy_n(u, n, resultVector<R>(n)) - n;
+}
+
+/// y (n) = 0, each share its even slice.
+template <class Y>
+void ParallelSparse::zero(Y* y, unsigned long n) const
+{
+    const Team team(parallel->getNumberThreads());
     team.run([&](int share) {
-        const Slice s = team.even(len, share);
+        const Slice s = team.even(n, share);
+        std::fill(y + s.from, y + s.to, Y(0.0));
+    });
+}
+
+/// y (n) += work vectors of the parts, in their order, each share its even slice of y.
+template <class Y>
+void ParallelSparse::updateResultVector(Y* y, unsigned long n, int parts) const
+{
+    const Team team(parallel->getNumberThreads());
+    team.run([&](int share) {
+        const Slice s = team.even(n, share);
         for (int part = 0; part < parts; ++part) {
             const Y* work = workOf<Y>(*data[static_cast<std::size_t>(part)]);
             for (unsigned long i = s.from; i < s.to; ++i)
@@ -245,28 +302,56 @@ void ParallelSparse::updateResultVector(Y* y, unsigned long len, int parts, int 
     });
 }
 
-/// Each share adds into its own rows.
-template <bool Minus, class T, class Y, class X>
-void ParallelSparse::blockMultiply(const llsparse<T>& s, Y* y, const X* x, Trans_t trans, int shares)
+/// work(d) for each share that owns rows.
+template <class Work>
+void ParallelSparse::inBlocks(const Work& work) const
 {
-    Team(shares).run([&](int share) {
+    Team(blockShares).run([&](int share) {
         const ParallelSparseData& d = *data[static_cast<std::size_t>(share)];
-        if (d.getStartRows() == d.getStopRows())
-            return; // an empty range at the front would read as "all columns"
-        if constexpr (Minus)
-            s.yMinusAMulx(y, x, trans, d.getProcCol(), d.getNCol(), d.getStartCol(), d.getStopCol(), d.getStartRows(),
-                          d.getStopRows());
-        else
-            s.yPlusAMulx(y, x, trans, d.getProcCol(), d.getNCol(), d.getStartCol(), d.getStopCol(), d.getStartRows(),
-                         d.getStopRows());
+        if (d.getStartRows() < d.getStopRows())
+            work(d);
     });
+}
+
+/// The shares of a product: product(cols, ncols, starts, ends, from, to) for the columns before the whole ones, for these
+/// without a list, and for those behind them. Columns keep their order, and so do the additions to each element.
+template <class Product>
+void ParallelSparse::multiplyBlocks(const Product& product) const
+{
+    inBlocks([&](const ParallelSparseData& d) {
+        const unsigned long head = d.getWholeStart(), tail = d.getWholeStop(), end = d.getNCol();
+        const auto listed = [&](unsigned long k, unsigned long stop, unsigned long from, unsigned long to) {
+            if (k < stop || from < to) // an empty range at the front would read as "all columns"
+                product(d.getProcCol() + k, stop - k, d.getStartCol() + k, d.getStopCol() + k, from, to);
+        };
+        if (head == tail) {
+            listed(0, end, d.getStartRows(), d.getStopRows());
+            return;
+        }
+        const unsigned long first = d.getProcCol()[head], last = d.getProcCol()[tail - 1] + 1;
+        listed(0, head, d.getStartRows(), first);
+        product(nullptr, 0, nullptr, nullptr, first, last);
+        listed(tail, end, last, d.getStopRows());
+    });
+}
+
+template <class T, class Y, class X>
+void ParallelSparse::blockyPlusAMulx(const llsparse<T>& s, Y* y, const X* x, Trans_t trans) const
+{
+    multiplyBlocks([&](auto... share) { s.yPlusAMulx(y, x, trans, share...); });
+}
+
+template <class T, class Y, class X>
+void ParallelSparse::blockyMinusAMulx(const llsparse<T>& s, Y* y, const X* x, Trans_t trans) const
+{
+    multiplyBlocks([&](auto... share) { s.yMinusAMulx(y, x, trans, share...); });
 }
 
 /// Each share computes its own elements of y: one writer and one order of additions.
 template <bool Minus, class T, class Y, class X>
-void ParallelSparse::gatherMultiply(const llsparse<T>& s, Y* y, const X* x, Trans_t trans, int shares)
+void ParallelSparse::gatherMultiply(const llsparse<T>& s, Y* y, const X* x, Trans_t trans) const
 {
-    const Team team(shares);
+    const Team team(parallel->getNumberThreads());
     team.run([&](int share) {
         const Slice own = team.weighted(s.n, s.colPtr, share);
         if (own.from == own.to)
@@ -278,49 +363,63 @@ void ParallelSparse::gatherMultiply(const llsparse<T>& s, Y* y, const X* x, Tran
     });
 }
 
-/// The columns in parts, each into a vector of its own; then their sum.
-template <bool Minus, class T, class Y, class X>
-void ParallelSparse::workMultiply(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans, int parts,
-                                  int shares)
+/// product(work, from, to) with the columns in parts, each part into a zeroed vector of its own.
+template <class Y, class T, class Product>
+void ParallelSparse::inParts(const llsparse<T>& s, unsigned long len, int parts, const Product& product) const
 {
-    const Team team(parts, shares);
+    const Team team(parts, parallel->getNumberThreads());
     team.run([&](int part) {
         Y* work = workOf<Y>(*data[static_cast<std::size_t>(part)]);
         std::fill_n(work, len, Y(0.0));
         const Slice own = team.weighted(s.n, s.colPtr, part);
-        const Scratch<unsigned long> columns(own.to - own.from);
-        for (unsigned long j = own.from; j < own.to; ++j)
-            columns[j - own.from] = j;
-        if (own.from == own.to)
-            return;
-        if constexpr (Minus)
-            s.yMinusAMulx(work, x, trans, columns.get(), own.to - own.from, s.colPtr + own.from,
-                          s.colPtr + own.from + 1, own.from, own.to);
-        else
-            s.yPlusAMulx(work, x, trans, columns.get(), own.to - own.from, s.colPtr + own.from, s.colPtr + own.from + 1,
-                         own.from, own.to);
+        if (own.from < own.to)
+            product(work, own.from, own.to);
     });
-    updateResultVector(y, len, parts, shares);
+}
+
+template <class T, class Y, class X>
+void ParallelSparse::workPlusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans,
+                                   int parts) const
+{
+    inParts<Y>(s, len, parts, [&](Y* work, unsigned long from, unsigned long to) {
+        s.yPlusAMulx(work, x, trans, nullptr, 0, nullptr, nullptr, from, to);
+    });
+    updateResultVector(y, len, parts);
+}
+
+template <class T, class Y, class X>
+void ParallelSparse::workMinusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans,
+                                    int parts) const
+{
+    inParts<Y>(s, len, parts, [&](Y* work, unsigned long from, unsigned long to) {
+        s.yMinusAMulx(work, x, trans, nullptr, 0, nullptr, nullptr, from, to);
+    });
+    updateResultVector(y, len, parts);
 }
 
 template <bool Minus>
 bool ParallelSparse::multiply(Matrix<1>& y, const Sparse& A, const VectorView& x, Trans_t trans)
 {
     const Busy hold(*this);
-    const int shares = teamSize(A.getNnz());
-    if (!hold || shares < 2)
+    if (!hold)
+        return false;
+    const int shares = chooseThreads(A.getNnz());
+    if (shares < 2)
         return false;
     const bool gathers = onlyGathers(A, trans), blocked = !gathers && isBlocked(A, shares, trans);
     const int parts = partialVectors(A);
     if (!blocked && !gathers)
         setWorkArray(A, y.isReal() && A.isReal() && x.isReal(), parts);
-    withProductTypes(y, A, x, [&](const auto& s, auto* yData, const auto* xData) {
-        if (gathers)
-            gatherMultiply<Minus>(s, yData, xData, trans, shares);
-        else if (blocked)
-            blockMultiply<Minus>(s, yData, xData, trans, shares);
-        else
-            workMultiply<Minus>(s, yData, xData, y.size(), trans, parts, shares);
+    utils->timed("products", [&] {
+        withProductTypes(y, A, x, [&](const auto& s, auto* yData, const auto* xData) {
+            if (gathers)
+                gatherMultiply<Minus>(s, yData, xData, trans);
+            else if (blocked)
+                Minus ? blockyMinusAMulx(s, yData, xData, trans) : blockyPlusAMulx(s, yData, xData, trans);
+            else
+                Minus ? workMinusAMulx(s, yData, xData, y.size(), trans, parts)
+                      : workPlusAMulx(s, yData, xData, y.size(), trans, parts);
+        });
     });
     return true;
 }
@@ -348,8 +447,9 @@ void ParallelSparse::yPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<2>& 
 /// The pipeline: in stage p the owner of rows p sweeps them, in the serial order of the unknowns; the others bring the
 /// corrections of the stage before, now final, into their own rows. A thread writes only r and x of its own rows.
 template <class T, class R>
-void ParallelSparse::blockSORIt(const llsparse<T>& s, R* r, R* x, double omega, bool reverse, int shares)
+void ParallelSparse::blockSORIt(const llsparse<T>& s, R* r, R* x, double omega, bool reverse) const
 {
+    const int shares = blockShares;
     std::vector<Slice> pending(static_cast<std::size_t>(shares), Slice{0, 0});
     const auto apply = [&](int p, Slice range, bool scatterOnly) {
         const ParallelSparseData& d = *data[static_cast<std::size_t>(p)];
@@ -379,20 +479,30 @@ void ParallelSparse::blockSORIt(const llsparse<T>& s, R* r, R* x, double omega, 
 
 /// The updater only reads corrections: with a copy of them it is a product, one writer a row.
 template <class T, class R>
-void ParallelSparse::blockSORUpdater(const llsparse<T>& s, R* u, const R* t, double omega, bool reverse, int shares)
+void ParallelSparse::blockSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse)
 {
-    Team(shares).run([&](int share) {
-        const ParallelSparseData& d = *data[static_cast<std::size_t>(share)];
+    const R* t = copyToResult(u, s.n);
+    inBlocks([&](const ParallelSparseData& d) {
         s.SORUpdater(u, t, omega, reverse, d.getProcCol(), d.getNCol(), d.getStartCol(), d.getStopCol(),
                      d.getStartRows(), d.getStopRows());
     });
 }
 
+/// In two passes: what an owner's step overwrites with the residual, later stages still need as a correction.
+template <class T, class R>
+void ParallelSparse::blockSORItUpdater(const llsparse<T>& s, R* r, R* x, double omega, bool reverse)
+{
+    resultVector<R>(s.n); // the last allocation comes before the first change
+    blockSORIt(s, r, x, omega, reverse);
+    blockSORUpdater(s, r, omega, !reverse);
+}
+
 /// The same for a store by rows, which only gathers: any division of the rows will do.
 template <class T, class R>
-void ParallelSparse::gatherSORUpdater(const llsparse<T>& s, R* u, const R* t, double omega, bool reverse, int shares)
+void ParallelSparse::gatherSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse)
 {
-    const Team team(shares);
+    const R* t = copyToResult(u, s.n);
+    const Team team(parallel->getNumberThreads());
     team.run([&](int share) {
         const Slice own = team.weighted(s.n, s.colPtr, share);
         s.SORUpdater(u, t, omega, reverse, nullptr, 0, nullptr, nullptr, own.from, own.to);
@@ -400,44 +510,61 @@ void ParallelSparse::gatherSORUpdater(const llsparse<T>& s, R* u, const R* t, do
 }
 
 template <class T, class R>
-void ParallelSparse::workSORUpdater(const llsparse<T>& s, R* u, const R* t, double omega, bool reverse, int parts,
-                                    int shares)
+void ParallelSparse::workSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse, int parts)
 {
-    const Team team(parts, shares);
-    team.run([&](int part) {
-        R* work = workOf<R>(*data[static_cast<std::size_t>(part)]);
-        std::fill_n(work, s.n, R(0.0));
-        const Slice own = team.weighted(s.n, s.colPtr, part);
-        s.SORUpdater(work, t, omega, reverse, nullptr, 0, nullptr, nullptr, own.from, own.to);
+    const R* t = copyToResult(u, s.n);
+    zero(u, s.n);
+    inParts<R>(s, s.n, parts, [&](R* work, unsigned long from, unsigned long to) {
+        s.SORUpdater(work, t, omega, reverse, nullptr, 0, nullptr, nullptr, from, to);
     });
-    std::fill_n(u, s.n, R(0.0));
-    updateResultVector(u, s.n, parts, shares);
+    updateResultVector(u, s.n, parts);
 }
 
-int ParallelSparse::SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse)
+/// serial(s, type), or blocked(s, type) where the block structure serves.
+template <class Serial, class Blocked>
+int ParallelSparse::sweep(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const Serial& serial, const Blocked& blocked)
 {
     const Busy hold(*this);
-    const int shares = hold ? teamSize(A.getNnz()) : 1;
-    const bool blocked = shares > 1 && A.getSymm() != RowStored && isBlocked(A, shares, NoTrans);
+    const int shares = hold ? chooseThreads(A.getNnz()) : 1;
+    const bool inBlocks = shares > 1 && A.getSymm() != RowStored && isBlocked(A, shares, NoTrans);
     return withSweepTypes(A, [&](const auto& s, auto type) {
-        using R = decltype(type);
-        if (!blocked)
-            return s.SORIt(writable<R>(r), writable<R>(x), omega, reverse);
-        blockSORIt(s, writable<R>(r), writable<R>(x), omega, reverse, shares);
+        if (!inBlocks)
+            return serial(s, type);
+        utils->timed("sweeps", [&] { blocked(s, type); });
         return -1;
     }, r, x);
 }
 
+int ParallelSparse::SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse)
+{
+    return sweep(A, r, x,
+                 [&](const auto& s, auto type) {
+                     using R = decltype(type);
+                     return s.SORIt(writable<R>(r), writable<R>(x), omega, reverse);
+                 },
+                 [&](const auto& s, auto type) {
+                     using R = decltype(type);
+                     blockSORIt(s, writable<R>(r), writable<R>(x), omega, reverse);
+                 });
+}
+
 int ParallelSparse::SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse)
 {
-    SORIt(A, r, x, omega, reverse);
-    return SORUpdater(A, r, omega, !reverse);
+    return sweep(A, r, x,
+                 [&](const auto& s, auto type) {
+                     using R = decltype(type);
+                     return s.SORItUpdater(writable<R>(r), writable<R>(x), omega, reverse);
+                 },
+                 [&](const auto& s, auto type) {
+                     using R = decltype(type);
+                     blockSORItUpdater(s, writable<R>(r), writable<R>(x), omega, reverse);
+                 });
 }
 
 int ParallelSparse::SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool reverse)
 {
     const Busy hold(*this);
-    const int shares = hold ? teamSize(A.getNnz()) : 1;
+    const int shares = hold ? chooseThreads(A.getNnz()) : 1;
     if (shares < 2)
         return withSweepTypes(A, [&](const auto& s, auto type) {
             return s.SORUpdater(writable<decltype(type)>(u), omega, reverse);
@@ -446,19 +573,18 @@ int ParallelSparse::SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool
     const int parts = partialVectors(A);
     if (!byRow && !blocked)
         setWorkArray(A, u.isReal() && A.isReal(), parts);
-    return withSweepTypes(A, [&](const auto& s, auto type) {
-        using R = decltype(type);
-        R* data_ = writable<R>(u);
-        const Scratch<R> t(u.size());
-        std::copy_n(data_, u.size(), t.get());
-        if (byRow)
-            gatherSORUpdater(s, data_, t.get(), omega, reverse, shares);
-        else if (blocked)
-            blockSORUpdater(s, data_, t.get(), omega, reverse, shares);
-        else
-            workSORUpdater(s, data_, t.get(), omega, reverse, parts, shares);
-        return -1;
-    }, u);
+    return utils->timed("sweeps", [&] {
+        return withSweepTypes(A, [&](const auto& s, auto type) {
+            auto* uData = writable<decltype(type)>(u);
+            if (byRow)
+                gatherSORUpdater(s, uData, omega, reverse);
+            else if (blocked)
+                blockSORUpdater(s, uData, omega, reverse);
+            else
+                workSORUpdater(s, uData, omega, reverse, parts);
+            return -1;
+        }, u);
+    });
 }
 
 int ParallelSparse::JacobiIts(const Matrix<1>& r, const Sparse& A, Matrix<1>& x, double omega)
@@ -466,7 +592,7 @@ int ParallelSparse::JacobiIts(const Matrix<1>& r, const Sparse& A, Matrix<1>& x,
     Matrix<1> residual = r;
     return withSweepTypes(A, [&](const auto& s, auto type) {
         using R = decltype(type);
-        const Team team(teamSize(A.getN()));
+        const Team team = Team::ofWork(A.getN());
         R* xData = writable<R>(x);
         const R* rData = readable<R>(residual);
         team.run([&](int share) {

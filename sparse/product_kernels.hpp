@@ -20,24 +20,28 @@ struct ColumnView
     const T* val;
 };
 
-/// The columns 0 .. n - 1 of a store, whole.
+/// The columns first .. first + count - 1 of a store, whole; offsets are those of the first one on.
 template <class I>
-struct AllColumns
+struct WholeColumns
 {
-    const I* colPtr;
-    unsigned long n;
+    const I* offsets;
+    unsigned long first, count;
 
-    unsigned long size() const { return n; }
-    unsigned long column(unsigned long k) const { return k; }
-    unsigned long begin(unsigned long k) const { return colPtr[k]; }
-    unsigned long end(unsigned long k) const { return colPtr[k + 1]; }
+    WholeColumns(const I* colPtr, unsigned long from, unsigned long to)
+        : offsets(colPtr + from), first(from), count(to - from)
+    {
+    }
+    unsigned long size() const { return count; }
+    unsigned long column(unsigned long k) const { return first + k; }
+    unsigned long begin(unsigned long k) const { return static_cast<unsigned long>(offsets[k]); }
+    unsigned long end(unsigned long k) const { return static_cast<unsigned long>(offsets[k + 1]); }
 };
 
 /// A list of columns, of each the positions inside the rows of one thread.
 struct ListedColumns
 {
-    const unsigned long *cols, *starts, *ends;
-    unsigned long count;
+    const unsigned long *cols = nullptr, *starts = nullptr, *ends = nullptr;
+    unsigned long count = 0;
 
     unsigned long size() const { return count; }
     unsigned long column(unsigned long k) const { return cols[k]; }
@@ -55,12 +59,25 @@ inline void accumulate(Y& y, const Z& term)
         y += term;
 }
 
+/// Asks for entries well ahead of the range: the processor's own prefetching loses its place at every short column.
+template <class T, class I>
+inline void prefetchEntries(const I* row, const T* val, unsigned long begin, unsigned long end)
+{
+    constexpr unsigned long ahead = 256, line = 64 / sizeof(T);
+    for (unsigned long p = begin; p < end; p += line) {
+        __builtin_prefetch(row + p + ahead);
+        __builtin_prefetch(val + p + ahead);
+    }
+}
+
 template <bool Minus, bool Conj, class T, class I, class Y, class X, class Columns>
 inline void scatterColumn(const ColumnView<T, I>& s, Y* __restrict y, const X& xj, const Columns& columns, unsigned long k)
 {
     const I* __restrict row = s.row;
     const T* __restrict val = s.val;
-    for (unsigned long p = columns.begin(k), end = columns.end(k); p < end; ++p)
+    const unsigned long begin = columns.begin(k), end = columns.end(k);
+    prefetchEntries(row, val, begin, end);
+    for (unsigned long p = begin; p < end; ++p)
         accumulate<Minus>(y[row[p]], mul(conjugateIf<Conj>(val[p]), xj));
 }
 
@@ -71,7 +88,9 @@ inline void gatherColumn(const ColumnView<T, I>& s, Y* __restrict y, const X* __
     const I* __restrict row = s.row;
     const T* __restrict val = s.val;
     decltype(mul(val[0], x[0])) sum{};
-    for (unsigned long p = s.colPtr[j], end = s.colPtr[j + 1]; p < end; ++p)
+    const auto begin = static_cast<unsigned long>(s.colPtr[j]), end = static_cast<unsigned long>(s.colPtr[j + 1]);
+    prefetchEntries(row, val, begin, end);
+    for (unsigned long p = begin; p < end; ++p)
         sum += mul(conjugateIf<Conj>(val[p]), x[row[p]]);
     accumulate<Minus>(y[j], sum);
 }

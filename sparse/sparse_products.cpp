@@ -13,20 +13,33 @@ ColumnView<T> viewOf(const llsparse<T>& s)
     return {s.n, s.colPtr, s.row, s.val};
 }
 
+/// One thread's share; without a list, the columns from .. to - 1.
+template <bool Minus, class T, class Y, class X>
+void multiplyShare(const llsparse<T>& s, Y* y, const X* x, Trans_t trans, const ListedColumns& list, unsigned long from,
+                   unsigned long to)
+{
+    if (to == 0)
+        to = s.n;
+    if (list.cols)
+        multiply<Minus>(viewOf(s), s.symm, y, x, trans, list, from, to);
+    else
+        multiply<Minus>(viewOf(s), s.symm, y, x, trans, WholeColumns<unsigned long>(s.colPtr, from, to), from, to);
+}
+
 } // namespace
 
 template <class T>
 template <class Y, class X>
 void llsparse<T>::yPlusAMulx(Y* y, const X* x, Trans_t trans) const
 {
-    multiply<false>(viewOf(*this), symm, y, x, trans, AllColumns<unsigned long>{colPtr, n}, 0, n);
+    multiplyShare<false>(*this, y, x, trans, {}, 0, n);
 }
 
 template <class T>
 template <class Y, class X>
 void llsparse<T>::yMinusAMulx(Y* y, const X* x, Trans_t trans) const
 {
-    multiply<true>(viewOf(*this), symm, y, x, trans, AllColumns<unsigned long>{colPtr, n}, 0, n);
+    multiplyShare<true>(*this, y, x, trans, {}, 0, n);
 }
 
 template <class T>
@@ -35,7 +48,7 @@ void llsparse<T>::yPlusAMulx(Y* y, const X* x, Trans_t trans, const unsigned lon
                              const unsigned long* starts, const unsigned long* ends, unsigned long from,
                              unsigned long to) const
 {
-    multiply<false>(viewOf(*this), symm, y, x, trans, ListedColumns{cols, starts, ends, ncols}, from, to == 0 ? n : to);
+    multiplyShare<false>(*this, y, x, trans, {cols, starts, ends, ncols}, from, to);
 }
 
 template <class T>
@@ -44,7 +57,7 @@ void llsparse<T>::yMinusAMulx(Y* y, const X* x, Trans_t trans, const unsigned lo
                               const unsigned long* starts, const unsigned long* ends, unsigned long from,
                               unsigned long to) const
 {
-    multiply<true>(viewOf(*this), symm, y, x, trans, ListedColumns{cols, starts, ends, ncols}, from, to == 0 ? n : to);
+    multiplyShare<true>(*this, y, x, trans, {cols, starts, ends, ncols}, from, to);
 }
 
 #define QX_INSTANTIATE(T, Y, X)                                                                                       \

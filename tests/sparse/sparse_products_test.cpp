@@ -326,6 +326,25 @@ TEST(ParallelSparse, BlockDataListColumnsAndPositionsOfEachRowRange)
     EXPECT_EQ(covered, A.getNnz());
 }
 
+TEST(ParallelSparse, ColumnsThatLieInOneRowRangeWholeAreKnown)
+{
+    // Tridiagonal, 12 unknowns, 34 entries on two threads: the range ends cut the columns beside them.
+    std::vector<Entry> list;
+    for (Index j = 0; j < 12; ++j)
+        for (Index i = j > 0 ? j - 1 : 0; i < std::min<Index>(j + 2, 12); ++i)
+            list.push_back({i, j, 1.0});
+    Sparse A = sparseOf(12, 12, list);
+    A.format(FormSorted, false);
+    ParallelSparse p;
+    ASSERT_TRUE(p.isBlocked(A, 2, NoTrans));
+    for (int t : {0, 1}) {
+        const ParallelSparseData& d = p.getData(t);
+        const Index* cols = d.getProcCol();
+        EXPECT_EQ(cols[d.getWholeStart()], t == 0 ? 0 : d.getStartRows() + 1);
+        EXPECT_EQ(cols[d.getWholeStop() - 1] + 1, t == 0 ? d.getStopRows() - 1 : 12);
+    }
+}
+
 TEST(ParallelSparse, OneDenseColumnLeavesThreadsWithoutRowsAndIsStillRight)
 {
     const Threads five(5);
@@ -345,18 +364,19 @@ TEST(ParallelSparse, OneDenseColumnLeavesThreadsWithoutRowsAndIsStillRight)
 TEST(ParallelSparse, RequiredQuirkWorkVectorsKeepAReserveOfAThousand)
 {
     Sparse A = randomSparse(60, 50, 400, true, Unsymmetric, 5);
-    ParallelSparseData d(0);
+    ParallelSparse owner;
+    ParallelSparseData d(owner, 0);
     d.setWorkArray(A, true);
     const double* before = d.getCurrentWorkdArray();
 
     const Sparse larger = Sparse().zeros(1060, 1, 0, true), tooLarge = Sparse().zeros(1061, 1, 0, true);
-    EXPECT_TRUE(d.hasWorkArray(larger, true));
-    EXPECT_FALSE(d.hasWorkArray(tooLarge, true));
-    EXPECT_FALSE(d.hasWorkArray(A, false));
+    EXPECT_FALSE(d.changeWorkArray(larger, true));
+    EXPECT_TRUE(d.changeWorkArray(tooLarge, true));
+    EXPECT_TRUE(d.changeWorkArray(A, false));
     d.setWorkArray(larger, true);
     EXPECT_EQ(d.getCurrentWorkdArray(), before); // within the reserve: no new array
     d.setWorkArray(A, true);
-    EXPECT_TRUE(d.hasWorkArray(larger, true)); // never shrinks
+    EXPECT_FALSE(d.changeWorkArray(larger, true)); // never shrinks
 }
 
 TEST(ParallelSparse, StructureChangesRebuildTheBlocksAndValueChangesKeepThem)
@@ -456,6 +476,37 @@ TEST(ParallelSparse, ClearForgetsAndALaterProductIsRight)
 
     EXPECT_FALSE(A.getParallelSparse()->getData(0).isBlocked());
     EXPECT_TRUE(sameBits(product(A, x), wanted));
+}
+
+TEST(ParallelSparse, TimesItsBlocksProductsAndSweeps)
+{
+    const Threads two(2);
+    Sparse A = randomDominant(300, 12000, true, Unsymmetric, 3);
+    A.format(FormSortedDiag, true);
+    const Matrix<1> x = randomVector(300, true, 9);
+    product(A, x), product(A, x);
+    Matrix<1> r = x, z = x;
+    SORIt(A, r, z, 1.0, false);
+    const auto& timers = A.getParallelSparse()->getUtils().getStopwatch().getTimers();
+    EXPECT_EQ(timers.at("blocks").getTurns(), 1); // made once, used three times
+    EXPECT_EQ(timers.at("products").getTurns(), 2);
+    EXPECT_EQ(timers.at("sweeps").getTurns(), 1);
+    EXPECT_GT(timers.at("products").getTotal(), 0.0);
+}
+
+TEST(ParallelSparse, RepeatedOperationsTakeNoMemory)
+{
+    const Threads two(2);
+    for (bool sorted : {true, false}) {
+        Sparse A = randomDominant(300, 12000, true, Unsymmetric, 3);
+        A.format(sorted ? FormSortedDiag : FormDiag, true);
+        const Matrix<1> x = randomVector(300, true, 9);
+        Matrix<1> y(300, true), u(300, true);
+        yPlusAMulx(y, A, x, NoTrans), SORUpdater(A, u, 1.0, false);
+        const long before = liveAllocations();
+        yPlusAMulx(y, A, x, NoTrans), SORUpdater(A, u, 1.0, false);
+        EXPECT_EQ(liveAllocations(), before);
+    }
 }
 
 TEST(ParallelSparse, FailedAllocationsLeaveVectorsAndTheNextCallRight)
@@ -643,6 +694,21 @@ TEST(ExternalSparse, RebuildsItsViewsWhenTheStructureChanges)
     EXPECT_EQ(e.getIntColPtr(A)[5], 4);
     e.clear();
     EXPECT_EQ(e.getIntColPtr(A)[5], 4);
+}
+
+TEST(ExternalSparse, MakingRoomForIndicesForgetsTheOldOnes)
+{
+    const BuiltInKernels on;
+    const Sparse A = sparseOf(3, 2, {{0, 0, 1.0}, {2, 1, 2.0}}), R = sparseOf(3, 2, {{0, 0, 1.0}}, true, RowStored);
+    ExternalSparse e;
+    ASSERT_TRUE(e.isIntRep(A));
+    e.allocIntColPtr(R);
+    e.allocIntRow(R);
+    EXPECT_EQ(e.getIntColPtr(A)[2], 2); // made again
+    EXPECT_EQ(e.getIntRow(A)[1], 2);
+    Array<int, 1> holder;
+    EXPECT_EQ(ExternalSparse::allocate(holder, 7), holder.data());
+    EXPECT_EQ(holder.size(), 7u);
 }
 
 TEST(ExternalSparse, MatricesBeyond32BitsAndFailedCopiesFallBackToTheStore)
