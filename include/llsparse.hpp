@@ -229,7 +229,8 @@ public:
     template <class Y, class X>
     void yMinusAMulx(Y* y, const X* x, Trans_t trans) const;
     /// The share of one thread. Scatter part (y[row] += val x[j]): columns cols[k], k < ncols, positions starts[k] up to
-    /// ends[k]. Gather part (y[j] += sum of val x[row]): columns from .. to - 1; to = 0 means n.
+    /// ends[k]; with cols null, the columns from .. to - 1. Gather part (y[j] += sum of val x[row]): columns from ..
+    /// to - 1; to = 0 means n.
     template <class Y, class X>
     void yPlusAMulx(Y* y, const X* x, Trans_t trans, const unsigned long* cols, unsigned long ncols,
                     const unsigned long* starts, const unsigned long* ends, unsigned long from, unsigned long to) const;
@@ -302,6 +303,38 @@ private:
     void adopt(llsparse& result, bool keepCapacity);
     void keepStoredRows(const unsigned long* keep, unsigned long count);
     void keepStoredColumns(const unsigned long* keep, unsigned long count);
+
+    // The two passes of sums and products over columns from .. to - 1 of the result. Setup counts the entries of column
+    // j into colPtr[j + 1]; Work writes them, those of column `from` at row[0] and val[0]. marker has one slot a row,
+    // zero before Setup; the same slots go to Work as they are.
+    template <class V, class W>
+    static void llsp_addPrivateSetup(const llsparse<V>& A, const llsparse<W>& B, unsigned long* colPtr,
+                                     std::uint32_t* marker, unsigned long from, unsigned long to);
+    template <class U, class V, class W>
+    static void llsp_addPrivateWork(const U& alpha, const llsparse<V>& A, const llsparse<W>& B,
+                                    const unsigned long* colPtr, unsigned long* row, T* val, std::uint32_t* marker,
+                                    unsigned long from, unsigned long to);
+    template <class U, class V>
+    static void llsp_mulPrivateSetup(const llsparse<U>& A, const llsparse<V>& B, unsigned long* colPtr,
+                                     std::uint32_t* marker, unsigned long from, unsigned long to);
+    template <class U, class V>
+    static void llsp_mulPrivateWork(const llsparse<U>& A, const llsparse<V>& B, const unsigned long* colPtr,
+                                    unsigned long* row, T* val, std::uint32_t* marker, unsigned long from,
+                                    unsigned long to);
+    // A transposed product in two steps: the product in the order of first touch, and its transposition, which sorts.
+    template <class U, class V>
+    void llsp_multPrivateSetup(const llsparse<U>& A, const llsparse<V>& B);
+    void llsp_multPrivateWork(const llsparse& product, Trans_t trans);
+
+    struct TwoPass;
+    template <class Setup>
+    void countColumns(const TwoPass& result, const Setup& setup);
+    template <class Work>
+    void fillColumns(const TwoPass& result, const Work& work);
+    template <class Setup, class Work>
+    void build(const TwoPass& result, const Setup& setup, const Work& work);
+    template <class Setup, class Work>
+    void buildInPlace(const TwoPass& result, const Setup& setup, const Work& work);
 };
 
 /// target = source with zero imaginary parts. With useCount below 2 the source gives up its index arrays and is left

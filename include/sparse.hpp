@@ -44,7 +44,7 @@ public:
 
     /// Real, 0 by 0.
     Sparse();
-    /// Shares the store, kept. Null makes a 0-by-0 matrix.
+    /// Shares the store, kept. Null, and a store without arrays, make a 0-by-0 matrix.
     explicit Sparse(const boost::shared_ptr<RealStore>& store);
     explicit Sparse(const boost::shared_ptr<ComplexStore>& store);
     Sparse(const Sparse& other);
@@ -90,13 +90,14 @@ public:
     /// positive real part.
     bool posDiag() const;
     /// Sets mask[j] = 1 for each logical column j with an entry in logical row k and returns their number; mask (getN).
+    /// No such row: "Internal_error_sparse".
     unsigned long nonZeros(unsigned long k, int* mask) const;
     /// Real parts of the stored values to out (getNnz).
     void getReal(double* out) const;
     /// Column offsets and rows as int to out[0] (stored n + 1) and out[1] (nnz). "Matrix_too_large_for_JNI_interface".
     void getIdx(std::vector<int*>& out) const;
     /// Appends for each entry of a real matrix, logical column by column, (j, i) if its value is positive, else
-    /// (j, -1 - i).
+    /// (j, -1 - i). Complex matrices and sizes beyond int: "Internal_error_sparse".
     void getVectorPair(std::vector<std::pair<int, int>>& out) const;
 
     // --- Construction ---------------------------------------------------------------------------------------------
@@ -205,7 +206,11 @@ private:
     void dropHelpers();
     void copyHelpers(const Sparse& other);
     bool sharesStore(const Sparse& other) const;
-    void concatenate(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long other, bool byColumns);
+    template <class Keep>
+    void select(const Sparse& B, const Keep& keep);
+    void multiply(const Sparse& factor, bool fromLeft, bool inPlace);
+    void hcatPrivate(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long m);
+    void vcatPrivate(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long n);
     template <class Member>
     void scaleByDiagonal(const Matrix<1>& d, unsigned long length, const Member& member);
     template <class V>
@@ -273,13 +278,15 @@ QX_API void selectyPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<2>& x, 
 QX_API void serialyPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<2>& x, Trans_t trans, unsigned long col);
 
 /// Sweeps; r, x and u are promoted if one of them or A is complex. All return -1. A needs FormDiag with a full diagonal:
-/// call A.format(FormDiag, true) first. Vectors have A's size (not checked).
+/// call A.format(FormDiag, true) first. Without FormDiag: "Internal_error_sparse"; whether the diagonal is full, and
+/// whether setElem has moved it since, is not looked at. Vectors shorter than A: "Size_vector_sparse_matrix_disagree".
 QX_API int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse);
 QX_API int SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse);
 QX_API int SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool reverse);
 QX_API int JacobiIts(const Sparse& A, const Matrix<1>& r, Matrix<1>& x, double omega);
 /// Over the unknowns listed in idx, never parallel; correction lists as SweepCorrections says: ptr and list name the
-/// entries `later`, ptr2 and list2 those `earlier`.
+/// entries `later`, ptr2 and list2 those `earlier`. Indices out of range: "Internal_error_sparse"; a ptr that does not
+/// have one slot more than idx, or does not fit its list: "Size_vector_sparse_matrix_disagree".
 QX_API int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const Array<unsigned long, 1>& idx, double omega,
                  bool reverse);
 QX_API int SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const Array<unsigned long, 1>& idx, double omega,

@@ -5,10 +5,22 @@
 #include "llsparse.hpp"
 #include "scalar.hpp"
 
+#include <limits>
+#include <new>
+
 namespace qxsparse {
 
 /// Raises "Symmetry_sparse_matrices_disagree" for a RowStored store with an Unsymmetric one.
 void checkMixture(Symm_t a, Symm_t b);
+
+/// a + b, a number of rows or columns. One more must still be countable: std::bad_alloc, as for an array that is too
+/// large.
+inline unsigned long extent(unsigned long a, unsigned long b = 0)
+{
+    if (b >= std::numeric_limits<unsigned long>::max() - a)
+        throw std::bad_alloc();
+    return a + b;
+}
 
 } // namespace qxsparse
 

@@ -57,13 +57,13 @@ Sparse::Sparse()
 
 Sparse::Sparse(const boost::shared_ptr<RealStore>& store) : Sparse()
 {
-    if (store)
+    if (store && store->colPtr)
         dSp = store;
 }
 
 Sparse::Sparse(const boost::shared_ptr<ComplexStore>& store) : Sparse()
 {
-    if (store)
+    if (store && store->colPtr)
         install(store);
 }
 
@@ -359,6 +359,8 @@ bool Sparse::posDiag() const
 
 unsigned long Sparse::nonZeros(unsigned long k, int* mask) const
 {
+    if (k >= getM())
+        QX_RAISE("sparse", "Internal_error_sparse");
     return visitStore(*this, [&](const auto& s) {
         unsigned long count = 0;
         const auto mark = [&](unsigned long j) {
@@ -401,7 +403,8 @@ void Sparse::getIdx(std::vector<int*>& out) const
 void Sparse::getVectorPair(std::vector<std::pair<int, int>>& out) const
 {
     guarded([&] {
-        if (!real)
+        constexpr unsigned long limit = std::numeric_limits<int>::max();
+        if (!real || getM() > limit || getN() > limit)
             QX_RAISE("sparse", "Internal_error_sparse");
         const Sparse byColumn = convertToCol(*this);
         const RealStore& s = *byColumn.dSp;

@@ -1,9 +1,8 @@
 // Sums of stores.
 
 #include "llsparse_detail.hpp"
-#include "merge_in_place.hpp"
 #include "qxexception.hpp"
-#include "team.hpp"
+#include "two_pass.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -108,61 +107,38 @@ unsigned long addColumn(const U& alpha, const llsparse<V>& A, const llsparse<W>&
     return count;
 }
 
-/// Counts: counts[j + 1] for the columns of a slice. The markers hold no value above the first column's number.
-template <class V, class W>
-void llsp_addPrivateSetup(const llsparse<V>& A, const llsparse<W>& B, unsigned long* counts, std::uint32_t* marker,
-                          Slice s)
-{
-    for (unsigned long j = s.from; j < s.to; ++j)
-        counts[j + 1] = sameColumn(A, B, j) ? A.colPtr[j + 1] - A.colPtr[j] : countColumn(A, B, j, marker);
-}
-
-/// Entries of the columns of a slice. The markers are those of the counting pass: no value exceeds the column count n,
-/// so that places counted from n on need no clearing in between.
-template <class U, class V, class W, class R>
-void llsp_addPrivateWork(const U& alpha, const llsparse<V>& A, const llsparse<W>& B, const unsigned long* colPtr,
-                         unsigned long* row, R* val, std::uint32_t* marker, Slice s)
-{
-    for (unsigned long j = s.from; j < s.to; ++j)
-        addColumn(alpha, A, B, j, marker, static_cast<std::uint32_t>(A.n + colPtr[j]), row + colPtr[j],
-                  val + colPtr[j]);
-}
-
-/// alpha A + B into fresh arrays of result.
-template <class U, class V, class W, class R>
-void sum(const U& alpha, const llsparse<V>& A, const llsparse<W>& B, llsparse<R>& result)
-{
-    const Team team = Team::ofWork(A.nnz() + B.nnz());
-    const Markers markers(team, A.m);
-    result.m = A.m;
-    result.n = A.n;
-    result.symm = symmetryOfSum(A.symm, B.symm);
-    result.form = FormNone;
-    result.allocColPtr();
-    result.colPtr[0] = 0;
-    team.run([&](int share) {
-        llsp_addPrivateSetup(A, B, result.colPtr, markers.make(share), team.weighted(A.n, A.colPtr, share));
-    });
-    runningSum(result.colPtr, result.n);
-    result.nzmax = result.nnz();
-    result.allocRow();
-    result.allocVal();
-    team.run([&](int share) {
-        llsp_addPrivateWork(alpha, A, B, result.colPtr, result.row, result.val, markers.of(share),
-                            team.weighted(A.n, A.colPtr, share));
-    });
-}
-
 } // namespace
+
+template <class T>
+template <class V, class W>
+void llsparse<T>::llsp_addPrivateSetup(const llsparse<V>& A, const llsparse<W>& B, unsigned long* colPtr_,
+                                       std::uint32_t* marker, unsigned long from, unsigned long to)
+{
+    for (unsigned long j = from; j < to; ++j)
+        colPtr_[j + 1] = sameColumn(A, B, j) ? A.colPtr[j + 1] - A.colPtr[j] : countColumn(A, B, j, marker);
+}
+
+/// No mark of the counting pass exceeds the column count n: places are counted from n on, and need no clearing in between.
+template <class T>
+template <class U, class V, class W>
+void llsparse<T>::llsp_addPrivateWork(const U& alpha, const llsparse<V>& A, const llsparse<W>& B,
+                                      const unsigned long* colPtr_, unsigned long* row_, T* val_,
+                                      std::uint32_t* marker, unsigned long from, unsigned long to)
+{
+    for (unsigned long j = from; j < to; ++j) {
+        const unsigned long place = colPtr_[j] - colPtr_[from];
+        addColumn(alpha, A, B, j, marker, static_cast<std::uint32_t>(A.n + colPtr_[j]), row_ + place, val_ + place);
+    }
+}
 
 template <class T>
 template <class U, class V, class W>
 void llsparse<T>::llsp_add(const U& alpha, const llsparse<V>& A, const llsparse<W>& B)
 {
     checkMixture(A.symm, B.symm);
-    llsparse result;
-    sum(alpha, A, B, result);
-    adopt(result, false);
+    build(TwoPass(A.m, A.n, symmetryOfSum(A.symm, B.symm), A.colPtr, A.nnz() + B.nnz()),
+          [&](auto... pass) { llsp_addPrivateSetup(A, B, pass...); },
+          [&](auto... pass) { llsp_addPrivateWork(alpha, A, B, pass...); });
 }
 
 template <class T>
@@ -170,42 +146,9 @@ template <class U, class V>
 void llsparse<T>::llsp_inplaceAdd(const U& alpha, const llsparse<V>& B)
 {
     checkMixture(symm, B.symm);
-    const Team team = Team::ofWork(nnz() + B.nnz());
-    const Markers markers(team, m);
-    boost::shared_ptr<IndexArray> offsets;
-    unsigned long* newColPtr = allocate(offsets, n + 1);
-    newColPtr[0] = 0;
-    team.run([&](int share) {
-        llsp_addPrivateSetup(B, *this, newColPtr, markers.make(share), team.weighted(n, B.colPtr, share));
-    });
-    runningSum(newColPtr, n);
-    if (newColPtr[n] > nzmax) {
-        llsparse result;
-        result.m = m;
-        result.n = n;
-        result.symm = symmetryOfSum(B.symm, symm);
-        result.form = FormNone;
-        result.setColPtr(offsets);
-        result.nzmax = newColPtr[n];
-        result.allocRow();
-        result.allocVal();
-        team.run([&](int share) {
-            llsp_addPrivateWork(alpha, B, *this, newColPtr, result.row, result.val, markers.of(share),
-                                team.weighted(n, B.colPtr, share));
-        });
-        adopt(result, false);
-        return;
-    }
-    // Marks of a counting pass never exceed n, whichever columns it covered: any share's area serves.
-    std::uint32_t* marker = markers.of(0);
-    mergeInPlace(*this, newColPtr, [&](unsigned long j, unsigned long* mergedRow, T* mergedVal) {
-        addColumn(alpha, B, *this, j, marker, static_cast<std::uint32_t>(n + newColPtr[j]), mergedRow, mergedVal);
-    });
-    symm = symmetryOfSum(B.symm, symm);
-    form = FormNone;
-    diagArray.reset();
-    diag = nullptr;
-    setColPtr(offsets);
+    buildInPlace(TwoPass(m, n, symmetryOfSum(B.symm, symm), B.colPtr, nnz() + B.nnz()),
+                 [&](auto... pass) { llsp_addPrivateSetup(B, *this, pass...); },
+                 [&](auto... pass) { llsp_addPrivateWork(alpha, B, *this, pass...); });
 }
 
 #define QX_INSTANTIATE(T, U, V, W)                                                                                    \

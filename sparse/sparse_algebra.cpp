@@ -1,10 +1,12 @@
 // Sums, products, scaling and concatenation of matrices.
 
+#include "llsparse_detail.hpp"
 #include "sparse_detail.hpp"
 
 #include <algorithm>
 
 using namespace qxsparse;
+using SparseList = std::vector<boost::shared_ptr<Sparse>>;
 
 namespace {
 
@@ -76,39 +78,50 @@ void Sparse::addMat(Complex alpha, const Sparse& B, bool inPlace)
     });
 }
 
+/// The selection B keeps rows or columns of this matrix: keep(store, list, length of the list).
+template <class Keep>
+void Sparse::select(const Sparse& B, const Keep& keep)
+{
+    const Sparse list = B; // stays if B is this matrix
+    makeUnique();
+    clearAuxData();
+    visitStore(*this, [&](auto& s) { keep(s, list.getRow(), list.getNnz()); });
+    trim(0.95);
+}
+
+/// this = factor this, or this factor, of checked operands.
+void Sparse::multiply(const Sparse& factor, bool fromLeft, bool inPlace)
+{
+    if (!inPlace || (real && !factor.real) || sharesStore(factor)) {
+        *this = fromLeft ? factor * *this : *this * factor;
+        return;
+    }
+    makeUnique();
+    clearAuxData();
+    // A row store holds the transpose: its product from the left is one of the store from the right.
+    const bool storeFromLeft = fromLeft != (isRowStored(*this) || isRowStored(factor));
+    const auto apply = [&](auto& s, const auto& b) {
+        storeFromLeft ? s.llsp_inplaceMulLeftPrivate(b) : s.llsp_inplaceMulRightPrivate(b);
+    };
+    if (real)
+        apply(*dSp, *factor.dSp);
+    else
+        visitStore(factor, [&](const auto& b) { apply(*zSp, b); });
+    trim(0.95);
+}
+
 void Sparse::multLeft(const Sparse& B, Trans_t trans, bool inPlace)
 {
     guarded([&] {
         checkMixture(*this, B);
         if (trans != NoTrans && B.getSymm() == Unsymmetric && B.isSimple()) {
             checkSizes(getM() == B.getM());
-            const Sparse selection = B; // keeps the list if B is this matrix
-            makeUnique();
-            clearAuxData();
-            visitStore(*this, [&](auto& s) { s.llsp_removeRows(selection.getRow(), selection.getNnz()); });
-            trim(0.95);
+            select(B, [](auto& s, const auto* keep, auto count) { s.llsp_removeRows(keep, count); });
             return;
         }
         const Sparse left = transpose(B, trans);
         checkProduct(left, *this);
-        if (!inPlace || (real && !left.real) || sharesStore(left)) {
-            *this = left * *this;
-            return;
-        }
-        makeUnique();
-        clearAuxData();
-        // A row store holds the transpose: its product from the left is one of the store from the right.
-        const auto apply = [&](auto& s, const auto& b) {
-            if (isRowStored(*this) || isRowStored(left))
-                s.llsp_inplaceMulRightPrivate(b);
-            else
-                s.llsp_inplaceMulLeftPrivate(b);
-        };
-        if (real)
-            apply(*dSp, *left.dSp);
-        else
-            visitStore(left, [&](const auto& b) { apply(*zSp, b); });
-        trim(0.95);
+        multiply(left, true, inPlace);
     });
 }
 
@@ -116,31 +129,10 @@ void Sparse::mulRight(const Sparse& B, bool inPlace)
 {
     guarded([&] {
         checkProduct(*this, B);
-        if (B.getSymm() == Unsymmetric && B.isSimple()) {
-            const Sparse selection = B;
-            makeUnique();
-            clearAuxData();
-            visitStore(*this, [&](auto& s) { s.llsp_removeCols(selection.getRow(), selection.getNnz()); });
-            trim(0.95);
-            return;
-        }
-        if (!inPlace || (real && !B.real) || sharesStore(B)) {
-            *this = *this * B;
-            return;
-        }
-        makeUnique();
-        clearAuxData();
-        const auto apply = [&](auto& s, const auto& b) {
-            if (isRowStored(*this) || isRowStored(B))
-                s.llsp_inplaceMulLeftPrivate(b);
-            else
-                s.llsp_inplaceMulRightPrivate(b);
-        };
-        if (real)
-            apply(*dSp, *B.dSp);
+        if (B.getSymm() == Unsymmetric && B.isSimple())
+            select(B, [](auto& s, const auto* keep, auto count) { s.llsp_removeCols(keep, count); });
         else
-            visitStore(B, [&](const auto& b) { apply(*zSp, b); });
-        trim(0.95);
+            multiply(B, false, inPlace);
     });
 }
 
@@ -224,70 +216,100 @@ void Sparse::sign()
     });
 }
 
-void Sparse::hcat(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long m)
+namespace {
+
+/// Lists of row stores join the other way round.
+bool joinsRowStores(const Sparse& target, const SparseList& list)
 {
-    concatenate(list, m, true);
+    return isRowStored(target) || (!list.empty() && list.front() && isRowStored(*list.front()));
 }
 
-void Sparse::vcat(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long n)
+/// An empty store of the type, size and capacity that the members take side by side or on top of one another, all in
+/// terms of the stored matrices; `other` is the dimension that they share.
+Sparse roomFor(const Sparse& target, const SparseList& list, unsigned long other, bool sideBySide)
 {
-    concatenate(list, n, false);
+    const bool byRow = joinsRowStores(target, list);
+    unsigned long count = 0, joined = 0;
+    bool allReal = true, sorted = true;
+    for (const auto& member : list) {
+        if (!member)
+            QX_RAISE("sparse", "Internal_error_sparse");
+        checkMixture(target, *member);
+        const bool acrossColumns = sideBySide != byRow; // of the logical matrices
+        checkSizes((acrossColumns ? member->getM() : member->getN()) <= other);
+        count += member->getNnz();
+        joined = extent(joined, acrossColumns ? member->getN() : member->getM());
+        allReal = allReal && member->isReal();
+        sorted = sorted && (member->getForm() & FormSorted);
+    }
+    Sparse result;
+    result.zeros(sideBySide ? other : joined, sideBySide ? joined : other, count, allReal);
+    result.setSymm(byRow ? RowStored : Unsymmetric);
+    result.setForm(sorted ? FormSorted : FormNone);
+    return result;
 }
 
-/// `other` is the dimension that the members share. For row stores the stored matrices join the other way round.
-void Sparse::concatenate(const std::vector<boost::shared_ptr<Sparse>>& list, unsigned long other, bool byColumns)
+/// Copies column j of a member behind the first `end` entries of s, rows moved down by `shift`. A complex member never
+/// meets a real s.
+template <class S, class M>
+void appendColumn(S& s, const M& member, unsigned long j, unsigned long shift, unsigned long& end)
 {
-    guarded([&] {
-        unsigned long count = 0, joined = 0;
-        bool allReal = true, sorted = true;
-        for (const auto& member : list) {
-            checkMixture(*this, *member);
-            checkSizes((byColumns ? member->getM() : member->getN()) <= other);
-            count += member->getNnz();
-            joined += byColumns ? member->getN() : member->getM();
-            allReal = allReal && member->real;
-            sorted = sorted && (member->getForm() & FormSorted);
+    for (unsigned long p = member.colPtr[j]; p < member.colPtr[j + 1]; ++p) {
+        s.row[end] = member.row[p] + shift;
+        if constexpr (requires { s.val[end] = member.val[p]; })
+            s.val[end] = member.val[p];
+        ++end;
+    }
+}
+
+} // namespace
+
+void Sparse::hcat(const SparseList& list, unsigned long m)
+{
+    guarded([&] { joinsRowStores(*this, list) ? vcatPrivate(list, m) : hcatPrivate(list, m); });
+}
+
+void Sparse::vcat(const SparseList& list, unsigned long n)
+{
+    guarded([&] { joinsRowStores(*this, list) ? hcatPrivate(list, n) : vcatPrivate(list, n); });
+}
+
+/// The stored matrices side by side, m stored rows.
+void Sparse::hcatPrivate(const SparseList& list, unsigned long m)
+{
+    const Sparse result = roomFor(*this, list, m, true);
+    visitStore(result, [&](auto& s) {
+        unsigned long end = 0, column = 0;
+        for (const auto& A : list)
+            visitStore(*A, [&](const auto& member) {
+                for (unsigned long j = 0; j < member.n; ++j) {
+                    appendColumn(s, member, j, 0, end);
+                    s.colPtr[++column] = end;
+                }
+            });
+        if (s.n > 0)
+            *this = result;
+    });
+}
+
+/// The stored matrices on top of one another, n stored columns.
+void Sparse::vcatPrivate(const SparseList& list, unsigned long n)
+{
+    const Sparse result = roomFor(*this, list, n, false);
+    visitStore(result, [&](auto& s) {
+        unsigned long end = 0;
+        for (unsigned long j = 0; j < s.n; ++j) {
+            unsigned long shift = 0;
+            for (const auto& A : list)
+                visitStore(*A, [&](const auto& member) {
+                    if (j < member.n)
+                        appendColumn(s, member, j, shift, end);
+                    shift += member.m;
+                });
+            s.colPtr[j + 1] = end;
         }
-        if (joined == 0)
-            return;
-        const bool byRow = isRowStored(*this) || (!list.empty() && isRowStored(*list.front()));
-        const bool sideBySide = byColumns != byRow; // of the stored matrices
-        Sparse result;
-        result.zeros(sideBySide ? other : joined, sideBySide ? joined : other, count, allReal);
-        visitStore(result, [&](auto& s) {
-            unsigned long end = 0, column = 0;
-            const auto append = [&](const auto& member, unsigned long j, unsigned long shift) {
-                for (unsigned long p = member.colPtr[j]; p < member.colPtr[j + 1]; ++p) {
-                    s.row[end] = member.row[p] + shift;
-                    if constexpr (requires { s.val[end] = member.val[p]; })
-                        s.val[end] = member.val[p];
-                    ++end;
-                }
-            };
-            if (sideBySide) {
-                for (const auto& A : list)
-                    visitStore(*A, [&](const auto& member) {
-                        for (unsigned long j = 0; j < member.n; ++j) {
-                            append(member, j, 0);
-                            s.colPtr[++column] = end;
-                        }
-                    });
-            } else {
-                for (unsigned long j = 0; j < s.n; ++j) {
-                    unsigned long shift = 0;
-                    for (const auto& A : list)
-                        visitStore(*A, [&](const auto& member) {
-                            if (j < member.n)
-                                append(member, j, shift);
-                            shift += member.m;
-                        });
-                    s.colPtr[j + 1] = end;
-                }
-            }
-            s.symm = byRow ? RowStored : Unsymmetric;
-            s.form = sorted ? FormSorted : FormNone;
-        });
-        *this = result;
+        if (s.m > 0)
+            *this = result;
     });
 }
 
@@ -361,20 +383,30 @@ Sparse transpose(const Sparse& A, Trans_t trans)
     });
 }
 
+namespace {
+
+/// [A, B], or [A; B], of checked operands.
+Sparse joined(const Sparse& A, const Sparse& B, bool byColumns)
+{
+    checkMixture(A, B);
+    const bool sideBySide = byColumns != (isRowStored(A) || isRowStored(B)); // of the stored matrices
+    return visitStore(A, [&](const auto& a) {
+        return visitStore(B, [&](const auto& b) {
+            using Both = Common<ElementOf<std::remove_reference_t<decltype(a)>>,
+                                ElementOf<std::remove_reference_t<decltype(b)>>>;
+            return makeSparse<Both>(
+                [&](auto& s) { sideBySide ? s.llsp_hcatPrivate(a, b) : s.llsp_vcatPrivate(a, b); });
+        });
+    });
+}
+
+} // namespace
+
 Sparse hcat(const Sparse& A, const Sparse& B, bool force)
 {
     return guarded([&] {
         checkSizes(force || A.getM() == B.getM());
-        checkMixture(A, B);
-        const bool byRow = isRowStored(A) || isRowStored(B);
-        return visitStore(A, [&](const auto& a) {
-            return visitStore(B, [&](const auto& b) {
-                using Both = Common<ElementOf<std::remove_reference_t<decltype(a)>>,
-                                    ElementOf<std::remove_reference_t<decltype(b)>>>;
-                return makeSparse<Both>(
-                    [&](auto& s) { byRow ? s.llsp_vcatPrivate(a, b) : s.llsp_hcatPrivate(a, b); });
-            });
-        });
+        return joined(A, B, true);
     });
 }
 
@@ -382,16 +414,7 @@ Sparse vcat(const Sparse& A, const Sparse& B, bool force)
 {
     return guarded([&] {
         checkSizes(force || A.getN() == B.getN());
-        checkMixture(A, B);
-        const bool byRow = isRowStored(A) || isRowStored(B);
-        return visitStore(A, [&](const auto& a) {
-            return visitStore(B, [&](const auto& b) {
-                using Both = Common<ElementOf<std::remove_reference_t<decltype(a)>>,
-                                    ElementOf<std::remove_reference_t<decltype(b)>>>;
-                return makeSparse<Both>(
-                    [&](auto& s) { byRow ? s.llsp_hcatPrivate(a, b) : s.llsp_vcatPrivate(a, b); });
-            });
-        });
+        return joined(A, B, false);
     });
 }
 

@@ -81,6 +81,8 @@ void llsparse<T>::setElem(unsigned long i, unsigned long j, const T& value)
 {
     if (symm == RowStored)
         std::swap(i, j);
+    qxsparse::extent(i, 1);
+    qxsparse::extent(j, 1);
     rowColptrVersion = getNewRowColptrVersion();
 
     if (j >= n) { // new columns up to j: the entry is stored even if it is zero
@@ -228,6 +230,8 @@ void llsparse<T>::reshape(int m_, int n_)
         QX_RAISE("sputil", "Internal_error_sparse");
     if (rows == newRows && columns == newColumns)
         return;
+    if (unsigned long entries; __builtin_mul_overflow(rows, columns, &entries))
+        QX_RAISE("sputil", "Internal_error_sparse");
 
     // New stored place of the entry at stored row i, column j.
     const auto moved = [&](unsigned long i, unsigned long j) {

@@ -6,6 +6,8 @@
 #include "parallelsparse.hpp"
 #include "vector_access.hpp"
 
+#include <algorithm>
+
 using namespace qxsparse;
 
 namespace {
@@ -129,9 +131,27 @@ Matrix<1> operator*(const Sparse& A, const Matrix<1>& x) { return AMulx(A, x, No
 
 // --- Sweeps -------------------------------------------------------------------------------------------------------
 
+namespace {
+
+/// What a sweep would run out of bounds with: short vectors, no diagonal positions.
+template <class... Vectors>
+void checkSweep(const Sparse& A, const Vectors&... vectors)
+{
+    const unsigned long size = std::max(A.getM(), A.getN());
+    if (((vectors.size() < size) || ...))
+        QX_RAISE("sparse", "Size_vector_sparse_matrix_disagree");
+    visitStore(A, [](const auto& s) {
+        if (s.n > 0 && (!(s.form & FormDiag) || !s.diagArray || s.diagArray->size() < s.n))
+            QX_RAISE("sparse", "Internal_error_sparse");
+    });
+}
+
+} // namespace
+
 int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse)
 {
     return guarded([&] {
+        checkSweep(A, r, x);
         if (goesParallel(A))
             return A.getParallelSparse()->SORIt(A, r, x, omega, reverse);
         return withSweepTypes(A, [&](const auto& s, auto type) {
@@ -144,6 +164,7 @@ int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool revers
 int SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse)
 {
     return guarded([&] {
+        checkSweep(A, r, x);
         if (goesParallel(A))
             return A.getParallelSparse()->SORItUpdater(A, r, x, omega, reverse);
         return withSweepTypes(A, [&](const auto& s, auto type) {
@@ -156,6 +177,7 @@ int SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool
 int SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool reverse)
 {
     return guarded([&] {
+        checkSweep(A, u);
         if (goesParallel(A))
             return A.getParallelSparse()->SORUpdater(A, u, omega, reverse);
         return withSweepTypes(A, [&](const auto& s, auto type) {
@@ -167,6 +189,7 @@ int SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool reverse)
 int JacobiIts(const Sparse& A, const Matrix<1>& r, Matrix<1>& x, double omega)
 {
     return guarded([&] {
+        checkSweep(A, r, x);
         if (qxbase::isParallelLoop(A.getN()))
             return A.getParallelSparse()->JacobiIts(r, A, x, omega);
         Matrix<1> rr = r;
@@ -179,21 +202,41 @@ int JacobiIts(const Sparse& A, const Matrix<1>& r, Matrix<1>& x, double omega)
 
 namespace {
 
-/// f(store, element type, corrections) for the index-subset forms.
-template <class F, class... Vectors>
-int subsetSweep(const Sparse& A, const F& f, Vectors&... vectors)
-{
-    return guarded([&] { return withSweepTypes(A, f, vectors...); });
-}
-
 using IndexList = Array<unsigned long, 1>;
 
-SweepCorrections corrections(const IndexList& ptr, const IndexList& list) { return {ptr.data(), list.data()}; }
+void checkBelow(const unsigned long* index, unsigned long count, unsigned long end)
+{
+    if (std::any_of(index, index + count, [end](unsigned long i) { return i >= end; }))
+        QX_RAISE("sparse", "Internal_error_sparse");
+}
+
+/// Correction lists of a subset sweep, checked.
+SweepCorrections corrections(const Sparse& A, const IndexList& idx, const IndexList& ptr, const IndexList& list)
+{
+    const unsigned long n = idx.size();
+    if (n == 0)
+        return {};
+    if (ptr.size() != n + 1 || !std::is_sorted(ptr.begin(), ptr.end()) || ptr[n] > list.size())
+        QX_RAISE("sparse", "Size_vector_sparse_matrix_disagree");
+    checkBelow(list.data() + ptr[0], ptr[n] - ptr[0], A.getNnz());
+    return {ptr.data(), list.data()};
+}
+
+/// f(store, element type) for the index-subset forms.
+template <class F, class... Vectors>
+int subsetSweep(const Sparse& A, const IndexList& idx, const F& f, Vectors&... vectors)
+{
+    return guarded([&] {
+        checkSweep(A, vectors...);
+        checkBelow(idx.data(), idx.size(), visitStore(A, [](const auto& s) { return s.n; }));
+        return withSweepTypes(A, f, vectors...);
+    });
+}
 
 int subsetSORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const IndexList& idx, const SweepCorrections& later,
                 const SweepCorrections& earlier, double omega, bool reverse)
 {
-    return subsetSweep(A, [&](const auto& s, auto type) {
+    return subsetSweep(A, idx, [&](const auto& s, auto type) {
         using R = decltype(type);
         return s.SORIt(writable<R>(r), writable<R>(x), idx.data(), idx.size(), later, earlier, omega, reverse);
     }, r, x);
@@ -202,7 +245,7 @@ int subsetSORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const IndexList& id
 int subsetSORUpdater(const Sparse& A, Matrix<1>& u, const IndexList& idx, const SweepCorrections& later,
                      const SweepCorrections& earlier, double omega, bool reverse)
 {
-    return subsetSweep(A, [&](const auto& s, auto type) {
+    return subsetSweep(A, idx, [&](const auto& s, auto type) {
         return s.SORUpdater(writable<decltype(type)>(u), idx.data(), idx.size(), later, earlier, omega, reverse);
     }, u);
 }
@@ -216,7 +259,7 @@ int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const IndexList& idx, dou
 
 int SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const IndexList& idx, double omega, bool reverse)
 {
-    return subsetSweep(A, [&](const auto& s, auto type) {
+    return subsetSweep(A, idx, [&](const auto& s, auto type) {
         using R = decltype(type);
         return s.SORItUpdater(writable<R>(r), writable<R>(x), idx.data(), idx.size(), omega, reverse);
     }, r, x);
@@ -230,23 +273,23 @@ int SORUpdater(const Sparse& A, Matrix<1>& u, const IndexList& idx, double omega
 int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const IndexList& idx, const IndexList& ptr,
           const IndexList& list, double omega, bool reverse)
 {
-    return subsetSORIt(A, r, x, idx, corrections(ptr, list), {}, omega, reverse);
+    return subsetSORIt(A, r, x, idx, corrections(A, idx, ptr, list), {}, omega, reverse);
 }
 
 int SORUpdater(const Sparse& A, Matrix<1>& u, const IndexList& idx, const IndexList& ptr, const IndexList& list,
                double omega, bool reverse)
 {
-    return subsetSORUpdater(A, u, idx, corrections(ptr, list), {}, omega, reverse);
+    return subsetSORUpdater(A, u, idx, corrections(A, idx, ptr, list), {}, omega, reverse);
 }
 
 int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, const IndexList& idx, const IndexList& ptr,
           const IndexList& list, const IndexList& ptr2, const IndexList& list2, double omega, bool reverse)
 {
-    return subsetSORIt(A, r, x, idx, corrections(ptr, list), corrections(ptr2, list2), omega, reverse);
+    return subsetSORIt(A, r, x, idx, corrections(A, idx, ptr, list), corrections(A, idx, ptr2, list2), omega, reverse);
 }
 
 int SORUpdater(const Sparse& A, Matrix<1>& u, const IndexList& idx, const IndexList& ptr, const IndexList& list,
                const IndexList& ptr2, const IndexList& list2, double omega, bool reverse)
 {
-    return subsetSORUpdater(A, u, idx, corrections(ptr, list), corrections(ptr2, list2), omega, reverse);
+    return subsetSORUpdater(A, u, idx, corrections(A, idx, ptr, list), corrections(A, idx, ptr2, list2), omega, reverse);
 }

@@ -161,7 +161,8 @@ void llsparse<T>::llsp_zeros(unsigned long m_, unsigned long n_, unsigned long n
 {
     boost::shared_ptr<IndexArray> newColPtr, newRow;
     boost::shared_ptr<Array<T, 1>> newVal;
-    std::fill_n(allocate(newColPtr, n_ + 1), n_ + 1, 0UL);
+    qxsparse::extent(m_);
+    std::fill_n(allocate(newColPtr, qxsparse::extent(n_) + 1), n_ + 1, 0UL);
     allocate(newRow, nzmax_);
     allocate(newVal, nzmax_);
     setColPtr(newColPtr);

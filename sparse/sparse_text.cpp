@@ -3,6 +3,7 @@
 #include "sparse_detail.hpp"
 
 #include <iomanip>
+#include <locale>
 #include <ostream>
 #include <sstream>
 
@@ -24,9 +25,39 @@ std::string text(const std::complex<double>& value)
 
 } // namespace
 
+namespace {
+
+/// Plain decimal numbers for a scope, whatever the stream's own format and locale are.
+class PlainNumbers
+{
+public:
+    explicit PlainNumbers(std::ostream& stream)
+        : stream_(stream), flags_(stream.flags(std::ios_base::dec | std::ios_base::right)),
+          locale_(stream.imbue(std::locale::classic())), fill_(stream.fill(' '))
+    {
+        stream.width(0);
+    }
+    ~PlainNumbers()
+    {
+        stream_.flags(flags_);
+        stream_.imbue(locale_);
+        stream_.fill(fill_);
+    }
+    PlainNumbers(const PlainNumbers&) = delete;
+    PlainNumbers& operator=(const PlainNumbers&) = delete;
+
+private:
+    std::ostream& stream_;
+    std::ios_base::fmtflags flags_;
+    std::locale locale_;
+    char fill_;
+};
+
+} // namespace
+
 std::ostream& operator<<(std::ostream& stream, const Sparse& A)
 {
-    const std::ios_base::fmtflags flags = stream.flags(std::ios_base::dec | std::ios_base::right);
+    const PlainNumbers plain(stream);
     stream << "Sparse " << A.getM() << "-by-" << A.getN() << " matrix. Nnz = " << A.getNnz() << ".\n";
     if (A.getSymm() != Unsymmetric)
         stream << "Symmetric.\n";
@@ -39,6 +70,5 @@ std::ostream& operator<<(std::ostream& stream, const Sparse& A)
                        << std::setw(20) << text(s.val[p]) << '\n';
             }
     });
-    stream.flags(flags);
     return stream;
 }

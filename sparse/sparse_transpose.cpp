@@ -77,7 +77,7 @@ void llsparse<T>::llsp_hcatPrivate(const llsparse<U>& A, const llsparse<V>& B)
     checkMixture(A.symm, B.symm);
     llsparse result;
     result.m = std::max(A.m, B.m);
-    result.n = A.n + B.n;
+    result.n = extent(A.n, B.n);
     result.symm = A.symm == RowStored || B.symm == RowStored ? RowStored : Unsymmetric;
     result.form = A.form & B.form & FormSorted;
     result.nzmax = A.nnz() + B.nnz();
@@ -99,7 +99,7 @@ void llsparse<T>::llsp_vcatPrivate(const llsparse<U>& A, const llsparse<V>& B)
 {
     checkMixture(A.symm, B.symm);
     llsparse result;
-    result.m = A.m + B.m;
+    result.m = extent(A.m, B.m);
     result.n = std::max(A.n, B.n);
     result.symm = A.symm == RowStored || B.symm == RowStored ? RowStored : Unsymmetric;
     result.form = A.form & B.form & FormSorted;

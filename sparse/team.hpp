@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
+#include <new>
 #include <omp.h>
 #include <vector>
 
@@ -91,14 +93,18 @@ private:
     int shares_, threads_;
 };
 
-/// Uninitialised scratch memory of n elements of a trivial type, on huge pages when it is large. std::bad_alloc.
+/// Uninitialised scratch memory of n elements of a trivial type, on huge pages when it is large. std::bad_alloc, also for
+/// a count whose bytes no pointer spans.
 template <class E>
 class Scratch
 {
 public:
     Scratch() = default;
-    explicit Scratch(std::size_t n) : data_(static_cast<E*>(::operator new(n * sizeof(E))))
+    explicit Scratch(std::size_t n)
     {
+        if (n > std::numeric_limits<std::ptrdiff_t>::max() / sizeof(E))
+            throw std::bad_alloc();
+        data_.reset(static_cast<E*>(::operator new(n * sizeof(E))));
         qxarray_detail::adviseHugePages(data_.get(), n * sizeof(E));
     }
     E* get() const { return data_.get(); }

@@ -6,6 +6,7 @@
 #include "qxexception.hpp"
 #include "qxparallel.hpp"
 #include "support/alloc_fault.hpp"
+#include "support/failure.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -24,31 +25,9 @@ constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double eps = std::numeric_limits<double>::epsilon();
 
-/// The exception that f raises; an empty one if it raises none.
-template <class F>
-qxbase::Exception failureOf(F f)
-{
-    try {
-        f();
-    } catch (const qxbase::Exception& e) {
-        return e;
-    }
-    return {};
-}
-
-template <class F>
-std::string idOf(F f)
-{
-    return failureOf(f).getId();
-}
-
-/// Key of the first argument of the failure.
-template <class F>
-std::string detailOf(F f)
-{
-    const qxbase::Exception e = failureOf(f);
-    return e.size() == 0 || e.getArgs(0).empty() ? std::string() : e.getArgs(0).front().first;
-}
+using qxtest::detailOf;
+using qxtest::failureOf;
+using qxtest::idOf;
 
 template <class T>
 T conjugate(const T& x)

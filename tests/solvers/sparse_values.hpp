@@ -4,6 +4,7 @@
 
 #include "qxexception.hpp"
 #include "sparse.hpp"
+#include "support/failure.hpp"
 
 #include <cmath>
 #include <complex>
@@ -20,30 +21,9 @@ using Dense = std::vector<std::vector<cplx>>; ///< by rows
 
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
-template <class F>
-qxbase::Exception failureOf(F f)
-{
-    try {
-        f();
-    } catch (const qxbase::Exception& e) {
-        return e;
-    }
-    return {};
-}
-
-template <class F>
-std::string idOf(F f)
-{
-    return failureOf(f).getId();
-}
-
-/// Key of the first argument of the failure.
-template <class F>
-std::string detailOf(F f)
-{
-    const qxbase::Exception e = failureOf(f);
-    return e.size() == 0 || e.getArgs(0).empty() ? std::string() : e.getArgs(0).front().first;
-}
+using qxtest::detailOf;
+using qxtest::failureOf;
+using qxtest::idOf;
 
 /// The stored matrix with the given rows; zeros are not stored. Complex if an entry is, or if asked for.
 inline Sparse sparseOf(const Dense& rows, bool forceComplex = false, unsigned long columnsIfEmpty = 0)

@@ -6,6 +6,7 @@
 #include "support/alloc_fault.hpp"
 
 #include <cmath>
+#include <numeric>
 
 using namespace qxtest;
 using testing::ElementsAre;
@@ -31,6 +32,18 @@ protected:
 std::string pairName(const testing::TestParamInfo<Pair>& pair)
 {
     return std::string(pair.param.realA ? "d" : "z") + (pair.param.realB ? "d" : "z") + (pair.param.byRow ? "Row" : "Col");
+}
+
+/// results() on one thread and on several.
+void expectSameBitsForAnyThreads(const std::function<std::vector<Sparse>()>& results)
+{
+    const std::vector<Sparse> serial = [&] { const Threads one(1); return results(); }();
+    for (int threads : {2, 3, 7, 16}) {
+        const Threads some(threads);
+        const std::vector<Sparse> got = results();
+        for (std::size_t k = 0; k < got.size(); ++k)
+            EXPECT_TRUE(sameBits(got[k], serial[k])) << "result " << k << ", " << threads << " threads";
+    }
 }
 
 const std::vector<cplx> scalars = {1.0, -1.0, 0.0, 2.5, cplx(0.5, -2.0)};
@@ -102,13 +115,7 @@ TEST_P(Algebra, ResultsDoNotDependOnTheNumberOfThreads)
         return std::vector<Sparse>{A * B, mul(A, B, Trans), mul(A, B, ConjTrans), A + C, add(A, 2.5, C), A - C,
                                    transpose(A, Trans), transpose(A, ConjTrans), inPlace, left, right};
     };
-    const std::vector<Sparse> serial = [&] { const Threads one(1); return results(); }();
-    for (int threads : {2, 3, 7, 16}) {
-        const Threads some(threads);
-        const std::vector<Sparse> got = results();
-        for (std::size_t k = 0; k < got.size(); ++k)
-            EXPECT_TRUE(sameBits(got[k], serial[k])) << "result " << k << ", " << threads << " threads";
-    }
+    expectSameBitsForAnyThreads(results);
 }
 
 TEST_P(Algebra, TransposedProductHasTheBitsOfTheTransposedPlainProduct)
@@ -263,8 +270,13 @@ TEST(SparseSum, MergeRefusesCountsThatExceedTheCapacity)
 {
     llsparse<double> s(2, 1, 1);
     const Index counts[] = {0, 2};
-    EXPECT_EQ(raised([&] { qxsparse::mergeInPlace(s, counts, [](Index, Index*, double*) {}); }, true),
-              "sputil:Internal_error_sparse");
+    const auto merge = [&] { qxsparse::mergeInPlace(s, counts, [](Index, Index*, double*) {}); };
+    EXPECT_EQ(raised(merge, true), "sputil:Internal_error_sparse");
+    try {
+        merge();
+    } catch (const qxbase::Exception& e) {
+        EXPECT_EQ(e.getArgs(0).front().first, "Reallocation is needed.");
+    }
 }
 
 TEST(SparseSum, EmptyOperandsGiveACopyOfTheOther)
@@ -440,6 +452,34 @@ TEST(SparseTranspose, TwiceSortsAndFormFollowsTheSource)
     EXPECT_EQ(shared.getptrD(), A.getptrD());
 }
 
+TEST(SparseThreads, MoreThreadsThanColumnsGiveTheSameBits)
+{
+    const Sparse A = randomSparse(9000, 3, 14000, true, Unsymmetric, 1), B = randomSparse(9000, 3, 14000, true, Unsymmetric, 2);
+    const Sparse C = randomSparse(3, 3, 9, true, Unsymmetric, 3);
+    const auto results = [&] {
+        Sparse inPlace = A;
+        inPlace.addMat(2.0, B, true);
+        return std::vector<Sparse>{A + B, A * C, mul(A, C, Trans), transpose(A, Trans), inPlace};
+    };
+    expectSameBitsForAnyThreads(results);
+}
+
+TEST(SparseTranspose, LargeOnesHaveTheSameBitsForAnyNumberOfThreads)
+{
+    // From ten thousand columns of the result on, threads share the work.
+    for (bool real : {true, false}) {
+        const Sparse A = randomSparse(12000, 11000, 30000, real, Unsymmetric, 4);
+        Array<int, 1> few(1000);
+        std::iota(few.begin(), few.end(), 0);
+        const Sparse B = randomSparse(11000, 10500, 30000, real, Unsymmetric, 5);
+        const auto results = [&] {
+            return std::vector<Sparse>{transpose(A, Trans), transpose(A, ConjTrans), mul(A, B, Trans), mul(A, B, ConjTrans)};
+        };
+        expectSameBitsForAnyThreads(results);
+        EXPECT_TRUE(near(dense(subMatrix(transpose(A, ConjTrans), few, few)), op(dense(subMatrix(A, few, few)), ConjTrans), 0));
+    }
+}
+
 TEST(SparseTranspose, RequiredQuirkOfASymmetricStoreIsTheTransposedSummand)
 {
     const Sparse S = randomSparse(6, 6, 12, true, Symmetric, 1);
@@ -519,98 +559,4 @@ TEST(SparseScale, LoopsOverValuesHaveTheSameBitsForAnyNumberOfThreads)
         const Threads some(threads);
         EXPECT_TRUE(sameBits(scaled(), serial));
     }
-}
-
-// --- Failed allocations --------------------------------------------------------------------------------------------
-
-TEST(SparseFaults, EveryFailedAllocationIsNamedLeaksNothingAndLeavesOperandsAsTheyWere)
-{
-    const Threads two(2);
-    const Sparse A0 = randomSparse(120, 120, 11000, true, Unsymmetric, 1), B0 = randomSparse(120, 120, 11000, false, Unsymmetric, 2);
-    const Sparse C0 = randomSparse(120, 120, 5000, true, Unsymmetric, 3);
-    const Matrix<1> d = randomVector(120, false, 4);
-    Array<int, 1> list(2);
-    list[0] = 1, list[1] = 0;
-    struct Operation
-    {
-        const char* name;
-        std::function<void(Sparse&, Sparse&)> act;
-    };
-    const std::vector<Operation> operations = {
-        {"sum", [](Sparse& A, Sparse& B) { A + B; }},
-        {"product", [](Sparse& A, Sparse& B) { A * B; }},
-        {"transposed product", [](Sparse& A, Sparse& B) { mul(A, B, ConjTrans); }},
-        {"transpose", [](Sparse& A, Sparse&) { transpose(A, Trans); }},
-        {"in-place sum", [&](Sparse& A, Sparse&) { A.addMat(2.0, C0, true); }},
-        {"promoting sum", [](Sparse& A, Sparse& B) { A.addMat(2.0, B, true); }},
-        {"product from the left", [&](Sparse& A, Sparse&) { A.multLeft(C0, Trans, true); }},
-        {"product from the right", [&](Sparse& A, Sparse&) { A.mulRight(C0, true); }},
-        {"concatenation", [](Sparse& A, Sparse& B) { hcat(A, B, false); vcat(A, B, false); }},
-        {"scaling", [](Sparse& A, Sparse&) { A.scale(cplx(1, 2)); }},
-        {"diagonal scaling", [&](Sparse& A, Sparse&) { A.colscale(d); }},
-        {"setElem", [](Sparse& A, Sparse&) { A.setElem(500, 500, cplx(1, 2)); }},
-        {"format", [](Sparse&, Sparse& B) { B.format(FormSortedDiag, false); }},
-        {"duplicates", [](Sparse& A, Sparse&) { A.removeDuplicates(); }},
-        {"reshape", [](Sparse& A, Sparse&) { A.reshape(240, 60); }},
-        {"symmetric", [](Sparse& A, Sparse&) { A.makeSymmetric(Trans); A.uniqueSymmetric(); }},
-        {"submatrix", [&](Sparse& A, Sparse&) { subMatrix(A, list, list); }},
-        {"promotion", [](Sparse& A, Sparse&) { A.real2complex(); }},
-        {"symmetry test", [](Sparse& A, Sparse&) { A.isSymmetric(0.1, Trans); }},
-    };
-    for (const Operation& operation : operations)
-        for (bool shared : {false, true}) {
-            if (!shared && std::string(operation.name) == "symmetric")
-                continue; // two steps, the first of which may be done
-            Sparse A, B, keepA, keepB;
-            const auto fresh = [&] {
-                A = Sparse(boost::shared_ptr<llsparse<double>>(new llsparse<double>(*A0.getptrD())));
-                B = Sparse(boost::shared_ptr<llsparse<cplx>>(new llsparse<cplx>(*B0.getptrZ())));
-                keepA = shared ? A : Sparse();
-                keepB = shared ? B : Sparse();
-            };
-            fresh();
-            failEveryAllocation(
-                [&] { operation.act(A, B); },
-                [&](const FaultRun& run) {
-                    if (run.faulted && !run.id.empty()) {
-                        EXPECT_EQ(run.id, "Out_of_memory_operation_sparse_matrix") << operation.name;
-                        EXPECT_TRUE(near(dense(A), dense(A0), 0)) << operation.name << " allocation " << run.n;
-                        EXPECT_TRUE(A.isReal()) << operation.name << " allocation " << run.n;
-                        EXPECT_TRUE(near(dense(B), dense(B0), 0)) << operation.name << " allocation " << run.n;
-                    }
-                    EXPECT_FALSE(run.badAlloc) << operation.name;
-                    if (shared) {
-                        EXPECT_TRUE(sameBits(keepA, A0)) << operation.name;
-                    }
-                    fresh();
-                });
-        }
-}
-
-TEST(SparseFaults, AssemblyNamesItsFailureAndKeepsTheMatrix)
-{
-    const Threads two(2);
-    std::vector<Index> rows(20000), cols(20000);
-    for (Index k = 0; k < rows.size(); ++k)
-        rows[k] = (k * 31) % 500, cols[k] = (k * 17) % 300;
-    Matrix<1> vals(20000, true);
-    Sparse A = sparseOf(2, 2, {{0, 1, 3.0}});
-    const Sparse before = A;
-    failEveryAllocation([&] { A.triplet2sparse(rows, cols, vals, 500, 300); },
-                        [&](const FaultRun& run) {
-                            if (run.faulted) {
-                                EXPECT_EQ(run.id, "Out_of_memory_creating_sparse_matrix");
-                                EXPECT_EQ(A.getptrD(), before.getptrD());
-                                EXPECT_EQ(run.leaked, 0);
-                            }
-                            A = before;
-                        });
-    const std::vector<Index> offsets = {0, 1}, row = {0};
-    const Matrix<1> one(1, false);
-    failEveryAllocation([&] { A.flat2sparse(row, offsets, one, 1, 1); },
-                        [&](const FaultRun& run) {
-                            if (run.faulted) {
-                                EXPECT_EQ(run.id, "Out_of_memory_creating_sparse_matrix");
-                            }
-                        });
 }

@@ -1,0 +1,101 @@
+#pragma once
+
+// Sums and products of stores in two passes over the columns of the result: count, then write into arrays of exactly
+// that size, or into the old ones.
+
+#include "llsparse_detail.hpp"
+#include "merge_in_place.hpp"
+#include "team.hpp"
+
+/// Size and reading of a result; how its n columns are divided among threads (`weights`, running sums); row markers for
+/// each thread.
+template <class T>
+struct llsparse<T>::TwoPass
+{
+    unsigned long m, n;
+    Symm_t symm;
+    const unsigned long* weights;
+    qxsparse::Team team;
+    qxsparse::Markers markers;
+
+    TwoPass(unsigned long rows, unsigned long columns, Symm_t reading, const unsigned long* columnWeights,
+            unsigned long work)
+        : m(rows), n(columns), symm(reading), weights(columnWeights), team(qxsparse::Team::ofWork(work)),
+          markers(team, rows)
+    {
+    }
+    /// f(share, from, to) for each thread's columns.
+    template <class F>
+    void forEachSlice(const F& f) const
+    {
+        team.run([&](int share) {
+            const qxsparse::Slice s = team.weighted(n, weights, share);
+            f(share, s.from, s.to);
+        });
+    }
+};
+
+/// First pass: sizes, attributes and offsets of this fresh store. setup(colPtr, marker, from, to).
+template <class T>
+template <class Setup>
+void llsparse<T>::countColumns(const TwoPass& result, const Setup& setup)
+{
+    m = result.m;
+    n = result.n;
+    symm = result.symm;
+    form = FormNone;
+    allocColPtr();
+    colPtr[0] = 0;
+    result.forEachSlice([&](int share, unsigned long from, unsigned long to) {
+        setup(colPtr, result.markers.make(share), from, to);
+    });
+    qxsparse::runningSum(colPtr, n);
+    nzmax = nnz();
+}
+
+/// Second pass: exact arrays and their entries. work(colPtr, row, val, marker, from, to).
+template <class T>
+template <class Work>
+void llsparse<T>::fillColumns(const TwoPass& result, const Work& work)
+{
+    allocRow();
+    allocVal();
+    result.forEachSlice([&](int share, unsigned long from, unsigned long to) {
+        work(colPtr, row + colPtr[from], val + colPtr[from], result.markers.of(share), from, to);
+    });
+}
+
+/// This store becomes the result. It may be an operand: it is replaced at the end.
+template <class T>
+template <class Setup, class Work>
+void llsparse<T>::build(const TwoPass& result, const Setup& setup, const Work& work)
+{
+    llsparse fresh;
+    fresh.countColumns(result, setup);
+    fresh.fillColumns(result, work);
+    adopt(fresh, false);
+}
+
+/// The same inside the present arrays if the entries fit. Column j of the result depends on column j of this store only.
+template <class T>
+template <class Setup, class Work>
+void llsparse<T>::buildInPlace(const TwoPass& result, const Setup& setup, const Work& work)
+{
+    llsparse fresh;
+    fresh.countColumns(result, setup);
+    if (fresh.nnz() > nzmax) {
+        fresh.fillColumns(result, work);
+        adopt(fresh, false);
+        return;
+    }
+    // Marks of a first pass never exceed n, whichever columns it covered: any share's markers serve.
+    qxsparse::mergeInPlace(*this, fresh.colPtr, [&](unsigned long j, unsigned long* mergedRow, T* mergedVal) {
+        work(fresh.colPtr, mergedRow, mergedVal, result.markers.of(0), j, j + 1);
+    });
+    fresh.nzmax = nzmax;
+    fresh.rowArray.swap(rowArray);
+    fresh.row = row;
+    fresh.valArray.swap(valArray);
+    fresh.val = val;
+    adopt(fresh, false);
+}
