@@ -219,18 +219,33 @@ private:
         });
     }
 
-    /// f(column, position of the triplet in the input or in entries_) over the triplets of a block, in input order.
-    template <class F>
-    void forEachOf(unsigned long block, const F& f) const
+    /// Asks for the head of a run some way ahead: runs are too short for the processor to foresee the next one.
+    template <class... Arrays>
+    void prefetchRun(unsigned long r, unsigned long end, const Arrays*... arrays) const
+    {
+        constexpr unsigned long ahead = 6, head = 64, line = 8;
+        if (r + ahead >= end)
+            return;
+        const Run& run = runs_[r + ahead];
+        for (unsigned long k = run.first, stop = k + std::min<unsigned long>(run.count, head); k < stop; k += line)
+            (__builtin_prefetch(arrays + k), ...);
+    }
+
+    /// f(column, position of the triplet in the input or in entries_) over the triplets of a block, in input order. f
+    /// will read the named arrays of the input there.
+    template <class F, class... Arrays>
+    void forEachOf(unsigned long block, const F& f, const Arrays*... arrays) const
     {
         if (entries_.get()) {
             for (unsigned long k = blockStart_[block]; k < blockStart_[block + 1]; ++k)
                 f(entries_[k].col, k);
             return;
         }
-        for (unsigned long r = runStart_[block]; r < runStart_[block + 1]; ++r)
+        for (unsigned long r = runStart_[block], last = runStart_[block + 1]; r < last; ++r) {
+            prefetchRun(r, last, arrays...);
             for (unsigned long k = runs_[r].first, end = k + runs_[r].count; k < end; ++k)
                 f(static_cast<std::uint32_t>(col_[k]), k);
+        }
     }
 
     /// What one thread needs to merge blocks.
@@ -305,7 +320,7 @@ private:
                 repeats = 0;
             }
             ++repeats;
-        });
+        }, col_);
         if (columns > 0)
             offset[column - first + 1] += repeats;
         for (unsigned long j = 0; j < columns; ++j)
@@ -322,16 +337,17 @@ private:
                 at = offset[j - first];
             }
             sorted[at++] = entries_.get() ? entries_[k] : entry(k, mostRow);
-        });
+        }, row_, val_);
         offset[column - first] = at;
         checkIndex(mostRow < m_);
     }
 
     /// Sums the duplicates of each column of w.sorted into merged_[b]; returns their number. Whether a row is new cannot
-    /// be foreseen: no branch asks.
+    /// be foreseen, so no branch asks: the free slot holds -0.0, to which the first value is added unchanged.
     std::uint32_t mergeColumns(unsigned long b, unsigned long* counts, Workspace& w) const
     {
         const unsigned long first = firstColumn(b), columns = firstColumn(b + 1) - first;
+        const T nothing = -T(0.0);
         std::uint32_t* const marker = w.marker.get();
         Entry<T>* const out = merged_[b];
         // Positions are counted on from w.base, one above zero.
@@ -339,14 +355,15 @@ private:
         for (unsigned long j = 0; j < columns; ++j) {
             const std::uint32_t columnStart = w.base + written;
             for (; k < w.offset[j]; ++k) {
-                const Entry<T> e = w.sorted[k];
+                const Entry<T>& e = w.sorted[k];
                 const std::uint32_t seen = marker[e.row];
                 const bool isNew = seen <= columnStart;
-                Entry<T>& to = out[isNew ? written : seen - w.base - 1];
-                const T sum = to.val + e.val;
+                const std::uint32_t at = isNew ? written : seen - w.base - 1;
+                out[written].val = nothing;
+                out[at].row = e.row;
+                out[at].val += e.val;
+                marker[e.row] = w.base + 1 + at;
                 written += isNew;
-                marker[e.row] = isNew ? w.base + written : seen;
-                to = {e.row, e.col, isNew ? e.val : sum};
             }
             counts[first + j + 1] = w.base + written - columnStart;
         }
