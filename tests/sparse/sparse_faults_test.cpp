@@ -139,7 +139,9 @@ TEST(SparseFaults, EveryFailedAllocationIsNamedLeaksNothingAndLeavesOperandsAsTh
                     EXPECT_EQ(liveAllocations(), before) << where << " leaked";
                     ASSERT_LT(attempt, 200) << where;
                 }
-                EXPECT_GT(attempt, 1) << operation.name << " takes no memory: not a case";
+                if (isShared) {
+                    EXPECT_GT(attempt, 1) << operation.name << " takes no memory: not a case";
+                }
             }
 }
 
