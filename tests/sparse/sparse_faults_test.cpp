@@ -118,7 +118,8 @@ TEST(SparseFaults, EveryFailedAllocationIsNamedLeaksNothingAndLeavesOperandsAsTh
                     std::string id = "none";
                     const long before = liveAllocations();
                     {
-                        Sparse A = isShared ? A0 : privateCopy(A0), B = isShared ? B0 : privateCopy(B0);
+                        Sparse A = privateCopy(A0), B = privateCopy(B0);
+                        const Sparse keepA = isShared ? A : Sparse(), keepB = isShared ? B : Sparse();
                         {
                             const AllocFault fault(attempt);
                             try {
@@ -134,6 +135,10 @@ TEST(SparseFaults, EveryFailedAllocationIsNamedLeaksNothingAndLeavesOperandsAsTh
                             EXPECT_TRUE(faulted) << where;
                             expectUnchanged(A, A0, where);
                             expectUnchanged(B, B0, where);
+                        }
+                        if (isShared) {
+                            expectUnchanged(keepA, A0, where);
+                            expectUnchanged(keepB, B0, where);
                         }
                     }
                     EXPECT_EQ(liveAllocations(), before) << where << " leaked";
