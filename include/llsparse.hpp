@@ -108,8 +108,8 @@ public:
     /// Sums len triplets (row[k], col[k], val[k]) into a new store; with constVal every value is val[0].
     ///
     /// Entries of a column stand in the order of their first appearance, duplicates are added in input order, zeros are
-    /// kept; form is FormNone. Cost: O(len + m + n), a few passes over memory; work arrays of 16 (real) or 24 (complex)
-    /// bytes a triplet and 4 bytes a row, for each thread. Threads: forks by len; same bits for any number of threads.
+    /// kept; form is FormNone. Indices are checked, as Sparse says. Cost: O(len + m + n); 4 bytes a row and thread, 16 (24)
+    /// bytes an entry, or a triplet where neighbours differ in column. Forks by len; same bits for any number of threads.
     void triplet2sparse(const unsigned long* row, const unsigned long* col, const T* val, unsigned long len,
                         unsigned long m, unsigned long n, bool constVal = false);
 

@@ -83,6 +83,18 @@ struct Kernel
 
     explicit Kernel(const llsparse<T>& s) : colPtr(s.colPtr), row(s.row), diag(s.diag), val(s.val) {}
 
+    /// Asks for entries that the sweep will come to: half of each column is left out, and the processor's own prefetching
+    /// loses its place there.
+    template <bool Down>
+    void prefetch(Positions range) const
+    {
+        constexpr long ahead = Down ? -256 : 256;
+        for (unsigned long p = range.begin; p < range.end; p += 64 / sizeof(T)) {
+            __builtin_prefetch(row + static_cast<long>(p) + ahead);
+            __builtin_prefetch(val + static_cast<long>(p) + ahead);
+        }
+    }
+
     Positions above(unsigned long j) const { return {colPtr[j], diag[j]}; }
     Positions below(unsigned long j) const { return {diag[j] + 1, colPtr[j + 1]}; }
 
@@ -135,8 +147,11 @@ template <class L, bool Reverse, class T, class R, class X>
 inline R relax(const Kernel<T>& a, R* __restrict r, X* __restrict x, double w, unsigned long j)
 {
     R s = r[j];
-    if constexpr (L::gathers)
-        s = a.template gathered<L::conj>(s, r, Reverse ? a.below(j) : a.above(j));
+    if constexpr (L::gathers) {
+        const Positions visited = Reverse ? a.below(j) : a.above(j);
+        a.template prefetch<Reverse>(visited);
+        s = a.template gathered<L::conj>(s, r, visited);
+    }
     const R t = divide(mul(-w, s), a.val[a.diag[j]]);
     r[j] = t;
     x[j] += t;
@@ -148,9 +163,12 @@ void sweep(const Kernel<T>& a, R* __restrict r, X* __restrict x, double w, const
 {
     for (unsigned long i = 0, n = order.size(); i < n; ++i) {
         const unsigned long j = order.column(step<Reverse>(i, n));
+        const Positions later = Reverse ? a.above(j) : a.below(j);
+        if constexpr (L::scatters)
+            a.template prefetch<Reverse>(later);
         const R t = relax<L, Reverse>(a, r, x, w, j);
         if constexpr (L::scatters)
-            a.scatter(r, t, Reverse ? a.above(j) : a.below(j));
+            a.scatter(r, t, later);
     }
 }
 
