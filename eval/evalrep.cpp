@@ -375,7 +375,7 @@ void forEachLinear(const ValRep& v, std::size_t count, F f)
 std::size_t linearCount(const ValRep& v, std::size_t room)
 {
     const std::size_t all = std::size_t(v.getSize()) * std::max<std::size_t>(v.getNBlocks(), 1);
-    if (!v.isScalar() && !v.isZero())
+    if (!Ops::repeats(v))
         return all;
     return std::max({all, room, std::max<std::size_t>(v.getNBlocks(), 1)});
 }
@@ -395,9 +395,8 @@ template <class T>
 void copyOut(const ValRep& v, T* target, int nPoints, int nBlocks)
 {
     v.throwError();
-    const bool repeats = v.isScalar() || v.isZero();
-    Ops::check(repeats || static_cast<unsigned long>(nPoints) <= v.getSize());
-    Ops::check(v.isZero() || v.getNBlocks() == 1 || static_cast<unsigned long>(nBlocks) <= v.getNBlocks());
+    Ops::check(Ops::repeats(v) || static_cast<unsigned long>(nPoints) <= v.getSize());
+    Ops::check(Ops::isFlaggedZero(v) || v.getNBlocks() == 1 || static_cast<unsigned long>(nBlocks) <= v.getNBlocks());
     const int stride = v.getNBlocks() == 1 ? 0 : 1;
     const auto walk = [&](const auto& reader) {
         for (int i = 0; i < nPoints; ++i)
@@ -414,7 +413,7 @@ template <class T, class Index>
 void scatter(const ValRep& v, Array<T, 1>& target, const Index& idx)
 {
     v.throwError();
-    const bool repeats = v.isScalar() || v.isZero();
+    const bool repeats = Ops::repeats(v);
     const std::size_t count = idx.size(), all = std::size_t(v.getSize()) * v.getNBlocks(), room = target.size();
     Ops::check(repeats || count <= all);
     for (std::size_t k = 0; k < count; ++k)
@@ -427,8 +426,7 @@ template <class T, class F>
 void combine(const ValRep& v, Array<T, 1>& target, F f)
 {
     v.throwError();
-    const bool repeats = v.isScalar() || v.isZero();
-    Ops::check(repeats || target.size() <= std::size_t(v.getSize()) * v.getNBlocks());
+    Ops::check(Ops::repeats(v) || target.size() <= std::size_t(v.getSize()) * v.getNBlocks());
     T* to = target.data();
     forEachLinear<T>(v, target.size(), [&](std::size_t k, const T& x) { f(to[k], x); });
 }

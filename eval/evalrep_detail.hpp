@@ -146,5 +146,9 @@ public:
     }
 
     static bool needsZeroScalar(const ValRep& v) { return v.zero_ && v.dScalars_.empty() && v.cScalars_.empty(); }
+    /// The flag, whatever the numbers are.
+    static bool isFlaggedZero(const ValRep& v) { return v.zero_; }
+    /// Stands for any number of points. An array of zeros does not, unless it carries the flag.
+    static bool repeats(const ValRep& v) { return v.scalar_ || v.zero_; }
     static bool isEmpty(const ValRep& v) { return v.nBlocks_ == 0 && !v.zero_; }
 };

@@ -32,7 +32,7 @@ TEST(DepInfo, KeepsBitsOfAllOrdersInsideAndBeyondTheInlineWords)
     }
 }
 
-TEST(DepInfo, TakesBit31AndWrapsBit32OntoBit0)
+TEST(DepInfo, RequiredQuirkTakesBit31AndWrapsBit32OntoBit0)
 {
     DepInfo info;
     info.setSolDep(31, 0);

@@ -333,6 +333,41 @@ TEST(ValRep, CopiesRepeatScalarsAndTakeRealParts)
     EXPECT_EQ(room[1], Complex(2.0));
 }
 
+TEST(ValRep, AnArrayOfZerosIsCopiedPointByPointAsAnyOther)
+{
+    const auto copied = [](const ValRepPtr& v) {
+        Array<Complex, 1> room(4);
+        room = Complex(7.0);
+        v->copyToArray(room);
+        return std::vector<Complex>(room.begin(), room.end());
+    };
+    const std::vector<Complex> wanted = {0.0, 0.0, 7.0, 7.0};
+    EXPECT_EQ(copied(arrays<double>({{0.0, 0.0}}, ArrayAllocatorPtr())), wanted);
+    EXPECT_EQ(copied(arrays<Complex>({{0.0, 0.0}}, ArrayAllocatorPtr())), wanted);
+
+    const ValRepPtr zeros = arrays<double>({{0.0, 0.0}}, ArrayAllocatorPtr());
+    Array<double, 1> out(4);
+    double plain[6];
+    EXPECT_EQ(idOf([&] { zeros->addToArray(out); }), "QUORIX_assertion_failure");
+    EXPECT_EQ(idOf([&] { zeros->copyToArray(plain, 3, 1); }), "QUORIX_assertion_failure");
+    EXPECT_EQ(idOf([&] { zeros->copyToArray(plain, 2, 2); }), "nothing raised"); // one block is repeated
+    EXPECT_EQ(idOf([&] { zeros->copyToArray(out, std::vector<int>{0, 1, 2}); }), "QUORIX_assertion_failure");
+}
+
+TEST(ValRep, AnArrayOfNoPointsIsCopiedToNothing)
+{
+    Array<double, 1> reals;
+    Array<Complex, 1> complexes;
+    for (const bool complex : {false, true}) {
+        const ValRepPtr v = complex ? arrays<Complex>({{}}, ArrayAllocatorPtr()) : arrays<double>({{}}, ArrayAllocatorPtr());
+        v->copyToArray(reals);
+        v->copyToArray(complexes);
+        EXPECT_EQ(reals.size(), 0u);
+        EXPECT_EQ(complexes.size(), 0u);
+        EXPECT_EQ(v->toString(), "");
+    }
+}
+
 TEST(ValRep, IndexedCopyScattersAndRefusesBadIndices)
 {
     Array<double, 1> out(4);
@@ -685,7 +720,7 @@ TEST(ApplyBinary, AUniqueComplexArrayTakesTheSumWithARealOne)
     EXPECT_EQ(at(r, 1), Complex(0.0, -2.0));
 }
 
-TEST(ApplyBinary, AScalarResultOfZeroHasNoStorage)
+TEST(ApplyBinary, RequiredQuirkAScalarResultOfZeroLosesItsBlocks)
 {
     ValRepPtr a = ValRep::make(2.0), b = ValRep::make(2.0);
 

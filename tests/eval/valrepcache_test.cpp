@@ -19,7 +19,7 @@ TEST(ValRepCache, MakesAnUnevaluatedValueAtTheFirstRequest)
     EXPECT_EQ(rep, same);
 }
 
-TEST(ValRepCache, KeepsFourVariantsApartAndNoOtherFlags)
+TEST(ValRepCache, RequiredQuirkKeepsFourVariantsApartAndNoOtherFlags)
 {
     ValRepCache cache;
     const ValRepPtr plain = cache.getVar("x", EvalValues).second;
