@@ -112,7 +112,8 @@ std::ostream& operator<<(std::ostream& out, const EvalNode& node)
 
 ConstNode::ConstNode(const std::string& text, unsigned long id) : EvalNode(id), real_(qxGetNaN())
 {
-    qxutil::isDouble(text, real_);
+    const std::size_t start = std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size());
+    qxutil::scanDouble(std::string_view(text).substr(start), real_);
     value_ = boost::make_shared<ValRep>(real_);
     init();
 }

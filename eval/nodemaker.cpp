@@ -254,7 +254,7 @@ EvalNodePtr NodeMaker::makeConstNode(const std::complex<double>& v)
 EvalNodePtr NodeMaker::makeConstNode(const std::string& text)
 {
     double v = qxGetNaN();
-    qxutil::isDouble(text, v);
+    ConstNode(text, 0).isRealScalar(v); // false for what is no number
     return makeConstNode(v);
 }
 

@@ -2,10 +2,10 @@
 
 #include "functions/records_detail.hpp"
 #include "funfactory.hpp"
+#include "qxnumber.hpp"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 #include <ostream>
 
@@ -181,7 +181,5 @@ void ConstPowFun::ostreamOperator(const EvalNodes& args, std::ostream& stream) c
 {
     stream << '(';
     args[0]->ostreamOperator(stream);
-    char text[32];
-    std::snprintf(text, sizeof text, "%g", exponent_);
-    stream << '^' << text << ')';
+    stream << '^' << qxutil::formatDouble(exponent_, 6) << ')';
 }

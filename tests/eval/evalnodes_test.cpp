@@ -20,6 +20,22 @@ std::string text(const EvalNode& node)
 
 } // namespace
 
+TEST(EvalNode, HasNoFormInCompiledCodeUnlessItSaysSo)
+{
+    struct Bare : ConstNode
+    {
+        using ConstNode::ConstNode;
+        int createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& host) const override
+        {
+            return EvalNode::createDefs(comp, names, nextId, host);
+        }
+    };
+    int dummy = 0, nextId = 0;
+    DefIds names;
+    EXPECT_EQ(raisedId([&] { Bare(2.5, 7).createDefs(reinterpret_cast<ExprComp&>(dummy), names, nextId, makeHost()); }),
+              "Cannot create definitions from EvalNode");
+}
+
 // Constants ----------------------------------------------------------------------------------------------------------
 
 TEST(ConstNode, KnowsItsRealNumber)
@@ -35,6 +51,20 @@ TEST(ConstNode, KnowsItsRealNumber)
     EXPECT_FALSE(ConstNode(std::nan(""), 7).isRealScalar(v));
     EXPECT_FALSE(ConstNode(std::string("x"), 7).isRealScalar(v));
     EXPECT_EQ(ConstNode(2.5, 7).getId(), 7u);
+}
+
+TEST(ConstNode, TakesTheNumberAtTheStartOfAText)
+{
+    const auto number = [](const char* text) {
+        double v = -1;
+        return ConstNode(std::string(text), 7).isRealScalar(v) ? v : -1;
+    };
+    EXPECT_EQ(number("1.5x"), 1.5);
+    EXPECT_EQ(number(" \t2 3"), 2.0);
+    EXPECT_EQ(number("1,5"), 1.0);
+    EXPECT_EQ(number("1e5e3"), 1e5);
+    for (const char* none : {"", "  ", "x", ".", "--1", "nan"})
+        EXPECT_EQ(number(none), -1.0) << none;
 }
 
 TEST(ConstNode, IsAScalarAndZeroByItsValue)

@@ -1,8 +1,10 @@
 #include "evaltree.hpp"
 
 #include "derivativenodes.hpp"
+#include "funfactory.hpp"
 #include "host.hpp"
 #include "support/alloc_fault.hpp"
+#include "support/comma_locale.hpp"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -144,6 +146,45 @@ TEST(EvalTree, RequiredQuirkAHostCannotHideFixedFunctionsAndKeywords)
     EXPECT_EQ(realValue("abs(-x)", host), 4.0);
     host->functions.erase("log");
     EXPECT_EQ(raisedId([&] { evalText("log(x)", host); }), "Unknown_function_name");
+}
+
+TEST(EvalTree, RequiredQuirkNumbersInsideAFormulaPassTheRecognitionOfRationals)
+{
+    const HostPtr host = makeHost({{"x", {1.0}}});
+    EXPECT_EQ(realValue("x*1.23456789", host), 12210011.0 / 9890109.0);
+    EXPECT_NE(realValue("x*1.23456789", host), 1.23456789);
+    EXPECT_EQ(realValue("x*1.0000000000000002", host), 1.0);
+    EXPECT_EQ(realValue("x*0.1", host), 0.1);
+}
+
+TEST(EvalTree, TextsOfGraphsReadBackToTheSameValue)
+{
+    const HostPtr host = makeHost({{"x", {0.3, -1.25}}, {"y", {2.0, 0.5}}});
+    for (const char* text : {"x-(y-2)", "-(x+y)", "!(x*y)", "(-x)^2", "-x^2", "x^-0.5", "2^x^y", "x/(y/3)", "min(x,-y)*(x<y&&y>=1)",
+                             "(x+y)^3/(x-y)", "1e-300*x", "sin(-x)+tan(x)^-1"}) {
+        const EvalNodePtr root = treeOf(text)->getRoot(host);
+        const std::string back = textOf(root);
+        Array<cplx, 1> first, second;
+        evalText(text, host)->copyToArray(first);
+        evalText(back, host)->copyToArray(second);
+        EXPECT_EQ(std::vector<cplx>(first.begin(), first.end()), std::vector<cplx>(second.begin(), second.end()))
+            << text << " prints as " << back;
+    }
+}
+
+TEST(EvalTree, RequiredQuirkSumsOfSquaresStringsAndComplexConstantsPrintWhatReadsBackAsSomethingElse)
+{
+    const HostPtr host = makeHost({{"x", {3.0}}, {"y", {4.0}}});
+    const NodeMakerPtr& maker = host->getNodeMaker();
+    const std::string squares = textOf(treeOf("x^2+y^2")->getRoot(host));
+    EXPECT_EQ(squares, "plussq(x,y)");
+    EXPECT_EQ(raisedId([&] { evalText(squares, host); }), "Unknown_function_name");
+    EXPECT_EQ(textOf(maker->makeStringNode("x")), "x"); // reads back as the variable
+    const std::string complex = textOf(maker->makeConstNode(cplx(1, 2)));
+    EXPECT_EQ(complex, "(1+2*i)");
+    EXPECT_EQ(raisedId([&] { evalText(complex, host); }), "Unknown_variable_name");
+    host->complexes["i"] = {cplx(0, 1)};
+    EXPECT_EQ(evalText(complex, host)->getComplex(), cplx(1, 2));
 }
 
 // Parsing ------------------------------------------------------------------------------------------------------------
@@ -346,6 +387,45 @@ TEST(EvalTree, LeavesNothingBehindWhenAnAllocationFails)
     EXPECT_DOUBLE_EQ(tree->eval(host, makeCache(), EvalValues)->getDouble(), 10 + std::sqrt(2.0) - 4);
 }
 
+TEST(EvalTree, LeaksNothingFromTextToValueWhicheverAllocationFails)
+{
+    const auto textToValue = [] {
+        const HostPtr host = makeHost({{"x", {2.0, 3.0}}, {"y", {5.0, 6.0}}});
+        host->definitions = {{"k", "1+0.25*x"}};
+        const auto cache = makeCache(boost::make_shared<SerialArrayAllocator>(2, 1000));
+        for (const char* text : {"k*(x^2+y^2)-sqrt(k*y)+min(x,2.5)", "d(sin(k*x),x)", "besselj(0.5,x)+k", "x+(", "log(-x)*frob(x)"})
+            try {
+                treeOf(text)->eval(host, cache, EvalValues)->getComplexReader();
+            } catch (const qxbase::Exception&) { // the last two
+            }
+    };
+    textToValue(); // what threads and libraries keep is made once
+    const auto watched = [&](const FaultRun& run) {
+        EXPECT_TRUE(run.badAlloc || !run.faulted || run.id.empty()) << run.n << ' ' << run.id;
+        EXPECT_LE(run.leaked, 0) << run.n;
+    };
+    EXPECT_GT(failEveryAllocation(textToValue, watched), 500);
+}
+
+TEST(EvalTree, ValuesOfNoPointsHaveNoPoints)
+{
+    const HostPtr host = makeHost();
+    host->reals = {{"x", {}}, {"y", {}}, {"s", {2.0}}};
+    host->complexes = {{"z", {}}};
+    for (const char* text : {"x", "x+y", "s*x-2", "sin(x)", "sqrt(x)", "x^2+y^2", "x^s", "z*x", "abs(z)", "x<y", "min(x,s)",
+                             "besselj(1,x)", "d(x^3,x)", "erf(x)", "x/0", "mod(x,y)"})
+        for (const unsigned flags : {unsigned(EvalValues), EvalValues | EvalKeepReal}) {
+            const ValRepPtr value = evalText(text, host, flags);
+            EXPECT_FALSE(value->isNaN()) << text;
+            EXPECT_FALSE(value->isScalar()) << text;
+            EXPECT_EQ(value->getSize(), 0u) << text;
+            Array<cplx, 1> out;
+            value->copyToArray(out);
+            EXPECT_EQ(out.size(), 0u) << text;
+        }
+    EXPECT_EQ(realValue("s+1", host), 3.0) << "later evaluations are right";
+}
+
 // Combined trees -----------------------------------------------------------------------------------------------------
 
 TEST(EvalTree, CombinesTreesWithoutParsingThem)
@@ -438,3 +518,24 @@ INSTANTIATE_TEST_SUITE_P(Formulas, EvalTreeSteadyState,
                          testing::Values("x", "x+y", "2*x+3*y+1", "x^2+y^2", "(x>0.5)*x*(1-x)+abs(y)",
                                          "sin(x)*exp(-y^2)+sqrt(x^2+y^2+1)", "x^1.5", "min(x,y)", "log(x+2)/tan(y+1)",
                                          "sqrt(x-1)*sqrt(y)"));
+
+// Hosts --------------------------------------------------------------------------------------------------------------
+
+TEST(EvalTree, ReadsAndWritesPointsUnderACommaLocale)
+{
+    const CommaLocale comma;
+    ASSERT_TRUE(CommaLocale::isInForce());
+    const HostPtr host = makeHost({{"x", {1234.5, -0.25}}, {"y", {2.5}}});
+
+    EXPECT_EQ(realValue("1.5*y", host), 3.75);
+    EXPECT_EQ(realValue("min(1,5)", host), 1.0);
+    EXPECT_EQ(raisedId([&] { evalText("1,5", host); }), "Syntax_error_in_expression");
+    EXPECT_EQ(evalText("x", host)->toString(), "1234.5, -0.25");
+    host->complexes = {{"z", {cplx(0.5, -1234.5)}}};
+    EXPECT_EQ(evalText("z", host)->toString(), "(0.5-1234.5*i)");
+    EXPECT_EQ(textOf(treeOf("1234567.5*x")->getRoot(host)), "(1234567.5*x)");
+    const NodeMakerPtr& maker = host->getNodeMaker();
+    EXPECT_EQ(maker->makeConstNode("0.5")->getScalar()->getDouble(), 0.5);
+    const EvalNodePtr root = maker->makeOpNode(makeConstPow(0.5), {maker->makeVarNode("x")});
+    EXPECT_EQ(textOf(root), "(x^0.5)");
+}

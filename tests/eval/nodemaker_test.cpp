@@ -280,6 +280,14 @@ TEST_F(NodeMakerSharing, MakesOneNodeOfEqualOperations)
     EXPECT_NE(maker->makeOpNode(MINUS, y, x), maker->makeOpNode(MINUS, x, y));
 }
 
+TEST_F(NodeMakerSharing, RequiredQuirkSumsAndProductsPrintInTheOrderInWhichTheirOperandsWereMade)
+{
+    ASSERT_LT(x->getId(), y->getId());
+    EXPECT_EQ(textOf(maker->makeOpNode(PLUS, y, x)), "(x+y)");
+    EXPECT_EQ(textOf(maker->makeOpNode(TIMES, y, x)), "(x*y)");
+    EXPECT_EQ(textOf(maker->makeOpNode(MINUS, y, x)), "(y-x)");
+}
+
 TEST_F(NodeMakerSharing, GivesAProxyItsOwnIdAfterItsOperation)
 {
     const EvalNodePtr sum = maker->makeOpNode(PLUS, x, y);
