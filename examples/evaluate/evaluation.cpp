@@ -45,7 +45,8 @@ public:
 
     std::vector<Column> run()
     {
-        Progress progress("evaluating", static_cast<long>(table_.rows()));
+        Progress progress("evaluating", static_cast<long>(table_.rows()), options_.progress,
+                          std::chrono::milliseconds(options_.progress ? 0 : 500));
         const Range bad = runBlocks(
             table_.rows(), options_.block, options_.threads, [&] { return makeWorker(); },
             [&](BlockEvaluator& worker, Range rows) {

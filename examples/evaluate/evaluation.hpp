@@ -20,6 +20,7 @@ struct EvaluationOptions
     bool complex = false;           ///< columns are complex; otherwise a complex value is an error
     int threads = 1;
     std::size_t block = 1000;       ///< rows evaluated together
+    bool progress = false;          ///< a progress bar from the start, terminal or not; else on a terminal if it takes long
     std::vector<std::string> gradient; ///< adds for each formula its derivatives with respect to these columns
 };
 

@@ -64,6 +64,7 @@ Task readTask(Options& options, int argc, char** argv)
     options.value("--block", "N", "points evaluated together (1000)", [&](const std::string& v) {
         t.options.block = static_cast<std::size_t>(wholeNumber(v, 1, 10000000));
     });
+    options.flag("--progress", "a progress bar, also where the errors go to no terminal", t.options.progress);
     options.text("--output", "FILE", "where the values go (standard output)", t.output);
     options.value("--keep", "COLUMNS", "columns of the input to repeat in the output, as x,y",
                   [&](const std::string& v) { t.keep = split(v, ','); });

@@ -14,14 +14,18 @@ struct Progress::State
 {
     using Clock = std::chrono::steady_clock;
 
-    State(std::string t, long n) : title(std::move(t)), total(n) {}
+    State(std::string t, long n, bool always, Clock::duration patience)
+        : title(std::move(t)), total(n), terminal(isatty(STDERR_FILENO) != 0), shown(terminal || always),
+          next(Clock::now() + patience)
+    {}
 
-    std::string title;
-    long total;
-    bool terminal = isatty(STDERR_FILENO) != 0;
+    const std::string title;
+    const long total;
+    const bool terminal;
+    const bool shown;
     std::atomic<long> done{0};
     std::mutex drawing;
-    Clock::time_point next = Clock::now() + std::chrono::milliseconds(500);
+    Clock::time_point next;
     bool drawn = false;
 
     void draw(long n)
@@ -35,18 +39,27 @@ struct Progress::State
     }
 };
 
-Progress::Progress(std::string title, long total) : state_(std::make_unique<State>(std::move(title), total)) {}
+Progress::Progress(std::string title, long total, bool always, std::chrono::milliseconds patience)
+    : state_(std::make_unique<State>(std::move(title), total, always, patience))
+{}
 
 Progress::~Progress()
 {
-    if (state_->drawn)
+    if (!state_->drawn)
+        return;
+    if (state_->terminal) {
         std::fputs("\r\033[K", stderr);
+    } else {
+        state_->draw(state_->done);
+        std::fputc('\n', stderr);
+    }
+    std::fflush(stderr);
 }
 
 void Progress::advance(long n)
 {
     const long done = state_->done += n;
-    if (!state_->terminal)
+    if (!state_->shown)
         return;
     const std::unique_lock<std::mutex> lock(state_->drawing, std::try_to_lock); // who comes second need not wait
     if (!lock || State::Clock::now() < state_->next)

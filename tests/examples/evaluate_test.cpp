@@ -116,6 +116,21 @@ TEST_F(Evaluate, SameBitsForAnyThreadsAndBlocks)
     }
 }
 
+TEST_F(Evaluate, ShowsProgressOnLongTablesWhenAskedForAndElseOnTerminalsOnly)
+{
+    std::string text = "x\n";
+    for (int i = 0; i < 100000; ++i)
+        text += std::to_string(i) + "\n";
+    const std::string file = scratch.file("long.csv", text);
+
+    const Outcome silent = evaluate({file, "sin(x)"});
+    const Outcome asked = evaluate({file, "sin(x)", "--progress"});
+
+    EXPECT_EQ(silent.err, "");
+    EXPECT_THAT(asked.err, AllOf(StartsWith("\revaluating ["), testing::EndsWith("] 100 %\n")));
+    EXPECT_EQ(asked.out, silent.out);
+}
+
 TEST_F(Evaluate, SummaryPrintsSmallestMeanAndLargest)
 {
     const Outcome o = evaluate({points, "s=x+2*y", "--summary"});

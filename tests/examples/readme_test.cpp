@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <regex>
+#include <set>
 
 namespace {
 
@@ -31,4 +32,25 @@ TEST(Readme, LinksOnlyToFilesThatAreThere)
     for (std::sregex_iterator at(kReadme.begin(), kReadme.end(), link), end; at != end; ++at, ++n)
         EXPECT_TRUE(std::filesystem::exists(kRoot + "/" + (*at)[1].str())) << (*at)[1];
     EXPECT_GT(n, 5);
+}
+
+TEST(Readme, NamesOnlyWordsThatMakeKnows)
+{
+    const std::string makefile = ScratchDirectory::read(kRoot + "/Makefile");
+    const std::regex word("make ([a-z]+)");
+    std::set<std::string> named;
+    for (std::sregex_iterator at(kReadme.begin(), kReadme.end(), word), end; at != end; ++at)
+        named.insert((*at)[1]);
+    for (const std::string& w : named)
+        EXPECT_NE(makefile.find("\n" + w + ":\n"), std::string::npos) << w;
+    EXPECT_TRUE(named.count("demo") && named.count("check"));
+}
+
+TEST(Readme, ShowsAPictureThatIsOne)
+{
+    const std::regex picture(R"(!\[[^\]]+\]\(([^)]+\.svg)\))");
+    std::smatch found;
+    ASSERT_TRUE(std::regex_search(kReadme, found, picture));
+    const std::string svg = ScratchDirectory::read(kRoot + "/" + found[1].str());
+    EXPECT_THAT(svg, testing::AllOf(testing::StartsWith("<svg"), testing::HasSubstr("</svg>")));
 }
