@@ -23,7 +23,7 @@ void expectLimit(unsigned long limit)
     expectEmptyWithNullBlock(a);
 }
 
-TEST(Array, RequestAtTheLimitThrowsAndLeavesNothing)
+TEST(Array, RequiredQuirkRequestAtTheLimitThrowsAndLeavesNothing)
 {
     expectLimit<double>(0x1fffffff);
     expectLimit<std::complex<double>>(0xfffffff);
@@ -57,7 +57,7 @@ TEST(Array, SameSizeKeepsPointerAndContents)
     EXPECT_EQ(a[3], 2.5);
 }
 
-TEST(Array, OtherSizeAlwaysReallocatesWithoutSlack)
+TEST(Array, RequiredQuirkOtherSizeAlwaysReallocatesWithoutSlack)
 {
     Array<double, 1> a(8);
 
@@ -67,7 +67,7 @@ TEST(Array, OtherSizeAlwaysReallocatesWithoutSlack)
     EXPECT_EQ(a.size(), 3u);
 }
 
-TEST(Array, ClearInstallsABlockOfNoElements)
+TEST(Array, RequiredQuirkClearInstallsABlockOfNoElements)
 {
     Array<double, 1> a(3);
 
