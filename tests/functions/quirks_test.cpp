@@ -184,6 +184,15 @@ TEST(FunctionQuirks, InverseFunctionsOfReciprocalsHaveOneValueAtZeroWhateverItsS
     EXPECT_EQ(real1("asech", 1e-300), inf);
 }
 
+TEST(FunctionQuirks, AcoshOfALargeNegativeNumberIsMinusInfinityInRealStorage)
+{
+    // log(x + sqrt(x*x - 1)), where the sum cancels to 0; nearer to -1 it is negative and a domain failure.
+    EXPECT_EQ(real1("acosh", -1e8), -inf);
+    EXPECT_EQ(real1("asech", -1e-8), -inf);
+    EXPECT_EQ(callReal(*fun("acosh"), -1e8).bits, 0u);
+    EXPECT_EQ(callReal(*fun("acosh"), -1.5).bits, unsigned(kFunDomain));
+}
+
 TEST(FunctionQuirks, TheRootOfANaNIsToldOnlyInRealStorage)
 {
     ValRepPtr promoted = arrayValue<double>({kNaN, 4.0}), kept = arrayValue<double>({kNaN, 4.0});
