@@ -8,6 +8,7 @@
 #include "evalrep.hpp"
 #include "qxexception.hpp"
 #include "tests/support/alloc_fault.hpp"
+#include "tests/support/raised.hpp"
 
 #include <boost/make_shared.hpp>
 #include <cmath>
@@ -15,6 +16,7 @@
 #include <limits>
 
 using Complex = std::complex<double>;
+using qxtest::idOf;
 
 namespace {
 
@@ -83,17 +85,6 @@ ValRepPtr sample(bool scalar, bool complex, unsigned nBlocks, unsigned size = 3)
             x[j].push_back(1.0 + i + 10.0 * j);
         }
     return complex ? arrays<Complex>(z) : arrays<double>(x);
-}
-
-template <class F>
-std::string idOf(F act)
-{
-    try {
-        act();
-    } catch (qxbase::Exception& e) {
-        return e.getId();
-    }
-    return "nothing raised";
 }
 
 Complex at(const ValRepPtr& v, int i, int j = 0) { return (*v->getComplexReader())(i, j); }

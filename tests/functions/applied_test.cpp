@@ -3,8 +3,8 @@
 // evaluator of this test's own, which takes one number at a time through the C library in extended precision.
 
 #include "evalrep.hpp"
-#include "qxexception.hpp"
 #include "tests/functions/fun_support.hpp"
+#include "tests/support/raised.hpp"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -275,12 +275,7 @@ const unsigned kFlags[] = {0, ValRep::kKeepReal, ValRep::kKeepNaN, ValRep::kKeep
 
 std::string raisedBy(const ValRepPtr& value)
 {
-    try {
-        value->throwError();
-    } catch (const qxbase::Exception& e) {
-        return e.getId();
-    }
-    return "";
+    return idOf([&] { value->throwError(); });
 }
 
 bool agrees(Complex got, Wide wanted)

@@ -2,8 +2,8 @@
 
 #include "evalfun_trig.hpp"
 #include "evalrep.hpp"
-#include "qxexception.hpp"
 #include "tests/functions/fun_support.hpp"
+#include "tests/support/raised.hpp"
 
 #include <gtest/gtest.h>
 
@@ -30,16 +30,6 @@ ValRepPtr arrayValue(const std::vector<T>& numbers)
     }
     v->setEvaluated();
     return v;
-}
-
-std::string raisedBy(const ValRepPtr& value)
-{
-    try {
-        value->throwError();
-    } catch (const qxbase::Exception& e) {
-        return e.getId();
-    }
-    return "";
 }
 
 } // namespace
@@ -202,5 +192,5 @@ TEST(FunctionQuirks, TheRootOfANaNIsToldOnlyInRealStorage)
 
     EXPECT_FALSE(silent->isNaN());
     EXPECT_TRUE(std::isnan(silent->getDouble()));
-    EXPECT_EQ(raisedBy(told), "sqrt");
+    EXPECT_EQ(idOf([&] { told->throwError(); }), "sqrt");
 }

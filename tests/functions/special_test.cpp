@@ -7,6 +7,7 @@
 #include "qxexception.hpp"
 #include "qxmathfun.hpp"
 #include "tests/functions/fun_support.hpp"
+#include "tests/support/raised.hpp"
 
 #include <gtest/gtest.h>
 
@@ -15,17 +16,6 @@ using namespace qxtest;
 namespace {
 
 double step(const char* name, double x, double w) { return callReal(*fun(name), x, w).value.real(); }
-
-template <class F>
-std::string idOf(F act)
-{
-    try {
-        act();
-    } catch (qxbase::Exception& e) {
-        return e.getId();
-    }
-    return "nothing raised";
-}
 
 // ---- steps
 
