@@ -4,7 +4,7 @@
 
 #include "evalrep.hpp"
 #include "tests/functions/fun_support.hpp"
-#include "tests/support/raised.hpp"
+#include "tests/support/failure.hpp"
 
 #include <functional>
 #include <gtest/gtest.h>

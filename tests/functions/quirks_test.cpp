@@ -3,7 +3,7 @@
 #include "evalfun_trig.hpp"
 #include "evalrep.hpp"
 #include "tests/functions/fun_support.hpp"
-#include "tests/support/raised.hpp"
+#include "tests/support/failure.hpp"
 
 #include <gtest/gtest.h>
 

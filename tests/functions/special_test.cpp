@@ -7,7 +7,7 @@
 #include "qxexception.hpp"
 #include "qxmathfun.hpp"
 #include "tests/functions/fun_support.hpp"
-#include "tests/support/raised.hpp"
+#include "tests/support/failure.hpp"
 
 #include <gtest/gtest.h>
 
