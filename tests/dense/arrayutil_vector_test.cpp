@@ -94,7 +94,7 @@ TYPED_TEST(VectorKernels, TriSolveBeyondTheSizesRaises)
     qxarray::triSolve(A, x, true, NoTrans, 0);
 }
 
-TYPED_TEST(VectorKernels, YPlusAMulxAddsTheProductOfTheLeadingBlock)
+TYPED_TEST(VectorKernels, RequiredQuirkYPlusAMulxTakesZeroForAllOfTheLeadingBlock)
 {
     using T = TypeParam;
     const Array<T, 2> A = randomMatrix<T>(7, 5, 4);

@@ -231,7 +231,7 @@ TEST(SparseSum, RequiredQuirkSymmetriesOfStoresAreNotExpanded)
     EXPECT_EQ((H + S).getSymm(), Unsymmetric);
 }
 
-TEST(SparseSum, InPlaceKeepsTheArraysWhileTheResultFits)
+TEST(SparseSum, RequiredQuirkInPlaceKeepsTheCapacityThatFitsAndTakesAVersionInEveryCase)
 {
     // 3 entries and 3 new ones: capacity 5, 6, 7 around the need of 6.
     for (Index capacity : {5ul, 6ul, 7ul}) {
@@ -335,7 +335,7 @@ TEST(SparseProduct, InPlaceFromTheRightTakesAnyColumnOfTheOldMatrix)
         }
 }
 
-TEST(SparseProduct, SelectionKeepsListedRowsAndColumnsWithoutAProduct)
+TEST(SparseProduct, RequiredQuirkSelectionFromTheLeftIsForTransposedFactorsOnly)
 {
     const Sparse A = randomSparse(6, 6, 18, true, Unsymmetric, 1);
     const Sparse E = sparseOf(6, 3, {{1, 0, 1.0}, {3, 1, 1.0}, {5, 2, 1.0}}); // columns 1, 3, 5 of the identity
@@ -369,7 +369,7 @@ TEST(SparseProduct, RequiredQuirkSelectionFromTheRightAsksForNoTransposition)
     EXPECT_EQ(B.getForm(), A.getForm());
 }
 
-TEST(SparseMixture, RowAndColumnStoresAreRefusedEverywhere)
+TEST(SparseMixture, RequiredQuirkOnlyRowStoresWithUnsymmetricOnesAreRefused)
 {
     const Sparse U = Sparse().eye(3), R = convertToRow(U);
     const auto both = [&](auto f) {
@@ -439,7 +439,7 @@ TEST(SparseSelf, OperationsOfAMatrixWithItselfAreRight)
     EXPECT_TRUE(near(dense(E), dense(Sparse().eye(3)), 0));
 }
 
-TEST(SparseTranspose, TwiceSortsAndFormFollowsTheSource)
+TEST(SparseTranspose, RequiredQuirkFormFollowsTheSourceAlthoughColumnsComeOutSorted)
 {
     Sparse A = randomDominant(12, 50, true, Unsymmetric, 3);
     EXPECT_EQ(transpose(A, Trans).getForm(), FormNone); // ascending all the same

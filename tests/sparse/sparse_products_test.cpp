@@ -379,7 +379,7 @@ TEST(ParallelSparse, RequiredQuirkWorkVectorsKeepAReserveOfAThousand)
     EXPECT_FALSE(d.changeWorkArray(larger, true)); // never shrinks
 }
 
-TEST(ParallelSparse, StructureChangesRebuildTheBlocksAndValueChangesKeepThem)
+TEST(ParallelSparse, RequiredQuirkValueChangesKeepTheBlocksThatStructureChangesRebuild)
 {
     const Threads two(2);
     Sparse A = sortedSquare(300, 12000);
@@ -509,7 +509,7 @@ TEST(ParallelSparse, RepeatedOperationsTakeNoMemory)
     }
 }
 
-TEST(ParallelSparse, FailedAllocationsLeaveVectorsAndTheNextCallRight)
+TEST(ParallelSparse, RequiredQuirkFailureTextsEndInAFullStopAndTheNextCallIsRight)
 {
     const Threads two(2);
     for (bool sorted : {true, false}) {
@@ -653,7 +653,7 @@ TEST(ExternalSparse, RequiredQuirkAlphaCountsBySignOnly)
     EXPECT_EQ(result(0.0), -2.0);
 }
 
-TEST(ExternalSparse, HandsIntViewsOfTheStoreToTheLibrary)
+TEST(ExternalSparse, RequiredQuirkLibrariesSeeTransForConjTransAndIntViewsOfTheStore)
 {
     const boost::shared_ptr<Recorder> recorder(new Recorder);
     ExternalSparse::setMatVecLibrary(recorder);
