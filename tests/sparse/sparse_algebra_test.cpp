@@ -122,7 +122,7 @@ TEST_P(Algebra, TransposedProductHasTheBitsOfTheTransposedPlainProduct)
 {
     const Sparse A = a(60, 50, 900), B = b(50, 70, 900);
     for (Trans_t trans : {Trans, ConjTrans})
-        for (int threads : {1, 2, 3, 7}) {
+        for (int threads : {1, 2, 3, 7, 16}) {
             const Threads some(threads);
             Sparse wanted = transpose(A * B, trans);
             wanted.setForm(FormSorted);

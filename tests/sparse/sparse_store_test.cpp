@@ -441,7 +441,7 @@ TEST(IsSymmetric, EveryFormAndThreadCountAnswersAlike)
     Sparse A = randomDominant(200, 9000, true, Unsymmetric, 4);
     Sparse S = A + transpose(A, Trans);
     ASSERT_GE(S.getNnz(), qxbase::parallelThreshold);
-    for (int threads : {1, 3}) {
+    for (int threads : {1, 2, 3, 7, 16}) {
         const Threads some(threads);
         for (Form_t form : {FormNone, FormDiag, FormSorted, FormSortedDiag}) {
             Sparse M = S, N = A;

@@ -173,7 +173,7 @@ TEST_P(Sweep, UpdaterOfAnUnsortedMatrixHasTheSameBitsForAnyNumberOfThreadsAboveO
         SORUpdater(A, two, c.omega, c.reverse);
     }
     EXPECT_TRUE(near(dense(two), dense(serial), 6e3 * 1e-14)); // elements up to 6e3
-    for (int threads : {3, 7}) {
+    for (int threads : {3, 7, 16}) {
         const Threads some(threads);
         Matrix<1> u = r0;
         SORUpdater(A, u, c.omega, c.reverse);
