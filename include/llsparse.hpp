@@ -108,8 +108,8 @@ public:
     /// Sums len triplets (row[k], col[k], val[k]) into a new store; with constVal every value is val[0].
     ///
     /// Entries of a column stand in the order of their first appearance, duplicates are added in input order, zeros are
-    /// kept; form is FormNone. Indices are checked, as Sparse says. Cost: O(len + m + n); 4 bytes a row and thread, 16 (24)
-    /// bytes an entry, or a triplet where neighbours differ in column. Forks by len; same bits for any number of threads.
+    /// kept; form is FormNone. Indices are checked, as Sparse says. Cost: O(len + m + n); work of 4 bytes a row and thread, 12
+    /// (20) an entry, 16 (24) a triplet where neighbours differ in column. Forks by len, same bits for any thread count.
     void triplet2sparse(const unsigned long* row, const unsigned long* col, const T* val, unsigned long len,
                         unsigned long m, unsigned long n, bool constVal = false);
 

@@ -81,7 +81,8 @@ void checkIndex(bool inRange)
 ///   survey   counts triplets by share and block, and notes the runs of neighbours that go to one block
 ///   bucket   if the runs are short, each share copies its triplets to their blocks, behind those of the shares before
 ///            it; long runs are read where they are, and this copy, as large as the input, is never made
-///   merge    block by block: a counting sort by column, then duplicates are summed with a marker a row
+///   merge    block by block: a counting sort by column, then duplicates are summed with a marker a row; rows take 4
+///            bytes here
 ///   store    the merged blocks are copied into the exactly sized store and released
 ///
 /// The table of row markers replaces a hash table: marker[i] > first says that row i already stands in the column that
@@ -256,35 +257,49 @@ private:
         std::uint32_t base = 0; // positions grow from block to block: no marker needs clearing in between
     };
 
-    /// Merged blocks of a share, in pieces that are released one by one.
+    /// Rows and values of a merged block.
+    struct Merged
+    {
+        std::uint32_t* row;
+        T* val;
+    };
+
+    /// The merged blocks of a share, in pieces that are released one by one.
     struct Pieces
     {
-        std::vector<Scratch<Entry<T>>> list;
+        struct Piece
+        {
+            Scratch<std::uint32_t> row;
+            Scratch<T> val;
+        };
+        std::vector<Piece> list;
         unsigned long room = 0;
-        Entry<T>* end = nullptr;
+        Merged end{nullptr, nullptr};
 
-        Entry<T>* reserve(unsigned long count, unsigned long most)
+        /// Room for a block of up to count entries; no more than `most` will follow.
+        Merged reserve(unsigned long count, unsigned long most)
         {
             if (room < count) {
-                constexpr unsigned long pieceBytes = 32 << 20;
-                room = std::max(count, std::min(most, pieceBytes / sizeof(Entry<T>)));
-                list.emplace_back(room);
-                end = list.back().get();
+                constexpr unsigned long usual = 2 << 20;
+                room = std::max(count, std::min(most, usual));
+                list.push_back({Scratch<std::uint32_t>(room), Scratch<T>(room)});
+                end = {list.back().row.get(), list.back().val.get()};
             }
             return end;
         }
         void take(unsigned long count)
         {
-            end += count;
+            end.row += count;
+            end.val += count;
             room -= count;
         }
     };
 
     /// Leaves the merged entries of each block, by column, at merged_[b], and the number of entries of column j in
-    /// counts[j + 1].
+    /// counts[j + 1]. Releases the bucketed input.
     void merge(unsigned long* counts)
     {
-        merged_ = Scratch<Entry<T>*>(blocks_);
+        merged_ = Scratch<Merged>(blocks_);
         pieces_.resize(static_cast<std::size_t>(team_.size()));
         team_.run([&](int share) {
             const Slice blocks = team_.weighted(blocks_, blockStart_.get(), share);
@@ -296,13 +311,11 @@ private:
             Pieces& pieces = pieces_[static_cast<std::size_t>(share)];
             for (unsigned long b = blocks.from; b < blocks.to; ++b) {
                 sortByColumn(b, w);
-                merged_[b] = entries_.get() ? entries_.get() + blockStart_[b]
-                                            : pieces.reserve(blockSize(b), blockStart_[blocks.to] - blockStart_[b]);
-                const std::uint32_t count = mergeColumns(b, counts, w);
-                if (!entries_.get())
-                    pieces.take(count);
+                merged_[b] = pieces.reserve(blockSize(b), blockStart_[blocks.to] - blockStart_[b]);
+                pieces.take(mergeColumns(b, counts, w));
             }
         });
+        entries_ = Scratch<Entry<T>>();
     }
 
     /// w.sorted takes the triplets of block b by column, w.offset[j] the end of its column j.
@@ -349,7 +362,7 @@ private:
         const unsigned long first = firstColumn(b), columns = firstColumn(b + 1) - first;
         const T nothing = -T(0.0);
         std::uint32_t* const marker = w.marker.get();
-        Entry<T>* const out = merged_[b];
+        const Merged out = merged_[b];
         // Positions are counted on from w.base, one above zero.
         std::uint32_t written = 0, k = 0;
         for (unsigned long j = 0; j < columns; ++j) {
@@ -359,9 +372,9 @@ private:
                 const std::uint32_t seen = marker[e.row];
                 const bool isNew = seen <= columnStart;
                 const std::uint32_t at = isNew ? written : seen - w.base - 1;
-                out[written].val = nothing;
-                out[at].row = e.row;
-                out[at].val += e.val;
+                out.val[written] = nothing;
+                out.row[at] = e.row;
+                out.val[at] += e.val;
                 marker[e.row] = w.base + 1 + at;
                 written += isNew;
             }
@@ -379,14 +392,12 @@ private:
             auto& pieces = pieces_[static_cast<std::size_t>(share)].list;
             std::size_t piece = 0;
             for (unsigned long b = blocks.from; b < blocks.to; ++b) {
-                const Entry<T>* from = merged_[b];
-                if (piece + 1 < pieces.size() && from == pieces[piece + 1].get())
-                    pieces[piece++] = Scratch<Entry<T>>();
-                const unsigned long to = store.colPtr[firstColumn(b + 1)];
-                for (unsigned long p = store.colPtr[firstColumn(b)]; p < to; ++p, ++from) {
-                    store.row[p] = from->row;
-                    store.val[p] = from->val;
-                }
+                const Merged from = merged_[b];
+                if (piece + 1 < pieces.size() && from.row == pieces[piece + 1].row.get())
+                    pieces[piece++] = {};
+                const unsigned long first = store.colPtr[firstColumn(b)], to = store.colPtr[firstColumn(b + 1)];
+                std::copy_n(from.row, to - first, store.row + first);
+                std::copy_n(from.val, to - first, store.val + first);
             }
         });
     }
@@ -403,7 +414,7 @@ private:
     Scratch<unsigned long> blockStart_, cursor_, runStart_;
     Scratch<Run> runs_;
     Scratch<Entry<T>> entries_; // null where runs are read in place
-    Scratch<Entry<T>*> merged_;
+    Scratch<Merged> merged_;
     std::vector<Pieces> pieces_;
 };
 
