@@ -707,7 +707,8 @@ TEST(ExternalSparse, MakingRoomForIndicesForgetsTheOldOnes)
     EXPECT_EQ(e.getIntColPtr(A)[2], 2); // made again
     EXPECT_EQ(e.getIntRow(A)[1], 2);
     Array<int, 1> holder;
-    EXPECT_EQ(ExternalSparse::allocate(holder, 7), holder.data());
+    const int* data = ExternalSparse::allocate(holder, 7);
+    EXPECT_EQ(data, holder.data());
     EXPECT_EQ(holder.size(), 7u);
 }
 
