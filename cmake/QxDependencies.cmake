@@ -18,7 +18,6 @@ function(qx_find_plain target header library)
 endfunction()
 
 qx_find_plain(qx_sleef sleef.h sleef)
-qx_find_plain(qx_cerf cerf.h cerf)
 qx_find_plain(qx_arb arb_fpwrap.h flint-arb)
 
 # UMFPACK. The library links a private copy of the static form in which the BLAS routines bear other names: they lead

@@ -17,6 +17,11 @@ import mpmath as mp
 mp.mp.dps = 40
 COUNT = 1000
 DIGITS = 20
+# DLMF tables 7.13.1 and 7.13.2, refined
+ERF_ZEROS = [complex(mp.findroot(mp.erf, z)) for z in (1.45061616 + 1.88094300j, 2.24465928 + 2.61657514j,
+                                                       2.83974105 + 3.17562810j)]
+ERFC_ZEROS = [complex(mp.findroot(mp.erfc, z)) for z in (-1.35481013 + 1.99146684j, -2.17704491 + 2.69114903j,
+                                                         -2.78438761 + 3.23533087j)]
 HUGE, TINY = mp.mpf(2) ** 1020, mp.mpf(2) ** -1000  # well inside the range of double
 
 
@@ -44,6 +49,14 @@ def polar(low, high):
     return r * math.cos(phi), r * math.sin(phi)
 
 
+def near(zeros):
+    """Points around zeros, at distances of all magnitudes."""
+    def draw():
+        zero, r, phi = random.choice(zeros), logarithmic(1e-12, 0.1), random.uniform(-3.1, 3.1)
+        return zero.real + r * math.cos(phi), zero.imag + r * math.sin(phi)
+    return draw
+
+
 def digits(value):
     return mp.nstr(value, DIGITS, strip_zeros=False, min_fixed=0, max_fixed=0)
 
@@ -53,11 +66,11 @@ def isInRange(value):
     return TINY < abs(value) < HUGE and all(p == 0 or abs(p) > TINY for p in parts)
 
 
-def table(directory, name, draw, function, isComplex=False):
+def table(directory, name, draw, function, isComplex=False, argumentDigits=4):
     random.seed(name)
     lines = []
     while len(lines) < COUNT:
-        numbers, texts = zip(*[short(x) for x in draw()])
+        numbers, texts = zip(*[short(x, argumentDigits) for x in draw()])
         try:
             with mp.workdps(mp.mp.dps + 20):
                 value = function(*[mp.mpf(x) for x in numbers])
@@ -114,6 +127,8 @@ def main():
     table(directory, "erfcx", lambda: [random.uniform(-25, 50)], erfcx)
     for name, f in (("erf", mp.erf), ("erfc", mp.erfc), ("erfcx", erfcx)):
         table(directory, f"c{name}", lambda: polar(1e-2, 10), lambda x, y, f=f: f(mp.mpc(x, y)), True)
+    for name, f, zeros in (("erf", mp.erf, ERF_ZEROS), ("erfc", mp.erfc, ERFC_ZEROS), ("erfcx", erfcx, ERFC_ZEROS)):
+        table(directory, f"c{name}_zeros", near(zeros), lambda x, y, f=f: f(mp.mpc(x, y)), True, 17)
     table(directory, "gamma", lambda: [random.uniform(-60, 170)], mp.gamma)
     table(directory, "cgamma", lambda: polar(1e-2, 50), lambda x, y: mp.gamma(mp.mpc(x, y)), True)
     table(directory, "gammainc", lambda: [logarithmic(1e-3, 200), logarithmic(1e-2, 200)], gammainc)
