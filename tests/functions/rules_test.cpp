@@ -3,6 +3,7 @@
 #include "evalnodes.hpp"
 #include "evalrep.hpp"
 #include "nodemaker.hpp"
+#include "support/reference_lines.hpp"
 #include "tests/functions/fun_support.hpp"
 
 #include <gtest/gtest.h>
@@ -12,20 +13,6 @@ using namespace qxtest;
 
 namespace {
 
-double number(std::istringstream& in)
-{
-    std::string text;
-    in >> text;
-    return std::strtod(text.c_str(), nullptr);
-}
-
-struct Tally
-{
-    int points = 0;
-    double worst = 0.0;
-    std::string where;
-};
-
 /// The rule's node on constant arguments; its value, folded or evaluated.
 Complex valueOf(const EvalNodePtr& node)
 {
@@ -33,72 +20,69 @@ Complex valueOf(const EvalNodePtr& node)
     return v->getComplex();
 }
 
+/// The partial derivative of a function at x (and y, which is the exponent of a power with a fixed one).
+Complex partial(const std::string& name, int argument, Complex x, Complex y)
+{
+    static const NodeMakerPtr maker = boost::make_shared<NodeMaker>();
+    const auto constant = [](Complex z) {
+        return z.imag() == 0.0 ? maker->makeConstNode(z.real()) : maker->makeConstNode(z);
+    };
+    const FunObjPtr f = name == "pow" ? makeConstPow(y.real()) : fun(name);
+    EvalNodes args = {constant(x)};
+    if (f->nArgs() == 2)
+        args.push_back(constant(y));
+    return valueOf(f->diffRule(args, argument, maker));
+}
+
+double relativeError(Complex got, Complex wanted) { return std::abs(got - wanted) / std::fmax(std::abs(wanted), 1e-3); }
+
+void expectAHundredGoodPointsEach(const Tally& tally)
+{
+    for (const auto& [name, row] : tally.rows()) {
+        EXPECT_EQ(row.points, 100) << name;
+        EXPECT_LE(row.worst, 1e-12) << name << ": " << row.where;
+    }
+}
+
 TEST(DerivativeRules, AgreeWithTheReferenceInEveryArgument)
 {
-    const NodeMakerPtr maker = boost::make_shared<NodeMaker>();
-    std::map<std::string, Tally> tally;
-    std::ifstream file(QX_REFERENCE_FILE);
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream in(line);
-        std::string kind, name;
-        int argument;
-        in >> kind >> name;
-        if (kind != "d")
-            continue;
-        in >> argument;
-        const double x = number(in), y = number(in), wanted = number(in);
-        EvalNodes args = {maker->makeConstNode(x)};
-        if (fun(name)->nArgs() == 2)
-            args.push_back(maker->makeConstNode(y));
-        const double got = valueOf(fun(name)->diffRule(args, argument, maker)).real();
-        Tally& t = tally[name + " " + std::to_string(argument)];
-        ++t.points;
-        // Relative, down to where the derivative vanishes and cancellation takes over.
-        const double error = std::fabs(got - wanted) / std::max(std::fabs(wanted), 1e-3);
-        if (!(error <= t.worst)) {
-            t.worst = error;
-            t.where = line + " got " + std::to_string(got) + " wanted " + std::to_string(wanted);
-        }
+    Tally tally;
+    for (const ReferenceLine& line : readReferences(QX_REFERENCE_FILE, "d")) {
+        const std::vector<double>& n = line.numbers;
+        const int argument = static_cast<int>(n[0]);
+        const double got = partial(line.name, argument, n[1], n[2]).real();
+        tally.add(line.name + " " + std::to_string(argument), qxtest::relativeError(got, n[3]), line.text);
     }
 
-    EXPECT_EQ(tally.size(), 30u + 2 * 11 + 4 + 2 * 8);
-    for (const auto& [name, t] : tally) {
-        EXPECT_EQ(t.points, 100) << name;
-        EXPECT_LE(t.worst, 1e-12) << name << ": " << t.where;
-    }
+    EXPECT_EQ(tally.rows().size(), 33u + 2 * 11 + 4 + 2 * 8); // one argument; both; a Bessel function's second; steps
+    expectAHundredGoodPointsEach(tally);
 }
 
 TEST(DerivativeRules, HoldInThePlane)
 {
-    const NodeMakerPtr maker = boost::make_shared<NodeMaker>();
-    std::map<std::string, Tally> tally;
-    std::ifstream file(QX_REFERENCE_FILE);
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream in(line);
-        std::string kind, name;
-        in >> kind >> name;
-        if (kind != "z")
-            continue;
-        const double re = number(in), im = number(in);
-        number(in), number(in);
-        const double dre = number(in), dim = number(in);
-        const Complex wanted(dre, dim);
-        const EvalNodes args = {maker->makeConstNode(Complex(re, im))};
-        const Complex got = valueOf(fun(name)->diffRule(args, 1, maker));
-        Tally& t = tally[name];
-        ++t.points;
-        const double error = std::abs(got - wanted) / std::abs(wanted);
-        if (!(error <= t.worst)) {
-            t.worst = error;
-            t.where = line;
-        }
+    Tally tally;
+    for (const ReferenceLine& line : readReferences(QX_REFERENCE_FILE, "z")) {
+        const std::vector<double>& n = line.numbers;
+        const Complex wanted(n[4], n[5]), got = partial(line.name, 1, {n[0], n[1]}, 0.0);
+        tally.add(line.name, relativeError(got, wanted), line.text);
     }
 
-    EXPECT_EQ(tally.size(), 29u);
-    for (const auto& [name, t] : tally) {
-        EXPECT_EQ(t.points, 100) << name;
-        EXPECT_LE(t.worst, 1e-12) << name << ": " << t.where;
+    EXPECT_EQ(tally.rows().size(), 29u);
+    expectAHundredGoodPointsEach(tally);
+}
+
+TEST(DerivativeRules, OfTwoArgumentsHoldInThePlane)
+{
+    Tally tally;
+    for (const ReferenceLine& line : readReferences(QX_REFERENCE_FILE, "c")) {
+        const std::vector<double>& n = line.numbers;
+        const int argument = static_cast<int>(n[0]);
+        const Complex wanted(n[5], n[6]), got = partial(line.name, argument, {n[1], n[2]}, {n[3], n[4]});
+        tally.add(line.name + " " + std::to_string(argument), relativeError(got, wanted), line.text);
     }
+
+    EXPECT_EQ(tally.rows().size(), 2 * 6u + 1 + 4 + 2 * 8); // operators; fixed exponents; Bessel functions; steps
+    expectAHundredGoodPointsEach(tally);
 }
 
 TEST(DerivativeRules, StepsAndPartsHaveNone)

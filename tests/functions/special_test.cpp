@@ -49,6 +49,35 @@ TEST(SmoothedStep, HasTheStatedPolynomials)
     EXPECT_DOUBLE_EQ(step("qxdc2hs", 1.0, 2.0), (0.9375 - 1.875 / 4 + 0.9375 / 16) / 2);
 }
 
+TEST(SmoothedStep, EveryPolynomialAtItsCornersForWidthsOfBothSigns)
+{
+    const struct
+    {
+        const char *step, *dirac;
+        double low, middle, slope; ///< at 0; high is 1
+    } steps[] = {{"qxsmhs", "qxdsmhs", 0.0, 0.5, 1.640625},
+                 {"qxsmsign", "qxdsmsign", -1.0, 0.0, 3.28125},
+                 {"qxc1hs", "qxdc1hs", 0.0, 0.5, 0.75},
+                 {"qxc2hs", "qxdc2hs", 0.0, 0.5, 0.9375}};
+    const double below = std::nextafter(1.0, 0.0);
+    for (const auto& s : steps)
+        for (const double w : {1.0, -1.0}) { // f(x, -w) = f(-x, w), the derivative by x changes its sign too
+            const double left = w > 0 ? s.low : 1.0, right = w > 0 ? 1.0 : s.low;
+            for (const double x : {1.0, 2.0, inf}) {
+                EXPECT_EQ(step(s.step, x, w), right) << s.step << ' ' << x << ' ' << w;
+                EXPECT_EQ(step(s.step, -x, w), left) << s.step << ' ' << x << ' ' << w;
+                EXPECT_EQ(step(s.dirac, x, w), 0.0) << s.dirac << ' ' << x << ' ' << w;
+                EXPECT_EQ(step(s.dirac, -x, w), 0.0) << s.dirac << ' ' << x << ' ' << w;
+            }
+            EXPECT_EQ(step(s.step, 0.0, w), s.middle) << s.step;
+            EXPECT_EQ(step(s.dirac, 0.0, w), s.slope / w) << s.dirac;
+            EXPECT_NEAR(step(s.step, below, w), right, 1e-15) << s.step;
+            EXPECT_NEAR(step(s.step, -below, w), left, 1e-15) << s.step;
+            EXPECT_NEAR(step(s.dirac, below, w), 0.0, 1e-14) << s.dirac;
+            EXPECT_NEAR(step(s.dirac, -below, w), 0.0, 1e-14) << s.dirac;
+        }
+}
+
 TEST(SmoothedStep, AnEmptyZoneIsAJump)
 {
     EXPECT_EQ(step("qxsmhs", -1e-300, 0.0), 0.0);

@@ -6,6 +6,9 @@ usage: functions.py > functions.txt        (Debian package python3-mpmath)
 Lines:  v name x value rest            real value, as the nearest double and what is left over, points of accuracy.def
         d name arg x y value           real partial derivative with respect to argument arg (y is 0 for one argument)
         z name re im vre vim dre dim   complex value and derivative
+        c name arg xre xim yre yim dre dim   complex partial derivative of a function of two arguments
+
+A power with a fixed exponent is called "pow" and has its exponent as y.
 """
 import pathlib
 import random
@@ -128,3 +131,55 @@ for name, f in UNARY.items():
         z = mp.mpc(uniform(re_low, 3), random.choice((-1, 1)) * uniform(0.05, 3))
         v, d = f(z), mp.diff(f, z)
         print("z", name, text(z.real), text(z.imag), text(v.real), text(v.imag), text(mp.re(d)), text(mp.im(d)))
+
+# ---- what came later, behind the rest so that the points above stay what they were
+
+for name, f in (("abs", abs), ("sign", mp.sign)):
+    for _ in range(100):
+        x = random.choice((-1, 1)) * uniform(0.1, 5)
+        print("d", name, 1, text(x), text(0.0), text(mp.diff(f, mp.mpf(x))))
+
+EXPONENTS = (-3.0, -2.0, -1.0, 2.0, 3.0, 4.0, 5.0, 0.5, -1.5)
+for _ in range(100):
+    x, e = uniform(0.2, 5), random.choice(EXPONENTS)
+    print("d", "pow", 1, text(x), text(e), text(mp.diff(lambda u: u ** mp.mpf(e), mp.mpf(x))))
+
+
+def anywhere(low, high):
+    """A point with a modulus between low and high, off the negative real axis."""
+    r, phi = uniform(low, high), random.uniform(-3.0, 3.0)
+    return mp.mpc(r * float(mp.cos(phi)), r * float(mp.sin(phi)))
+
+
+def real(low, high):
+    return lambda: mp.mpc(uniform(low, high))
+
+
+def within(low, high):
+    return lambda: anywhere(low, high)
+
+
+COMPLEX = {  # value, arguments, arguments to differentiate by
+    "+": (lambda u, v: u + v, within(0.1, 5), within(0.1, 5), (1, 2)),
+    "-": (lambda u, v: u - v, within(0.1, 5), within(0.1, 5), (1, 2)),
+    "*": (lambda u, v: u * v, within(0.1, 5), within(0.1, 5), (1, 2)),
+    "/": (lambda u, v: u / v, within(0.1, 5), within(0.5, 5), (1, 2)),
+    "^": (lambda u, v: u ** v, within(0.2, 5), within(0.2, 3), (1, 2)),
+    "plussq": (lambda u, v: u * u + v * v, within(0.1, 5), within(0.1, 5), (1, 2)),
+    "pow": (lambda u, e: u ** e, within(0.2, 5), lambda: mp.mpc(random.choice(EXPONENTS)), (1,)),
+    "besselj": (mp.besselj, real(-2.4, 4), within(0.5, 10), (2,)),
+    "bessely": (mp.bessely, real(-2.4, 4), within(0.5, 10), (2,)),
+    "besseli": (mp.besseli, real(-2.4, 4), within(0.5, 10), (2,)),
+    "besselk": (mp.besselk, real(-2.4, 4), within(0.5, 10), (2,)),
+}
+for name in STEPS:  # inside the zone; the width is real
+    for full in ("qx" + name, "qxd" + name):
+        COMPLEX[full] = (BINARY[full][0], within(0.1, 0.9), real(1.0, 1.5), (1, 2))
+
+for name, (f, xs, ys, arguments) in COMPLEX.items():
+    for argument in arguments:
+        for _ in range(100):
+            x, y = xs(), ys()
+            order = (1, 0) if argument == 1 else (0, 1)
+            d = mp.mpc(mp.diff(f, (x, y), order))
+            print("c", name, argument, text(x.real), text(x.imag), text(y.real), text(y.imag), text(d.real), text(d.imag))

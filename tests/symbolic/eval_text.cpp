@@ -1,5 +1,7 @@
 #include "eval_text.hpp"
 
+#include <boost/math/special_functions/bessel.hpp>
+
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
@@ -189,14 +191,8 @@ private:
         if (name == "min")
             return a.x < b.x ? a : b;
         if (name == "besselj")
-            return rounded(besselj(a.x, b.x), b.e);
+            return rounded(boost::math::cyl_bessel_j(a.x, b.x), b.e);
         fail();
-    }
-    /// J of integer order, negative ones too.
-    static double besselj(double order, double x)
-    {
-        const int n = static_cast<int>(order);
-        return n >= 0 ? jn(n, x) : (n % 2 ? -jn(-n, x) : jn(-n, x));
     }
     double f(const std::string& name, double x) const
     {
