@@ -6,11 +6,10 @@
 
 namespace qxtest {
 
-std::size_t countOperations(const EvalNodePtr& root)
+std::size_t countNodes(const EvalNodePtr& root)
 {
     std::set<const EvalNode*> seen;
     std::vector<const EvalNode*> todo{root.get()};
-    std::size_t count = 0;
     while (!todo.empty()) {
         const EvalNode* node = todo.back();
         todo.pop_back();
@@ -18,13 +17,11 @@ std::size_t countOperations(const EvalNodePtr& root)
             node = proxy->getTarget().get();
         if (!seen.insert(node).second)
             continue;
-        if (const auto* op = dynamic_cast<const OpNode*>(node)) {
-            ++count;
+        if (const auto* op = dynamic_cast<const OpNode*>(node))
             for (const EvalNodePtr& arg : op->getArgs())
                 todo.push_back(arg.get());
-        }
     }
-    return count;
+    return seen.size();
 }
 
 } // namespace qxtest

@@ -216,7 +216,18 @@ inline std::string textOf(const EvalNodePtr& node)
     return EvalTree(node).getExpr();
 }
 
-/// Number of distinct operations below a node, proxies not counted.
-std::size_t countOperations(const EvalNodePtr& root);
+/// Number of distinct nodes of the graph below root, itself included: operations, variables and constants. The proxy that
+/// shares an operation is no node of its own.
+std::size_t countNodes(const EvalNodePtr& root);
+
+/// Number of objects, kept or thrown away again, that work() makes through the factory: nodes and proxies.
+template <class Work>
+std::size_t countNodesMade(NodeMaker& maker, Work&& work)
+{
+    const auto newestId = [&maker] { return maker.makeProxyNode(maker.makeUnitNode())->getId(); };
+    const unsigned long before = newestId();
+    work();
+    return newestId() - before - 1;
+}
 
 } // namespace qxtest

@@ -173,6 +173,26 @@ TEST(RandomExpressions, HaveTheComplexValuesOfASlowEvaluator)
     EXPECT_GT(compared, 3000);
 }
 
+TEST(RandomExpressions, HaveDerivativesOfAtMostFiveNodesPerNode)
+{
+    std::size_t value = 0, derivative = 0;
+    double worst = 0;
+    for (unsigned seed = 0; seed < 500; ++seed) {
+        const HostPtr host = makeHost();
+        const EvalNodePtr root = treeOf(Generator(seed).make(9).text())->getRoot(host);
+        const std::size_t size = countNodes(root), slope = countNodes(root->diff("x", host));
+        if (size < 20)
+            continue;
+        value += size;
+        derivative += slope;
+        worst = std::max(worst, double(slope) / double(size));
+        EXPECT_LE(slope, 5 * size) << "seed " << seed;
+    }
+    EXPECT_GT(value, 15000u);
+    RecordProperty("nodes_per_node", std::to_string(double(derivative) / double(value)));
+    RecordProperty("worst", std::to_string(worst));
+}
+
 TEST(RandomExpressions, HaveDerivativesThatAgreeWithCentralDifferences)
 {
     int compared = 0;

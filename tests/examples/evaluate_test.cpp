@@ -104,6 +104,31 @@ TEST_F(Evaluate, AgreesWithTheSameFormulasInCOnTheMesh)
     }
 }
 
+TEST_F(Evaluate, GradientAddsTheDerivativesByTwoColumns)
+{
+    EXPECT_EQ(evaluate({points, "f=x^2*y", "g=a", "--define", "a=3*x-y", "--gradient", "x,y"}).out,
+              "f,\"d(f,x)\",\"d(f,y)\",g,\"d(g,x)\",\"d(g,y)\"\n2,4,1,1,3,-1\n4.5,-3,9,-9.5,3,-1\n64,32,16,8,3,-1\n");
+}
+
+TEST_F(Evaluate, StepsAndBesselFunctionsHaveValuesAndGradients)
+{
+    const examples::Table in = examples::readCsv(kPoints);
+    const std::vector<double>&x = in.column("x"), &y = in.column("y");
+
+    const examples::Table t = values({kPoints, "J=besselj(1,20*x*x)", "s=qxc1hs(y-0.1,0.05)", "--gradient", "x,y"});
+
+    ASSERT_EQ(t.rows(), in.rows());
+    for (std::size_t i = 0; i < t.rows(); ++i) {
+        const double u = 20 * x[i] * x[i], q = (y[i] - 0.1) / 0.05;
+        EXPECT_NEAR(t.column("J")[i], j1(u), 1e-14);
+        EXPECT_NEAR(t.column("d(J,x)")[i], (j0(u) - jn(2, u)) / 2 * 40 * x[i], 1e-13);
+        EXPECT_EQ(t.column("d(J,y)")[i], 0.0);
+        const bool inside = std::fabs(q) < 1;
+        EXPECT_NEAR(t.column("s")[i], inside ? 0.5 + 0.75 * q - 0.25 * q * q * q : q > 0, 1e-14);
+        EXPECT_NEAR(t.column("d(s,y)")[i], inside ? (0.75 - 0.75 * q * q) / 0.05 : 0.0, 1e-12);
+    }
+}
+
 TEST_F(Evaluate, SameBitsForAnyThreadsAndBlocks)
 {
     const std::vector<std::string> formulas{kPoints, "sin(20*x)*cos(20*y)+log(T)", "T^1.5*exp(-w)"};
@@ -241,6 +266,19 @@ TEST_F(Evaluate, DrawsAPictureOfTheField)
 
     EXPECT_EQ(o.status, 0) << o.err;
     EXPECT_THAT(ScratchDirectory::read(svg), AllOf(StartsWith("<svg"), HasSubstr("q = T-22"), HasSubstr("</svg>")));
+}
+
+TEST_F(Evaluate, DrawsTheGradientAsArrows)
+{
+    const auto picture = [&](const std::vector<std::string>& more) {
+        std::vector<std::string> words{kPoints, "q=T-22", "--summary", "--plot", scratch.path("g.svg"), "--triangles", kTriangles};
+        words.insert(words.end(), more.begin(), more.end());
+        const Outcome o = evaluate(words);
+        EXPECT_EQ(o.status, 0) << o.err;
+        return ScratchDirectory::read(scratch.path("g.svg"));
+    };
+    const std::string without = picture({}), with = picture({"--gradient", "T,w"}); // d(T-22)/dT = 1: all of one size
+    EXPECT_GT(std::count(with.begin(), with.end(), 'M'), std::count(without.begin(), without.end(), 'M') + 100);
 }
 
 TEST_F(Evaluate, TrianglesThatNameNoPointAreRefused)

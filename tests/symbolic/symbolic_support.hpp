@@ -8,7 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
+#include <vector>
 
 /// Shared by the tests of the symbolic engine.
 namespace qxtest {
@@ -61,6 +63,22 @@ inline std::string simplified(const std::string& infix, bool evalFuncs = false)
     e.scan(infix);
     e.simp(evalFuncs);
     return e.toString();
+}
+
+/// Distinct nodes of the graph below root and the links between them: what a walk over a shared graph costs.
+inline std::size_t graphSize(const NodePtr& root)
+{
+    std::set<const Node*> seen{root.get()};
+    std::vector<NodePtr> open{root};
+    std::size_t links = 0;
+    while (!open.empty()) {
+        const NodePtr node = open.back();
+        open.pop_back();
+        for (int i = 0, n = node->getChildCount(); i < n; ++i, ++links)
+            if (seen.insert(node->getChild(i).get()).second)
+                open.push_back(node->getChild(i));
+    }
+    return seen.size() + links;
 }
 
 constexpr const char* syntaxError = "Syntax_error_in_expression";
