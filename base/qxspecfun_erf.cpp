@@ -167,10 +167,17 @@ Complex erfcxOf(const Complex& z)
     return rounded(d.cancels() ? times(growth, extended(byArb(arb_fpwrap_cdouble_erfc, z))) : d.value);
 }
 
-template <class Function>
-int errorFunction(const Complex& z, Complex& result, Function&& function)
+/// The real axis has the real function's values, infinite arguments among them.
+int errorFunction(const Complex& z, Complex& result, int (*real)(double, double&), Complex (*complex)(const Complex&))
 {
-    return isNaN(z) ? noValue(result) : conclude(function(z), result);
+    if (isNaN(z))
+        return noValue(result);
+    if (z.imag() != 0)
+        return conclude(complex(z), result);
+    double value;
+    const int status = real(z.real(), value);
+    result = {value, 0.0};
+    return status;
 }
 
 } // namespace
@@ -193,6 +200,6 @@ int qxerfcx(double x, double& result)
     return conclude(static_cast<double>(twoOverRootPi / 2 / x * series), result);
 }
 
-int qxerf(const Complex& z, Complex& result) { return errorFunction(z, result, erfOf); }
-int qxerfc(const Complex& z, Complex& result) { return errorFunction(z, result, erfcOf); }
-int qxerfcx(const Complex& z, Complex& result) { return errorFunction(z, result, erfcxOf); }
+int qxerf(const Complex& z, Complex& result) { return errorFunction(z, result, qxerf, erfOf); }
+int qxerfc(const Complex& z, Complex& result) { return errorFunction(z, result, qxerfc, erfcOf); }
+int qxerfcx(const Complex& z, Complex& result) { return errorFunction(z, result, qxerfcx, erfcxOf); }

@@ -6,6 +6,15 @@
 
 /// Special functions that the language's own library lacks. Every function writes its value to result and returns a
 /// status; nothing is thrown. Threads: all may be called on any thread at once.
+///
+/// Accuracy, in units in the last place of the value (of its norm if it is complex), measured against 1000 points or more
+/// of mpmath for each function; the table with all ranges is base/accuracy.def:
+///   1  J, Y for |nu| <= 20 and 0.001 <= x <= 1000 (of a tenth of their amplitude next to their zeros), I, K to x = 700;
+///      J, Y, I, K of complex argument for |nu| <= 10 and 0.01 <= |z| <= 100; erf, erfc, erfcx for 0.001 <= |x| <= 6, 25
+///      and -25 <= x <= 50, of complex argument for 0.01 <= |z| <= 10; gamma, incomplete gamma and beta functions
+///   2  erfcx of complex argument next to its zeros
+///   4  Hankel functions for 0.01 <= |z| <= 20
+/// Cost: about a microsecond for real arguments and for complex error functions, 20 to 150 for complex Bessel functions.
 enum QxSpecfunStatus
 {
     QxSpecfunOk = 0,

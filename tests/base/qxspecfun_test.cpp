@@ -240,6 +240,15 @@ TEST(ErrorFunctions, ComplexIdentities)
     }
     Complex r;
     EXPECT_EQ(qxerf(Complex(0, 30), r), QxSpecfunInfinite);
+    for (const double x : {-20.0, -0.5, 0.0, 3.0, 40.0, HUGE_VAL}) {
+        double real = 0;
+        EXPECT_EQ(qxerf(Complex(x, 0), r), qxerf(x, real));
+        EXPECT_EQ(r, Complex(real, 0)) << x;
+        EXPECT_EQ(qxerfc(Complex(x, 0), r), qxerfc(x, real));
+        EXPECT_EQ(r, Complex(real, 0)) << x;
+        EXPECT_EQ(qxerfcx(Complex(x, 0), r), qxerfcx(x, real));
+        EXPECT_EQ(r, Complex(real, 0)) << x;
+    }
     EXPECT_EQ(qxerf(Complex(quietNaN, 0), r), QxSpecfunDomain);
 }
 

@@ -1,9 +1,9 @@
 // Expressions whose depth or length would end a machine stack if any step took stack in proportion to them.
 
 #include "host.hpp"
+#include "support/alloc_fault.hpp"
 #include "support/deep_stack.hpp"
 
-#include <chrono>
 #include <gtest/gtest.h>
 
 using namespace qxtest;
@@ -121,16 +121,23 @@ TEST(DeepGraph, NestedDerivativesAndHostOperatorsAreRefusedBeforeTheStackEnds)
     });
 }
 
-TEST(DeepGraph, TakesTimeInProportionToTheTerms)
+TEST(DeepGraph, TakesNodesAndAllocationsInProportionToTheTerms)
 {
-    const HostPtr host = makeHost({{"x", {2.0}}, {"y", {0.5}}});
-    const auto seconds = [&](int terms) {
-        const std::string text = "x" + repeated("+y*x", terms);
-        const auto start = std::chrono::steady_clock::now();
-        realValue(text, host);
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    struct Cost
+    {
+        std::size_t nodes;
+        long allocations;
     };
-    seconds(10000);
-    const double small = seconds(20000), large = seconds(400000);
-    EXPECT_LT(large, 20 * small * 4) << "20 times the terms; quadratic growth would take 400 times as long";
+    const auto costOf = [&](int terms) {
+        const HostPtr host = makeHost({{"x", {2.0}}, {"y", {0.5}}});
+        const std::string text = "x" + repeated("+y*x", terms);
+        Cost cost;
+        const long before = allocationCount();
+        cost.nodes = countNodesMade(*host->getNodeMaker(), [&] { realValue(text, host); });
+        cost.allocations = allocationCount() - before;
+        return cost;
+    };
+    const Cost small = costOf(20000), large = costOf(400000);
+    EXPECT_LE(large.nodes, 21 * small.nodes);
+    EXPECT_LE(large.allocations, 21 * small.allocations);
 }

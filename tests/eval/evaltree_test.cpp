@@ -308,6 +308,16 @@ TEST(EvalTree, TakesAnyNameForAVariableTree)
     EXPECT_EQ(tree.getExpr(), "comp1.T+1");
 }
 
+TEST(EvalTree, RequiredQuirkLiteralsMoveByAFewUnitsInTheLastPlace)
+{
+    // Numbers within a text become the short fraction that is close enough; a text of nothing but a number does not.
+    const HostPtr host = makeHost({{"x", {1.0}}});
+    EXPECT_EQ(realValue("x*1.0000000000000002", host), 1.0);
+    EXPECT_NE(realValue("x*1.23456789", host), 1.23456789);
+    EXPECT_NEAR(realValue("x*1.23456789", host), 1.23456789, 20 * 2.3e-16);
+    EXPECT_EQ(realValue("x*0.1", host), 0.1);
+}
+
 TEST(EvalTree, RaisesWithoutARoot)
 {
     const HostPtr host = makeHost();

@@ -128,6 +128,30 @@ TEST(Diff, RequiredQuirkSquareKeepsTheExponentOne) { EXPECT_EQ(derivative("x^2",
 
 TEST(Diff, RequiredQuirkNotIsDifferentiatedToTheNotOfTheDerivative) { EXPECT_EQ(derivative("!y", "x"), "!0"); }
 
+TEST(Diff, RequiredQuirkPiInTheRuleOfErfIsAVariableOfTheStore)
+{
+    ExprTree tree;
+    tree.scan("erf(x)");
+    tree.simp(false);
+    tree.diff("x");
+    EXPECT_EQ(tree.getStore()->getVar("pi")->getType(), ExprVar::TypeIndependent);
+    tree.diff("pi"); // 2*exp(-x^2)/sqrt(pi) by pi
+    std::string text;
+    tree.print(text);
+    const double pi = std::acos(-1.0);
+    EXPECT_NEAR(evalText(text, {{"x", 0.5}, {"pi", pi}}), -std::exp(-0.25) / (pi * std::sqrt(pi)), 1e-15) << text;
+}
+
+TEST(Diff, RequiredQuirkVectorsAreDifferentiatedToLists)
+{
+    E e;
+    e.scan("[x,x*y]");
+    e.simp(false);
+    EXPECT_EQ(e.getRoot()->type, Node::TypeVector);
+    e.diff(e.getStore()->getVar("x"));
+    EXPECT_EQ(e.getRoot()->type, Node::TypeList);
+}
+
 TEST(Diff, RequiredQuirkMaxAndMinVanishAtATie)
 {
     const Point tie{{"x", 1.5}, {"y", 1.5}};
