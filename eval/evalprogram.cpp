@@ -1,7 +1,7 @@
 #include "evalprogram_detail.hpp"
 
 #include "evalflags.hpp"
-#include "evalfun.hpp"
+#include "evalfun_kernel.hpp"
 #include "evalnodes.hpp"
 #include "evalrep_detail.hpp"
 #include "functions/kernels_detail.hpp"
@@ -195,6 +195,22 @@ private:
         }
         for (const Ref& root : values_)
             program_.roots_.push_back(slotOf(root));
+        for (std::size_t i = 0; i + 1 < drafts_.size(); ++i)
+            findPair(program_.operations_[i], program_.operations_[i + 1]);
+    }
+
+    /// Marks two operations that can be computed in one pass.
+    void findPair(Operation& first, const Operation& second) const
+    {
+        const bool resultFirst = second.x == first.out, resultSecond = second.y == first.out;
+        if (resultFirst == resultSecond || !(resultFirst ? second.lastX : second.lastY) || second.y == kNone)
+            return;
+        const auto* const f = dynamic_cast<const KernelBinFun*>(first.fun);
+        const auto* const g = dynamic_cast<const KernelBinFun*>(second.fun);
+        if (f == nullptr || g == nullptr)
+            return;
+        first.pair = qxkernels::kernels().pairOf(f->loop(), g->loop(), resultFirst);
+        first.z = resultFirst ? second.y : second.x;
     }
 
     Program& program_;
@@ -240,55 +256,73 @@ struct Number
     double parts[2];
 };
 
-/// Memory that runs use again and again.
-struct Workspace
+/// The registers of the run that computes. One set is enough for a thread: runs nest only while leaves are evaluated,
+/// before anything is computed, and so the innermost cache holds it.
+class Registers
 {
-    std::vector<ValRepPtr> values;
-    std::vector<Operand> operands;
-    std::vector<Number> numbers; // of scalar operands that are computed
-    std::vector<double*> buffers;
-    double* block = nullptr;
-    std::size_t capacity = 0, stride = 0;
-
-    Workspace() = default;
-    Workspace(const Workspace&) = delete;
-    Workspace& operator=(const Workspace&) = delete;
-    ~Workspace() { discard(); }
-
-    static constexpr std::align_val_t alignment{64};
-    static constexpr std::size_t keptElements = std::size_t(1) << 21;
-
-    void discard() noexcept
-    {
-        ::operator delete[](block, alignment);
-        block = nullptr;
-        capacity = stride = 0;
-        buffers.clear();
-    }
+public:
+    Registers() = default;
+    Registers(const Registers&) = delete;
+    Registers& operator=(const Registers&) = delete;
+    ~Registers() { discard(); }
 
     /// At least count buffers of n doubles each, on cache lines of their own and apart by no power of two.
     void provide(std::size_t count, std::size_t n)
     {
         const std::size_t wanted = (n + 7) / 8 * 8 + 40;
-        if (wanted == stride && buffers.size() >= count)
+        if (wanted == stride_ && buffers_.size() >= count)
             return;
-        if (capacity < count * wanted) {
+        if (capacity_ < count * wanted) {
             discard();
-            block = static_cast<double*>(::operator new[](count * wanted * sizeof(double), alignment));
-            capacity = count * wanted;
+            block_ = static_cast<double*>(::operator new[](count * wanted * sizeof(double), alignment));
+            capacity_ = count * wanted;
         }
-        buffers.resize(count);
+        buffers_.resize(count);
         for (std::size_t i = 0; i < count; ++i)
-            buffers[i] = block + i * wanted;
-        stride = wanted;
+            buffers_[i] = block_ + i * wanted;
+        stride_ = wanted;
     }
+    double*& operator[](std::size_t i) { return buffers_[i]; }
+    /// One that no register number stands for.
+    double*& spare() { return buffers_.back(); }
+    /// Gives back what only few would want to keep.
+    void shrink() noexcept
+    {
+        if (capacity_ > keptElements)
+            discard();
+    }
+
+private:
+    static constexpr std::align_val_t alignment{64};
+    static constexpr std::size_t keptElements = std::size_t(1) << 21;
+
+    void discard() noexcept
+    {
+        ::operator delete[](block_, alignment);
+        block_ = nullptr;
+        capacity_ = stride_ = 0;
+        buffers_.clear();
+    }
+
+    std::vector<double*> buffers_;
+    double* block_ = nullptr;
+    std::size_t capacity_ = 0, stride_ = 0;
 };
 
-/// One workspace a level of nested runs, of one thread.
+/// The slots of a run.
+struct Workspace
+{
+    std::vector<ValRepPtr> values;
+    std::vector<Operand> operands;
+    std::vector<Number> numbers; // of scalar operands that are computed
+};
+
+/// What the runs of one thread use again and again: a workspace for each level of nesting.
 struct Workspaces
 {
     std::vector<std::unique_ptr<Workspace>> levels;
     std::size_t used = 0;
+    Registers registers;
 };
 
 __attribute__((tls_model("initial-exec"))) thread_local Workspaces* workspaces = nullptr;
@@ -328,14 +362,14 @@ public:
     {
         for (std::size_t i = 0; i < slots_; ++i)
             space_->values[i].reset();
-        if (space_->capacity > Workspace::keptElements)
-            space_->discard();
+        workspaces->registers.shrink();
         --workspaces->used;
     }
     WorkspaceLease(const WorkspaceLease&) = delete;
     WorkspaceLease& operator=(const WorkspaceLease&) = delete;
 
     Workspace* operator->() const { return space_; }
+    Registers& registers() const { return workspaces->registers; }
 
 private:
     const std::size_t slots_;
@@ -354,7 +388,8 @@ class Program::Run
 public:
     Run(const Program& program, unsigned flags)
         : program_(program), flags_(flags), keepReal_((flags & ValRep::kKeepReal) != 0),
-          firstRegister_(program.firstRegister()), firstResult_(program.firstResult()), space_(program.slots())
+          firstRegister_(program.firstRegister()), firstResult_(program.firstResult()), space_(program.slots()),
+          registers_(space_.registers())
     {
     }
 
@@ -373,7 +408,7 @@ public:
                 space_->operands[i].kind = Operand::kScalar;
             }
             wide_ = wide_ || (program_.mayTurnComplex_ && !keepReal_);
-            space_->provide(program_.registers_ + 1, (wide_ ? 2 : 1) * size_);
+            registers_.provide(program_.registers_ + 1, (wide_ ? 2 : 1) * size_);
             done = computeAll();
         }
         finish(done, evaluator, cache);
@@ -423,12 +458,12 @@ private:
             result = Ops::newArrayValue(shape_->getAllocator(), size_, complex);
             return Ops::firstBlock(*result);
         }
-        double*& buffer = space_->buffers[op.out - firstRegister_];
+        double*& buffer = registers_[op.out - firstRegister_];
         const auto inTheWay = [&](Slot s) {
             return s != kNone && space_->operands[s].data == buffer && space_->operands[s].isComplex() != complex;
         };
         if (wide_ && (inTheWay(op.x) || inTheWay(op.y)))
-            std::swap(buffer, space_->buffers.back());
+            std::swap(buffer, registers_.spare());
         return buffer;
     }
 
@@ -505,13 +540,35 @@ private:
         return Outcome::Done;
     }
 
+    /// Two operations on real operands in one pass. False, and nothing done, when they are other ones, or numbers only.
+    bool computePair(const Operation& first, const Operation& second)
+    {
+        const Operand &x = space_->operands[first.x], &y = space_->operands[first.y], &z = space_->operands[first.z];
+        if (((x.kind | y.kind | z.kind) & ~Operand::kScalar) != 0 || (x.kind & y.kind & Operand::kScalar) != 0)
+            return false;
+        double* const to = target(second, false);
+        first.pair(to, x.data, y.data, z.data, (x.kind & kXScalar) | (y.kind & kXScalar) << 1 | (z.kind & kXScalar) << 2, size_);
+        if (second.out >= firstResult_)
+            Ops::markEvaluated(*space_->values[second.out], false);
+        Operand& out = space_->operands[second.out];
+        out.data = to;
+        out.kind = 0;
+        return true;
+    }
+
     /// The operations that can be computed on plain operands; how many are done.
     std::size_t computeAll()
     {
         const std::size_t count = program_.operations_.size();
-        for (std::size_t i = 0; i < count; ++i)
-            if (const Outcome outcome = compute(program_.operations_[i]); outcome != Outcome::Done) [[unlikely]]
+        for (std::size_t i = 0; i < count; ++i) {
+            const Operation& op = program_.operations_[i];
+            if (op.pair != nullptr && computePair(op, program_.operations_[i + 1])) {
+                ++i;
+                continue;
+            }
+            if (const Outcome outcome = compute(op); outcome != Outcome::Done) [[unlikely]]
                 return outcome == Outcome::Failed ? i + 1 : i;
+        }
         return count;
     }
 
@@ -573,7 +630,8 @@ private:
     const unsigned flags_;
     const bool keepReal_;
     const Slot firstRegister_, firstResult_;
-    WorkspaceLease space_;
+    const WorkspaceLease space_;
+    Registers& registers_;
     const ValRep* shape_ = nullptr; // the first leaf that is an array: size and allocator of all
     std::size_t size_ = 0;
     bool wide_ = false;             // some value may be complex

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "functions/kernels_detail.hpp"
 #include "fwd.hpp"
 
 #include <cstddef>
@@ -50,6 +51,9 @@ private:
         Slot out;
         bool lastX, lastY; // nobody reads the operand after this operation
         bool alwaysReal, mayTurnComplex, isDivision;
+        // The next operation is the only reader of this one's result, and both in one pass over real numbers are this loop.
+        qxkernels::PairLoop pair;
+        Slot z; // the other operand of the next operation
     };
 
     // Slots are numbered: constants, leaves, registers, results. A register is used by one operation after the other; a

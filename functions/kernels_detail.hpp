@@ -21,6 +21,11 @@ enum Shape : unsigned { kXScalar = 1, kYScalar = 2, kXComplex = 4, kYComplex = 8
 /// out = f(x, y). out may be x or y or both.
 using BinaryLoop = unsigned (*)(double* out, const double* x, const double* y, unsigned shape, std::size_t n);
 
+/// out = second(first(x, y), z), or second(z, first(x, y)), of real numbers, bit for bit what the two loops give one after
+/// the other; shape: which of x, y, z are one number for all elements. out may be any operand.
+using PairLoop = void (*)(double* out, const double* x, const double* y, const double* z, unsigned shape, std::size_t n);
+constexpr unsigned kZScalar = 4; // of a PairLoop
+
 struct Unary
 {
     UnaryLoop real;
@@ -37,6 +42,10 @@ struct Unary
 #define QX_BINARY_KERNELS(_) \
     _(And) _(Atan2) _(Div) _(EQ) _(GE) _(GT) _(LE) _(LT) _(Max) _(Min) _(Minus) _(Mod) _(Mult) _(NE) _(Or) _(Plus) \
     _(PlusSq) _(Pow) _(RealDot)
+// Two operators of which the second reads the result of the first, in one pass over the elements: what sums of products,
+// products of factors and masks consist of.
+#define QX_PAIR_KERNELS(_) \
+    _(Mult, Plus) _(Mult, Minus) _(Mult, Mult) _(Plus, Plus) _(Plus, Mult) _(Minus, Plus) _(Minus, Mult) _(LT, Mult) _(GT, Mult)
 
 struct KernelTable
 {
@@ -47,6 +56,23 @@ struct KernelTable
 #define QX_FIELD(name) BinaryLoop name;
     QX_BINARY_KERNELS(QX_FIELD)
 #undef QX_FIELD
+    struct Pair
+    {
+        BinaryLoop first, second;
+        PairLoop resultFirst, resultSecond; ///< the result of `first` as x, as y of `second`
+    };
+#define QX_COUNT(first, second) +1
+    Pair pairs[0 QX_PAIR_KERNELS(QX_COUNT)];
+#undef QX_COUNT
+
+    /// The loop of two operators in one pass; null when there is none.
+    PairLoop pairOf(BinaryLoop first, BinaryLoop second, bool resultFirst) const
+    {
+        for (const Pair& p : pairs)
+            if (p.first == first && p.second == second)
+                return resultFirst ? p.resultFirst : p.resultSecond;
+        return nullptr;
+    }
 };
 
 /// The kernels for this processor.

@@ -255,6 +255,48 @@ unsigned binaryLoop(double* out, const double* x, const double* y, unsigned shap
     return (complexOut ? kComplexBit : 0u) | (any(failed) || sum.isNaN() ? kDomainBit : 0u);
 }
 
+/// Two operators in one pass, see PairLoop. Neither reports anything.
+template <class First, class Second, bool resultFirst>
+void pairLoop(double* out, const double* x, const double* y, const double* z, unsigned shape, std::size_t n)
+{
+    static_assert(First::cheap && Second::cheap && !First::nanIsError && !Second::nanIsError);
+    double scalars[3][kLanes];
+    const double* operands[3] = {x, y, z};
+    std::size_t steps[3] = {1, 1, 1};
+    for (unsigned k = 0; k < 3; ++k)
+        if (shape & (1u << k)) {
+            fillUp<1>(scalars[k], operands[k], 1);
+            operands[k] = scalars[k];
+            steps[k] = 0;
+        }
+    const double *const px = operands[0], *const py = operands[1], *const pz = operands[2];
+    const std::size_t sx = steps[0], sy = steps[1], sz = steps[2];
+    const auto both = [](V a, V b, V c) {
+        const V r = First::real(a, b);
+        return resultFirst ? Second::real(r, c) : Second::real(c, r);
+    };
+    std::size_t i = 0;
+    for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
+        const std::size_t j = i + kLanes;
+        const V even = both(load(px + sx * i), load(py + sy * i), load(pz + sz * i));
+        const V odd = both(load(px + sx * j), load(py + sy * j), load(pz + sz * j));
+        store(out + i, even);
+        store(out + j, odd);
+    }
+    for (; i < n; i += kLanes) {
+        const std::size_t count = n - i < kLanes ? n - i : kLanes;
+        double rest[3][kLanes];
+        for (unsigned k = 0; k < 3; ++k)
+            if (steps[k] != 0)
+                fillUp<1>(rest[k], operands[k] + i, count);
+            else
+                fillUp<1>(rest[k], operands[k], 1);
+        double result[kLanes];
+        store(result, both(load(rest[0]), load(rest[1]), load(rest[2])));
+        copyOut<1>(out + i, result, count);
+    }
+}
+
 template <class F>
 unsigned binary(double* out, const double* x, const double* y, unsigned shape, std::size_t n)
 {

@@ -20,6 +20,9 @@ const KernelTable table = {
 #define QX_ENTRY(name) binary<name>,
     QX_BINARY_KERNELS(QX_ENTRY)
 #undef QX_ENTRY
+#define QX_ENTRY(first, second) {binary<first>, binary<second>, pairLoop<first, second, true>, pairLoop<first, second, false>},
+    {QX_PAIR_KERNELS(QX_ENTRY)}
+#undef QX_ENTRY
 };
 
 } // namespace QX_UNIT

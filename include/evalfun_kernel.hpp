@@ -100,6 +100,10 @@ public:
     bool binaryInto(double* out, const double* x, const double* y, unsigned shape, std::size_t n,
                     unsigned& bits) const override;
 
+    using Loop = unsigned (*)(double* out, const double* x, const double* y, unsigned shape, std::size_t n);
+    /// The loop over elements, which tells a function apart from others.
+    Loop loop() const { return loop_; }
+
 protected:
     explicit KernelBinFun(const qxfun_detail::BinaryRecord& record);
     unsigned int apply(double* out, const double* x, const double* y, unsigned shape, std::size_t n) const override
@@ -108,8 +112,6 @@ protected:
     }
 
 private:
-    using Loop = unsigned (*)(double*, const double*, const double*, unsigned, std::size_t);
-
     const qxfun_detail::BinaryRecord& record_;
     Loop loop_;
 };
