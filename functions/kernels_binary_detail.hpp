@@ -35,6 +35,7 @@ struct Minus : FunctionDefaults
 struct Mult : FunctionDefaults
 {
     static constexpr bool cheap = true;
+    static constexpr bool realFactor = true;
     static V real(V x, V y) { return x * y; }
     static Z complex(Z x, Z y) { return multiply(x, y); }
     static Z complexReal(Z x, V y) { return {x.re * y, x.im * y}; }

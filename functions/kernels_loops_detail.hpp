@@ -14,6 +14,7 @@
 //   static M domainError(V x, V y), domainError(Z x, Z y)     lanes that set kFunDomain (default: none)
 //   static constexpr bool partByPart     complex operands are combined part by part, reporting kFunComplex always
 //   static constexpr bool bothParts      a complex operand of a real result counts with both parts (default: real part)
+//   static constexpr bool realFactor     a complex operand and a real one: the real form part by part (default: no)
 //   static constexpr bool cheap          the real form costs less than loading its operands: its loop is unrolled
 //
 // The last elements, fewer than a vector, are computed in a vector filled up with copies of the last one: a value never
@@ -35,6 +36,7 @@ struct FunctionDefaults
     static constexpr bool nanIsError = false;
     static constexpr bool bothParts = false;
     static constexpr bool partByPart = false;
+    static constexpr bool realFactor = false;
     static constexpr bool cheap = false;
     static constexpr ComplexBit bit = ComplexBit::ByResult;
 };
@@ -255,6 +257,40 @@ unsigned binaryLoop(double* out, const double* x, const double* y, unsigned shap
     return (complexOut ? kComplexBit : 0u) | (any(failed) || sum.isNaN() ? kDomainBit : 0u);
 }
 
+/// A complex array and a real number, part by part: the real form over twice as many numbers.
+template <class F, bool xScalar>
+unsigned realFactorLoop(double* out, const double* x, const double* y, std::size_t n)
+{
+    static_assert(F::bit == ComplexBit::ByResult && !F::nanIsError);
+    const double* const array = xScalar ? y : x;
+    double number[kLanes];
+    fillUp<1>(number, xScalar ? x : y, 1);
+    const V factor = load(number);
+    M even{}, odd{}; // lanes of the first and of the second vector of each pair that are not 0
+    const auto step = [&](double* to, const double* from, M& notZero) {
+        const V a = load(from);
+        const V r = xScalar ? F::real(factor, a) : F::real(a, factor);
+        store(to, r);
+        notZero |= r != 0.0;
+    };
+    std::size_t i = 0;
+    for (; i + 2 * kLanes <= 2 * n; i += 2 * kLanes) {
+        step(out + i, array + i, even);
+        step(out + i + kLanes, array + i + kLanes, odd);
+    }
+    if (i < 2 * n) {
+        double rest[2 * kLanes];
+        fillUp<2>(rest, array + i, n - i / 2);
+        step(rest, rest, even);
+        step(rest + kLanes, rest + kLanes, odd);
+        copyOut<2>(out + i, rest, n - i / 2);
+    }
+    bool complexResult = false;
+    for (std::size_t k = 0; k < kLanes; ++k)
+        complexResult = complexResult || (k % 2 == 1 && even[k] != 0) || ((kLanes + k) % 2 == 1 && odd[k] != 0);
+    return complexResult ? kComplexBit : 0u;
+}
+
 /// Two operators in one pass, see PairLoop. Neither reports anything.
 template <class First, class Second, bool resultFirst>
 void pairLoop(double* out, const double* x, const double* y, const double* z, unsigned shape, std::size_t n)
@@ -300,6 +336,12 @@ void pairLoop(double* out, const double* x, const double* y, const double* z, un
 template <class F>
 unsigned binary(double* out, const double* x, const double* y, unsigned shape, std::size_t n)
 {
+    if constexpr (F::realFactor) {
+        if (shape == (kXComplex | kYScalar))
+            return realFactorLoop<F, false>(out, x, y, n);
+        if (shape == (kYComplex | kXScalar | kLikeY))
+            return realFactorLoop<F, true>(out, x, y, n);
+    }
     switch (shape & (kXComplex | kYComplex | kLikeY)) {
     case 0:
     case kLikeY:             return binaryLoop<F, false, false, false>(out, x, y, shape, n);
