@@ -162,6 +162,58 @@ INSTANTIATE_TEST_SUITE_P(
                     BinaryCase{DIV, -2, 0, -inf}, BinaryCase{POW, 2, 3, 8}, BinaryCase{POW, 2, 0.5, std::sqrt(2.0)},
                     BinaryCase{POW, 2, -2, 0.25}, BinaryCase{PLUSSQ, 3, 4, 25}, BinaryCase{PLUS, inf, 1, inf}));
 
+// One implementation serves numbers and arrays: a folded constant has the bits that evaluation gives at every point.
+TEST_F(NodeMakerFolding, GivesTheBitsOfEvaluationForEveryOperatorAndKindOfConstant)
+{
+    const HostPtr host = boost::make_shared<Host>(maker);
+    const cplx kinds[] = {0.0, 1.0, -1.0, 2.5, -2.5, inf, notANumber, cplx(0.5, -1.5)};
+    const auto set = [&](const char* name, cplx value, bool array) {
+        host->reals.erase(name);
+        host->complexes.erase(name);
+        const std::size_t points = array ? 3 : 1;
+        if (value.imag() == 0)
+            host->reals[name].assign(points, value.real());
+        else
+            host->complexes[name].assign(points, value);
+    };
+    const auto sameBits = [](double a, double b) { return (std::isnan(a) && std::isnan(b)) || a == b; };
+    const auto compare = [&](const EvalNodePtr& folded, const EvalNodePtr& unfolded, const std::string& what) {
+        const ValRepPtr value = unfolded->eval(host, makeCache(), EvalValues | EvalKeepReal);
+        if (value->isNaN()) { // stays an operation, which tells it; the root of a NaN is a NaN without complaint
+            EXPECT_TRUE(!folded->isScalar() || std::isnan(folded->getScalar()->getDouble())) << what;
+            return;
+        }
+        ASSERT_TRUE(folded->isScalar()) << what;
+        const cplx constant = folded->getScalar()->getComplex();
+        const CValRepReaderPtr read = value->getComplexReader();
+        for (int i = 0; i < 3; ++i)
+            EXPECT_TRUE(sameBits(constant.real(), (*read)(i, 0).real()) && sameBits(constant.imag(), (*read)(i, 0).imag()))
+                << what << ": " << constant << " and " << (*read)(i, 0);
+    };
+
+    for (int n = ABS; n <= UPLUS; ++n) {
+        const auto id = static_cast<FunId>(n);
+        for (const cplx a : kinds)
+            for (const bool array : {false, true}) {
+                set("x", a, array);
+                std::ostringstream what;
+                what << "operator " << n << " of " << a << (array ? " at three points" : "");
+                if (funArity(id) == 1) {
+                    compare(maker->makeOpNode(id, maker->makeConstNode(a)), maker->makeOpNode(id, x), what.str());
+                    continue;
+                }
+                for (const cplx b : kinds) {
+                    if (id == TIMES && (a == 0.0 || b == 0.0))
+                        continue; // the identity wins over infinities and NaN
+                    set("y", b, array);
+                    const EvalNodePtr right = maker->makeConstNode(b); // a power of x by it, as a formula has it
+                    compare(maker->makeOpNode(id, maker->makeConstNode(a), right),
+                            maker->makeOpNode(id, x, id == POW ? right : y), what.str() + " and " + std::to_string(b.real()));
+                }
+            }
+    }
+}
+
 TEST_F(NodeMakerFolding, ReturnsTheOperandOfUnaryPlus)
 {
     EXPECT_EQ(maker->makeOpNode(UPLUS, x), x);

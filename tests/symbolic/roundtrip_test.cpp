@@ -321,3 +321,23 @@ TEST_F(RoundTrip, ASumOfSquaresIsOneAgainOnceItIsMadeBinary)
     copy.makeBinary();
     EXPECT_TRUE(Node::equals(copy.getRoot(), squares));
 }
+
+TEST(RandomTokens, WhatTheConverterTakesIsReadAndAllElseIsASyntaxError)
+{
+    static const char* const tokens[] = {"a", "b_1", "f(", "d(", "2", ".5", "(", ")", "[", "]", ",", ";", "+", "-", "*",
+                                         "/", "^", "!", "<", "<=", "==", "!=", "&&", "||", "'x y'", "''", " ", "\n", "@"};
+    std::mt19937 random(1);
+    int taken = 0;
+    for (int n = 0; n < 200000; ++n) {
+        std::string text;
+        for (unsigned k = 1 + random() % 9; k > 0; --k)
+            text += tokens[random() % std::size(tokens)];
+        E e;
+        const std::string id = idOf([&] { e.scanInfix(qxInfixToPrefix(text)); });
+        const bool accepted = !qxInfixToPrefix(text).empty();
+        taken += accepted;
+        ASSERT_EQ(id, accepted ? "" : internalError) << text; // an empty prefix text is no expression
+        ASSERT_EQ(idOf([&] { e.scan(text); }), accepted ? "" : syntaxError) << text;
+    }
+    EXPECT_GT(taken, 5000);
+}
