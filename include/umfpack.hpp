@@ -30,12 +30,15 @@ class RunLog;
 /// without a factorisation or with a vector of the wrong length included: "Internal_error_in_UMFPACK", with "Error_code"
 /// where UMFPACK gave one. After a failed init the object holds no factors; init may be called again.
 ///
-/// Cancelling: a raised flag of the RunInfo ends init at the next call of BLAS or of the allocator. Progress and the
-/// parameter "Step" (1 analysis, 2 factorisation) go to a RunLog with the title "UMFPACK".
+/// Cancelling: a raised flag of the RunInfo ends init at the next call of BLAS or of the allocator. Progress, the share of
+/// the arithmetic that the analysis predicts, and the parameter "Step" (1 analysis, 2 factorisation) go to a RunLog with
+/// the title "UMFPACK". The listener hears of each further hundredth from between two calls of BLAS: it may cancel or
+/// raise, but must not use a solver.
 ///
 /// Memory: UMFPACK's own, and a copy of the matrix: 16 bytes an entry, 24 for complex ones, kept for the refinement of
 /// solutions. With clearInput the caller's matrix goes before the factorisation begins.
-/// Threads: an object belongs to one thread at a time. The contract promises no more than one factorisation at a time in
+/// Threads: BLAS works with one thread while a matrix is factorised, so the same matrix gives the same bits whatever the
+/// number of threads. An object belongs to one thread at a time. The contract promises no more than one factorisation at a time in
 /// a process; the memory contexts beneath are per thread, so that objects of different threads do not disturb each other.
 /// Source: Davis, Algorithm 832: UMFPACK V4.3, ACM TOMS 30 (2004) 196-199.
 class QX_API Umfpack
@@ -91,7 +94,7 @@ private:
     void setDefaults();
     void factoriseWithLog(bool allowSingular, bool scale);
     void luUmfpack(bool allowSingular, bool scale);
-    void leaveAfterJump(int code);
+    void forgetAfterJump();
     void freeSymbolic();
     void freeNumeric();
     void checkRightHandSide(unsigned long length) const;

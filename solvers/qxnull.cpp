@@ -23,6 +23,21 @@ void raiseCancelled(const char* id)
     throw cancelled;
 }
 
+void checkRanks(Index unknowns, const Triple& first, const Triple& second)
+{
+    if (first.rank != second.rank) {
+        qxbase::ExceptionArgs args = {{"Rank_N", std::to_string(first.rank)}, {"Rank_NF", std::to_string(second.rank)}};
+        for (std::size_t i = 0; i < std::min(first.hasPivot.size(), second.hasPivot.size()); ++i)
+            if (first.hasPivot[i] != second.hasPivot[i])
+                args.emplace_back(first.hasPivot[i] ? "Constraint_repeated_in_NF" : "Constraint_repeated_in_N",
+                                  std::to_string(i));
+        QX_RAISE("qxnull", "Inconsistent_non-ideal_constraint", args);
+    }
+    for (const Triple* t : {&first, &second})
+        if (t->Null.getN() + t->rank != unknowns)
+            QX_RAISE("qxnull", "Internal_solver_error", "r vectors does not sum up correct.");
+}
+
 } // namespace qxnull_detail
 
 namespace {
@@ -104,19 +119,13 @@ Triple orthonormal(const qxutil::RunInfo& run, const Pair& p, Selection want)
     return t;
 }
 
-void checkRanks(const Sparse& N, const Triple& first, const Triple& second)
+/// For a refusal: finds out which constraints of an orthonormal basis depend on others.
+void findDependent(const qxutil::RunInfo& run, const Pair& p, Triple& t)
 {
-    if (first.rank != second.rank) {
-        qxbase::ExceptionArgs args = {{"Rank_N", std::to_string(first.rank)}, {"Rank_NF", std::to_string(second.rank)}};
-        for (std::size_t i = 0; i < std::min(first.hasPivot.size(), second.hasPivot.size()); ++i)
-            if (first.hasPivot[i] != second.hasPivot[i])
-                args.emplace_back(first.hasPivot[i] ? "Constraint_repeated_in_NF" : "Constraint_repeated_in_N",
-                                  std::to_string(i));
-        QX_RAISE("qxnull", "Inconsistent_non-ideal_constraint", args);
-    }
-    for (const Triple* t : {&first, &second})
-        if (t->Null.getN() + t->rank != N.getM())
-            QX_RAISE("qxnull", "Internal_solver_error", "r vectors does not sum up correct.");
+    Triple sparse, unused;
+    const Selection none{false, false, false};
+    eliminateSparse(run, p.N, p.NT, nullptr, nullptr, none, none, sparse, unused);
+    t.hasPivot = sparse.hasPivot;
 }
 
 /// Runs f; a failed allocation becomes this module's failure.
@@ -179,7 +188,11 @@ void qxNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Spars
                 t = unconstrained(p.N);
             if (!other)
                 f = unconstrained(pf.N);
-            checkRanks(p.N, t, f);
+            if (method == NullFunOrthonormal && t.rank != f.rank) {
+                findDependent(run, p, t);
+                findDependent(run, pf, f);
+            }
+            checkRanks(p.N.getM(), t, f);
             if (reorder)
                 reorderNullF(f.Null, t.Null);
         }

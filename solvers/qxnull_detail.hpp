@@ -84,10 +84,17 @@ struct Triple
 {
     Sparse Null, Compl, Range;
     Index rank = 0;
-    std::vector<bool> hasPivot; ///< for each constraint; empty where the method does not say
+    std::vector<bool> hasPivot; ///< for each constraint; left empty by the orthonormal method
 };
 
 [[noreturn]] void raiseCancelled(const char* id);
+
+/// The bases of N and NF fit each other and the number of unknowns: equal ranks, or "Inconsistent_non-ideal_constraint"
+/// with the constraints that make the difference; Null and Compl share out the unknowns, or "Internal_solver_error".
+void checkRanks(Index unknowns, const Triple& first, const Triple& second);
+
+/// As many unknowns are flagged as pivots as were found in the rows, or "Internal_error_solver".
+void checkPivots(const std::vector<char>& isPivot, const std::vector<Index>& pivots);
 
 /// Sparse method on one or two matrices; sorted column stores of one type. NF null: one matrix.
 void eliminateSparse(const qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse* NF,

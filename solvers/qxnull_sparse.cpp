@@ -211,9 +211,7 @@ Sparse rangeFactor(const System<T>& s, const Sparse& N, bool unitVectors)
 template <class T>
 void copyToSparse(const System<T>& s, const Sparse& N, Selection want, Triple& result)
 {
-    const auto flagged = std::count(s.isPivot.begin(), s.isPivot.end(), 1);
-    if (static_cast<std::size_t>(flagged) != s.pivots.size())
-        QX_RAISE("qxnull", "Internal_error_solver", "Range-size and nrange mismatch");
+    checkPivots(s.isPivot, s.pivots);
     const bool unitVectors = (want.compl_ || want.range) && unitVectorsComplete(s);
     if (want.null)
         result.Null = freeColumns(s);
@@ -261,6 +259,13 @@ void nullspPrivate(const qxutil::RunInfo& run, const Sparse& N, const Sparse& NT
 }
 
 } // namespace
+
+void checkPivots(const std::vector<char>& isPivot, const std::vector<Index>& pivots)
+{
+    const auto flagged = std::count(isPivot.begin(), isPivot.end(), 1);
+    if (static_cast<std::size_t>(flagged) != pivots.size())
+        QX_RAISE("qxnull", "Internal_error_solver", "Range-size and nrange mismatch");
+}
 
 void eliminateSparse(const qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse* NF,
                      const Sparse* NFT, Selection want, Selection wantF, Triple& result, Triple& resultF)

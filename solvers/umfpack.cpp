@@ -6,9 +6,11 @@
 #include "qxnumber.hpp"
 #include "qxrun.hpp"
 #include "solvers/expand_detail.hpp"
+#include "solvers/oneblasthread_detail.hpp"
 #include "solvers/umfpack_context.h"
 
 #include <algorithm>
+#include <exception>
 #include <new>
 #include <umfpack.h>
 
@@ -23,6 +25,38 @@ static_assert(sizeof(SuiteSparse_long) == sizeof(long), "long indices");
 {
     QX_RAISE("umfpack", "Internal_error_in_UMFPACK", "Error_code", code);
 }
+
+/// Passes progress from inside the factorisation to the log, and an exception of its listener around UMFPACK's frames.
+class ProgressRelay
+{
+public:
+    explicit ProgressRelay(qxutil::RunLog& log) : log_(log) { umfpackSetReporter(&ProgressRelay::report, this); }
+    ~ProgressRelay() { umfpackSetReporter(nullptr, nullptr); }
+    ProgressRelay(const ProgressRelay&) = delete;
+    ProgressRelay& operator=(const ProgressRelay&) = delete;
+
+    /// Raises again what the listener raised, if it did.
+    void rethrow() const
+    {
+        if (failure_)
+            std::rethrow_exception(failure_);
+    }
+
+private:
+    static int report(void* self, double fraction) noexcept
+    {
+        auto* relay = static_cast<ProgressRelay*>(self);
+        try {
+            relay->log_.setProgress(fraction);
+        } catch (...) {
+            relay->failure_ = std::current_exception();
+        }
+        return relay->failure_ ? 1 : 0;
+    }
+
+    qxutil::RunLog& log_;
+    std::exception_ptr failure_;
+};
 
 /// What arrives through the long jump. Codes that are not listed are ignored.
 void raiseForJump(int code)
@@ -240,11 +274,10 @@ void Umfpack::factoriseWithLog(bool allowSingular, bool scale)
 }
 
 /// After a jump UMFPACK's objects are unfinished: their blocks are freed as such.
-void Umfpack::leaveAfterJump(int code)
+void Umfpack::forgetAfterJump()
 {
     symbolic = numeric = nullptr;
     qxcFreeAll();
-    raiseForJump(code);
 }
 
 void Umfpack::luUmfpack(bool allowSingular, bool scale)
@@ -258,8 +291,10 @@ void Umfpack::luUmfpack(bool allowSingular, bool scale)
     int code = real ? wrap_umfpack_dl_symbolic(m, n, Ap.data(), Ai.data(), Ax.data(), &symbolic, control, info, &status)
                     : wrap_umfpack_zl_symbolic(m, n, Ap.data(), Ai.data(), Ax.data(), Az.data(), &symbolic, control,
                                                info, &status);
-    if (code > 0)
-        leaveAfterJump(code);
+    if (code > 0) {
+        forgetAfterJump();
+        raiseForJump(code);
+    }
     switch (status) {
     case UMFPACK_OK: break;
     case -16:
@@ -268,11 +303,16 @@ void Umfpack::luUmfpack(bool allowSingular, bool scale)
     }
 
     runLog->setParam("Step", 2.0);
+    const ProgressRelay relay(*runLog);
+    const qxsolvers_detail::OneBlasThread oneThread;
     code = real ? wrap_umfpack_dl_numeric(Ap.data(), Ai.data(), Ax.data(), symbolic, &numeric, control, info, &status)
                 : wrap_umfpack_zl_numeric(Ap.data(), Ai.data(), Ax.data(), Az.data(), symbolic, &numeric, control, info,
                                           &status);
-    if (code > 0)
-        leaveAfterJump(code);
+    if (code > 0) {
+        forgetAfterJump();
+        relay.rethrow();
+        raiseForJump(code);
+    }
     freeSymbolic();
     if (status == UMFPACK_OK || (status == UMFPACK_WARNING_singular_matrix && allowSingular))
         return;

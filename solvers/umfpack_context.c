@@ -4,15 +4,43 @@
 #include <pthread.h>
 #include <umfpack.h>
 
-/* Work done since the factorisation began and the work predicted, in the units of UMFPACK_FLOPS_ESTIMATE. */
-static _Thread_local double flopsDone, flopsPredicted;
+/* Work done since the factorisation began, the work predicted, and how much is to be done before the next report, in the
+   units of UMFPACK_FLOPS_ESTIMATE. */
+static _Thread_local double flopsDone, flopsPredicted, flopsToReport;
+static _Thread_local umfpackReporter reporter;
+static _Thread_local void* reporterHost;
+
+void umfpackSetReporter(umfpackReporter function, void* host)
+{
+    reporter = function;
+    reporterHost = host;
+}
+
+static void report(double fraction)
+{
+    flopsToReport = flopsDone + 0.01 * flopsPredicted;
+    if (reporter && reporter(reporterHost, fraction) != 0) {
+        qxcDisarm();
+        longjmp(*qxcGetEnvPtr(), qxcCancelled);
+    }
+}
+
+/* What the analysis says of the work to come: nearly exact for the symmetric strategy, an upper bound for the others. */
+static double predictedFlops(const double Info[])
+{
+    const int symmetric = Info[UMFPACK_STRATEGY_USED] == UMFPACK_STRATEGY_SYMMETRIC;
+    return symmetric && Info[UMFPACK_SYMMETRIC_FLOPS] > 0.0 ? Info[UMFPACK_SYMMETRIC_FLOPS] : Info[UMFPACK_FLOPS_ESTIMATE];
+}
 
 /* Called before each piece of dense work. */
 static void countAndPoll(double flops)
 {
     if (flopsPredicted > 0.0) {
         flopsDone += flops;
-        qxcReportProgress(flopsDone < flopsPredicted ? flopsDone / flopsPredicted : 1.0);
+        const double fraction = flopsDone < flopsPredicted ? flopsDone / flopsPredicted : 1.0;
+        qxcReportProgress(fraction);
+        if (flopsDone >= flopsToReport)
+            report(fraction);
     }
     qxcPoll();
 }
@@ -127,6 +155,7 @@ void umfpackInstallHooks(void)
     }                                                                                                                  \
     flopsDone = 0.0;                                                                                                   \
     flopsPredicted = predicted;                                                                                        \
+    flopsToReport = 0.01 * flopsPredicted;                                                                             \
     qxcArm();                                                                                                          \
     *status = call;                                                                                                    \
     qxcDisarm();                                                                                                       \
@@ -148,11 +177,11 @@ int wrap_umfpack_zl_symbolic(long m, long n, const long Ap[], const long Ai[], c
 int wrap_umfpack_dl_numeric(const long Ap[], const long Ai[], const double Ax[], void* Symbolic, void** Numeric,
                             const double Control[], double Info[], long* status)
 {
-    QX_CALL(Info[UMFPACK_FLOPS_ESTIMATE], umfpack_dl_numeric(Ap, Ai, Ax, Symbolic, Numeric, Control, Info));
+    QX_CALL(predictedFlops(Info), umfpack_dl_numeric(Ap, Ai, Ax, Symbolic, Numeric, Control, Info));
 }
 
 int wrap_umfpack_zl_numeric(const long Ap[], const long Ai[], const double Ax[], const double Az[], void* Symbolic,
                             void** Numeric, const double Control[], double Info[], long* status)
 {
-    QX_CALL(Info[UMFPACK_FLOPS_ESTIMATE], umfpack_zl_numeric(Ap, Ai, Ax, Az, Symbolic, Numeric, Control, Info));
+    QX_CALL(predictedFlops(Info), umfpack_zl_numeric(Ap, Ai, Ax, Az, Symbolic, Numeric, Control, Info));
 }

@@ -13,6 +13,12 @@ extern "C" {
    malloc and free, so other users of the library in the process notice nothing. Any thread. */
 void umfpackInstallHooks(void);
 
+/* Who is told of progress on this thread, when a further hundredth of the predicted work is done: fraction runs from 0 to
+   1. Called between two BLAS calls. Must not raise; returns 0 to go on, anything else to leave as if cancelled. A null
+   function: nobody. */
+typedef int (*umfpackReporter)(void* host, double fraction);
+void umfpackSetReporter(umfpackReporter reporter, void* host);
+
 /* The four factorisation calls. Each takes the arguments of the UMFPACK function of that name and a place for its
    status, and needs a selected context. Returns 0 after the call, or the code of a long jump (see qxcutil.h): the
    status is then not set, and the object that was to be made must not be touched. The numeric forms report progress

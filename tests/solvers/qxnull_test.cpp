@@ -2,6 +2,7 @@
 
 #include "arrayutil.hpp"
 #include "prop.hpp"
+#include "qxparallel.hpp"
 #include "qxrun.hpp"
 #include "solvers/nullsparse_detail.hpp"
 #include "solvers/qxnull_detail.hpp"
@@ -9,6 +10,7 @@
 #include "support/alloc_fault.hpp"
 
 #include <algorithm>
+#include <functional>
 
 namespace {
 
@@ -360,6 +362,19 @@ TEST(QxNullOrth, BlocksOfOneOfLowRankAndInterleaved)
     EXPECT_NE(null[1][1], 0.0);
 }
 
+TEST(QxNullOrth, SameBitsForOneAndTwoThreads)
+{
+    const Sparse N = sparseOf(randomDense(120, 80, 31, false));
+    std::vector<Bases> results;
+    for (const int threads : {1, 2}) {
+        const qxbase::BlasThreadScope blas(threads);
+        results.push_back(bases(N, NullFunOrthonormal));
+    }
+    EXPECT_TRUE(allNear(denseOf(results[1].Null), denseOf(results[0].Null), 0.0));
+    EXPECT_TRUE(allNear(denseOf(results[1].Compl), denseOf(results[0].Compl), 0.0));
+    EXPECT_TRUE(allNear(denseOf(results[1].Range), denseOf(results[0].Range), 0.0));
+}
+
 TEST(BlockDsp, ListsUnknownsByBlockAndConstraintsWithTheirBlock)
 {
     const Sparse N = sparseOf({{0, 0, 0, 0}, {0, 2, 0, 0}, {1, 0, 0, 0}, {0, 3, 0, 4}, {1, 0, 0, 0}});
@@ -424,11 +439,40 @@ TEST_P(BothMethods, DifferentRanksAreInconsistent)
     EXPECT_EQ(e.getFile(0), "qxnull");
     EXPECT_EQ(e.getArgs(0)[0], (std::pair<std::string, std::string>("Rank_N", "2")));
     EXPECT_EQ(e.getArgs(0)[1], (std::pair<std::string, std::string>("Rank_NF", "1")));
-    if (GetParam() == NullFunSparse) {
-        EXPECT_EQ(e.getArgs(0)[2], (std::pair<std::string, std::string>("Constraint_repeated_in_NF", "1")));
-    }
+    ASSERT_EQ(e.getArgs(0).size(), 3u);
+    EXPECT_EQ(e.getArgs(0)[2], (std::pair<std::string, std::string>("Constraint_repeated_in_NF", "1")));
     EXPECT_EQ(idOf([&] { bases(N, GetParam(), none); }), "Inconsistent_non-ideal_constraint");
     EXPECT_EQ(idOf([&] { bases(none, GetParam(), N); }), "Inconsistent_non-ideal_constraint");
+}
+
+TEST(CheckRanks, BasesThatDoNotShareOutTheUnknownsAreAnInternalSolverError)
+{
+    using qxnull_detail::checkRanks;
+    qxnull_detail::Triple whole, lacking;
+    whole.rank = lacking.rank = 2;
+    whole.Null.zeros(5, 3, 0, true);
+    lacking.Null.zeros(5, 2, 0, true); // 2 + 2 of 5 unknowns
+
+    EXPECT_NO_THROW(checkRanks(5, whole, whole));
+    for (const auto& call : {std::function<void()>([&] { checkRanks(5, lacking, whole); }),
+                             std::function<void()>([&] { checkRanks(5, whole, lacking); })}) {
+        EXPECT_EQ(idOf(call), "Internal_solver_error");
+        EXPECT_EQ(detailOf(call), "r vectors does not sum up correct.");
+    }
+}
+
+TEST(CheckPivots, FlagsAndPivotsThatDisagreeAreAnInternalErrorSolver)
+{
+    using qxnull_detail::checkPivots;
+    const std::vector<char> twoOfThree = {1, 0, 1};
+
+    EXPECT_NO_THROW(checkPivots(twoOfThree, {2, 0}));
+    EXPECT_NO_THROW(checkPivots({}, {}));
+    for (const std::vector<unsigned long>& pivots : {std::vector<unsigned long>{2}, {2, 0, 2}}) { // lost, found twice
+        const auto call = [&] { checkPivots(twoOfThree, pivots); };
+        EXPECT_EQ(idOf(call), "Internal_error_solver");
+        EXPECT_EQ(detailOf(call), "Range-size and nrange mismatch");
+    }
 }
 
 TEST_P(BothMethods, MismatchesAreRefused)

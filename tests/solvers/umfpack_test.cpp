@@ -2,13 +2,18 @@
 
 #include "arrayutil.hpp"
 #include "qxcutil.h"
+#include "qxparallel.hpp"
 #include "qxrun.hpp"
+#include "failing_calloc.hpp"
 #include "sparse_values.hpp"
 #include "support/alloc_fault.hpp"
 
 #include <SuiteSparse_config.h>
+#include <algorithm>
 #include <atomic>
-#include <chrono>
+#include <functional>
+#include <future>
+#include <stdexcept>
 #include <thread>
 #include <umfpack.h>
 
@@ -549,9 +554,30 @@ TEST(UmfpackRun, ReportsUnderItsTitleWithTheStepAsParameter)
 
     for (const std::string& title : listener.titles)
         EXPECT_EQ(title, "UMFPACK");
-    EXPECT_EQ(listener.fractions, (std::vector<double>{0.0, 1.0}));
+    EXPECT_EQ(listener.fractions.front(), 0.0);
+    EXPECT_EQ(listener.fractions.back(), 1.0);
     EXPECT_EQ(listener.names, (std::vector<std::string>{"Step", "Step", "Step"}));
     EXPECT_EQ(listener.values, (std::vector<double>{0.0, 1.0, 2.0}));
+}
+
+TEST(UmfpackRun, AHostSeesTheFactorisationAdvance)
+{
+    for (const cplx shift : {cplx(0.0), cplx(0.0, 1.0)}) {
+        Listener listener;
+        qxutil::RunInfo run(&listener);
+        Umfpack solver(run);
+        Sparse A = laplacian(14, 3, shift);
+
+        solver.init(A, false, false, false, true);
+
+        const std::vector<double>& f = listener.fractions;
+        ASSERT_GE(f.size(), 20u);
+        EXPECT_LE(f.size(), 110u); // a report for each hundredth, no more
+        EXPECT_TRUE(std::is_sorted(f.begin(), f.end()));
+        EXPECT_LT(f[1], 0.2);
+        EXPECT_EQ(f.back(), 1.0);
+        EXPECT_GT(f[f.size() - 2], 0.5);
+    }
 }
 
 testing::AssertionResult isCancelled(const std::function<void()>& f)
@@ -589,31 +615,91 @@ TEST(UmfpackRun, AFlagThatIsUpBeforehandCancelsAtOnceAndTheNextInitWorks)
     }
 }
 
-TEST(UmfpackRun, ACancelDuringALongFactorisationIsHeardWithinHalfASecond)
+/// Does something once in the middle of a factorisation.
+class Interrupter : public qxutil::RunListener
 {
-    using Clock = std::chrono::steady_clock;
+public:
+    void onProgress(const std::string&, double fraction) override
+    {
+        last = fraction;
+        if (fraction >= 0.3 && fraction < 1.0) {
+            ++calls;
+            act();
+        }
+    }
+    std::function<void()> act;
+    double last = 0.0;
+    int calls = 0;
+};
+
+TEST(UmfpackRun, ACancelDuringAFactorisationIsHeardBeforeTheNextPieceOfWork)
+{
     for (const cplx shift : {cplx(0.0), cplx(0.0, 1.0)}) {
-        qxutil::RunInfo run;
+        Interrupter interrupter;
+        qxutil::RunInfo run(&interrupter);
+        interrupter.act = [&run] { run.cancel(); };
         Umfpack solver(run);
-        Sparse A = laplacian(30, 3, shift);
-        std::atomic<Clock::rep> asked{0};
-        std::thread canceller([&] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(200));
-            asked = Clock::now().time_since_epoch().count();
-            run.cancel();
-        });
+        Sparse A = laplacian(16, 3, shift);
 
-        const auto result = isCancelled([&] { solver.init(A, false, false, false, true); });
-        const Clock::time_point end = Clock::now();
-        canceller.join();
+        EXPECT_TRUE(isCancelled([&] { solver.init(A, false, false, false, true); }));
 
-        EXPECT_TRUE(result);
-        EXPECT_LT(std::chrono::duration<double>(end.time_since_epoch() - Clock::duration(asked.load())).count(), 0.5);
+        EXPECT_EQ(interrupter.calls, 1); // not even the next report, a hundredth of the work later
         EXPECT_EQ(qxcBlockCount(), 0);
         run.cancel(false);
         Sparse small = sparseOf(threeByThree);
         EXPECT_NO_THROW(solver.init(small, false, false, false, true));
     }
+}
+
+TEST(UmfpackRun, ACancelFromAnotherThreadEndsAFactorisationInItsMiddle)
+{
+    // The listener holds the factorisation until the other thread has cancelled: no clock decides.
+    std::promise<void> reached;
+    std::promise<void> cancelled;
+    Interrupter interrupter;
+    qxutil::RunInfo run(&interrupter);
+    interrupter.act = [&] {
+        reached.set_value();
+        cancelled.get_future().wait();
+    };
+    Umfpack solver(run);
+    Sparse A = laplacian(16, 3);
+    std::thread canceller([&] {
+        reached.get_future().wait();
+        run.cancel();
+        cancelled.set_value();
+    });
+
+    EXPECT_TRUE(isCancelled([&] { solver.init(A, false, false, false, true); }));
+    if (interrupter.calls == 0)
+        reached.set_value();
+    canceller.join();
+
+    EXPECT_EQ(interrupter.calls, 1);
+    EXPECT_EQ(qxcBlockCount(), 0);
+}
+
+TEST(UmfpackRun, AnExceptionOfTheListenerEndsTheFactorisationAndComesOut)
+{
+    Interrupter interrupter;
+    qxutil::RunInfo run(&interrupter);
+    interrupter.act = [] { throw std::range_error("the listener's own"); };
+    Umfpack solver(run);
+    Sparse A = laplacian(16, 3);
+
+    try {
+        solver.init(A, false, false, false, true);
+        FAIL() << "no exception";
+    } catch (const std::range_error& e) {
+        EXPECT_STREQ(e.what(), "the listener's own");
+    }
+
+    EXPECT_EQ(interrupter.calls, 1);
+    EXPECT_EQ(qxcBlockCount(), 0);
+    Matrix<1> x;
+    EXPECT_EQ(idOf([&] { solver.solve(realVector(std::vector<double>(4096, 1.0)), x); }), "Internal_error_in_UMFPACK");
+    Sparse small = sparseOf(threeByThree);
+    EXPECT_NO_THROW(solver.init(small, false, false, false, true));
 }
 
 /// Makes the n-th look of the next factorisation jump with a code, or an allocation fail with code 0. An Umfpack object
@@ -757,6 +843,86 @@ TEST(UmfpackRun, ASolveWithoutMemorySaysSo)
     }
 }
 
+/// Blocks that UMFPACK has asked for and not given back.
+class LiveBlocks
+{
+public:
+    LiveBlocks() : malloc_(SuiteSparse_config.malloc_func), free_(SuiteSparse_config.free_func)
+    {
+        current = this;
+        SuiteSparse_config.malloc_func = [](size_t size) { return current->note(current->malloc_(size)); };
+        SuiteSparse_config.free_func = [](void* block) {
+            current->live_ -= block != nullptr;
+            current->free_(block);
+        };
+    }
+    ~LiveBlocks()
+    {
+        SuiteSparse_config.malloc_func = malloc_;
+        SuiteSparse_config.free_func = free_;
+    }
+    LiveBlocks(const LiveBlocks&) = delete;
+    LiveBlocks& operator=(const LiveBlocks&) = delete;
+
+    long live() const { return live_; }
+    long asked() const { return asked_; }
+
+private:
+    void* note(void* block)
+    {
+        ++asked_;
+        live_ += block != nullptr;
+        return block;
+    }
+
+    static LiveBlocks* current;
+    void* (*malloc_)(size_t);
+    void (*free_)(void*);
+    long live_ = 0, asked_ = 0;
+};
+LiveBlocks* LiveBlocks::current = nullptr;
+
+TEST(UmfpackRun, SolvesASecondInitAFailedOneAndTheDestructorLeaveNothingBehind)
+{
+    const LiveBlocks blocks;
+    qxutil::RunInfo run;
+    for (const bool failLast : {false, true}) {
+        Umfpack solver(run);
+        Matrix<1> x;
+        for (int k = 0; k < 2; ++k) {
+            Sparse A = sparseOf(threeByThree, k == 1);
+            solver.init(A, false, false, false, true);
+            const long afterInit = blocks.live();
+            EXPECT_GT(afterInit, 0);
+            solver.solve(realVector({1, 2, 3}), x);
+            solver.solve(realVector({3, 2, 1}), x);
+            EXPECT_EQ(blocks.live(), afterInit);
+        }
+        if (failLast) {
+            Sparse singular = sparseOf({{1, 2}, {2, 4}});
+            EXPECT_EQ(idOf([&] { solver.init(singular, false, false, false, true); }), "Singular_matrix");
+            EXPECT_EQ(blocks.live(), 0);
+        }
+    }
+    EXPECT_EQ(blocks.live(), 0);
+    EXPECT_GT(blocks.asked(), 100);
+}
+
+TEST(UmfpackRun, WithoutMemoryForAContextTheConstructorSaysSo)
+{
+    // Contexts that others gave back need no memory: so many solvers that a new one is needed.
+    qxutil::RunInfo run;
+    std::vector<std::unique_ptr<Umfpack>> solvers;
+    solverstest::failCalloc(true);
+    std::string id;
+    while (id.empty() && solvers.size() < 1000)
+        id = idOf([&] { solvers.push_back(std::make_unique<Umfpack>(run)); });
+    solverstest::failCalloc(false);
+
+    EXPECT_EQ(id, "Error_in_umfpack_initialization");
+    EXPECT_NO_THROW(solvers.push_back(std::make_unique<Umfpack>(run)));
+}
+
 TEST(UmfpackRun, AnotherUserOfTheLibraryIsNotDisturbed)
 {
     qxutil::RunInfo run;
@@ -793,8 +959,61 @@ TEST(UmfpackRun, AnotherUserOfTheLibraryIsNotDisturbed)
     EXPECT_EQ(bad, 0);
 }
 
+TEST(UmfpackRun, SameBitsForOneAndTwoThreads)
+{
+    // Fronts of some hundred rows: BLAS would divide them among its threads.
+    for (const cplx shift : {cplx(0.0), cplx(0.0, 1.0)}) {
+        std::vector<Matrix<1>> solutions;
+        for (const int threads : {1, 2, 3}) {
+            const qxbase::BlasThreadScope blas(threads);
+            const int before = qxbase::setAvailableThreads(threads);
+            qxutil::RunInfo run;
+            Umfpack solver(run);
+            Sparse A = laplacian(14, 3, shift);
+            solver.init(A, false, false, false, true);
+            solver.solve(realVector(std::vector<double>(14 * 14 * 14, 1.0)), solutions.emplace_back());
+            EXPECT_EQ(qxbase::BlasThreadScope::current(), threads); // given back
+            qxbase::setAvailableThreads(before);
+        }
+        for (unsigned long i = 0; i < solutions[0].size(); ++i)
+            for (const Matrix<1>& other : solutions)
+                ASSERT_EQ(other[i], solutions[0][i]) << "unknown " << i;
+    }
+}
+
+TEST(UmfpackRun, FactorisationsOfTwoThreadsGiveTheBlasThreadsBack)
+{
+    const qxbase::BlasThreadScope blas(2);
+    // Each waits in its factorisation for the other: the first to enter is not the last to leave.
+    std::promise<void> inside[2];
+    std::shared_future<void> entered[2] = {inside[0].get_future().share(), inside[1].get_future().share()};
+    std::vector<std::thread> threads;
+    for (const int k : {0, 1})
+        threads.emplace_back([&, k] {
+            Interrupter interrupter;
+            interrupter.act = [&, k] {
+                if (interrupter.calls == 1) {
+                    inside[k].set_value();
+                    entered[1 - k].wait();
+                }
+            };
+            qxutil::RunInfo run(&interrupter);
+            Umfpack solver(run);
+            Sparse A = laplacian(k == 0 ? 12 : 14, 3);
+            solver.init(A, false, false, false, true);
+            EXPECT_GT(interrupter.calls, 0);
+            if (interrupter.calls == 0)
+                inside[k].set_value();
+        });
+    for (std::thread& t : threads)
+        t.join();
+
+    EXPECT_EQ(qxbase::BlasThreadScope::current(), 2);
+}
+
 TEST(UmfpackRun, GivesTheBitsOfTheLibraryCalledDirectly)
 {
+    const qxbase::BlasThreadScope blas(1);
     qxutil::RunInfo run;
     Umfpack solver(run);
     Sparse A = laplacian(15, 2);

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace solverstest {
+
+/// While wanted, every calloc that this program calls by itself fails. The linker leads those calls here.
+void failCalloc(bool wanted);
+
+} // namespace solverstest
