@@ -1,44 +1,16 @@
 #include "constraints.hpp"
 
+#include "support/csv.hpp"
+
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <map>
-#include <numeric>
+#include <set>
 #include <stdexcept>
 
 namespace examples {
 namespace {
-
-// Which nodes are already tied to each other; the last one stands for fixed values.
-class Ties
-{
-public:
-    explicit Ties(std::size_t n) : parent_(n + 1) { std::iota(parent_.begin(), parent_.end(), 0); }
-
-    int ground() const { return static_cast<int>(parent_.size()) - 1; }
-    bool tie(int a, int b)
-    {
-        a = root(a);
-        b = root(b);
-        if (a == b)
-            return false;
-        parent_[static_cast<std::size_t>(std::min(a, b))] = std::max(a, b); // the ground stays a root
-        return true;
-    }
-    bool isFixed(int a) { return root(a) == ground(); }
-
-private:
-    int root(int a)
-    {
-        while (parent_[static_cast<std::size_t>(a)] != a) {
-            int& up = parent_[static_cast<std::size_t>(a)];
-            up = parent_[static_cast<std::size_t>(up)];
-            a = up;
-        }
-        return a;
-    }
-    std::vector<int> parent_;
-};
 
 // Pairs of nodes that a translation carries from one boundary to the other.
 std::vector<std::array<int, 2>> partners(const NamedMesh& mesh, const std::string& from, const std::string& to)
@@ -82,38 +54,29 @@ template <class T>
 class Builder
 {
 public:
-    Builder(const NamedMesh& mesh, const Assembly& assembly) : mesh_(mesh), assembly_(assembly), ties_(mesh.points.size())
-    {
-    }
+    Builder(const NamedMesh& mesh, const Assembly& assembly) : mesh_(mesh), assembly_(assembly) {}
 
     void fix(const BoundaryFormula& f)
     {
+        begin("value fixed on " + f.boundary);
         const std::vector<int> nodes = mesh_.boundaryNodes(f.boundary);
         const std::vector<T> values = assembly_.atNodes<T>("value fixed on " + f.boundary, f.text, nodes);
-        for (std::size_t k = 0; k < nodes.size(); ++k) {
-            if (!fixed_.try_emplace(nodes[k], values[k]).second)
-                continue;
-            ties_.tie(nodes[k], ties_.ground());
-            add({{nodes[k], 1.0}}, values[k]);
-        }
+        for (std::size_t k = 0; k < nodes.size(); ++k)
+            if (fixed_.insert(nodes[k]).second)
+                add({{nodes[k], 1.0}}, values[k]);
     }
 
     void join(const std::string& from, const std::string& to)
     {
-        for (const auto& [a, b] : partners(mesh_, from, to)) {
-            const auto fixedA = fixed_.find(a);
-            const auto fixedB = fixed_.find(b);
-            if (fixedA != fixed_.end() && fixedB != fixed_.end() &&
-                std::abs(fixedA->second - fixedB->second) > 1e-9 * (1.0 + std::abs(fixedA->second)))
-                throw std::invalid_argument("periodic boundaries '" + from + "' and '" + to +
-                                            "' are fixed to different values where they meet");
-            if (ties_.tie(a, b))
+        begin("periodic " + from + "," + to);
+        for (const auto& [a, b] : partners(mesh_, from, to))
+            if (a != b)
                 add({{a, 1.0}, {b, -1.0}}, T(0.0));
-        }
     }
 
     void mean(const BoundaryFormula& m)
     {
+        begin("mean over " + m.boundary);
         std::map<int, double> weight; // int phi_i / length
         double length = 0.0;
         for (const auto& [a, b] : mesh_.boundary(m.boundary)) {
@@ -126,14 +89,10 @@ public:
         }
         std::vector<int> nodes;
         std::vector<std::pair<int, double>> entries;
-        bool anyFree = false;
         for (const auto& [node, w] : weight) {
             nodes.push_back(node);
             entries.emplace_back(node, w / length);
-            anyFree = anyFree || !ties_.isFixed(node);
         }
-        if (!anyFree)
-            throw std::invalid_argument("the mean over '" + m.boundary + "' is already settled: its nodes are fixed");
         const std::vector<T> values = assembly_.atNodes<T>("mean over " + m.boundary, m.text, nodes);
         T wanted(0.0);
         for (std::size_t k = 0; k < nodes.size(); ++k)
@@ -146,10 +105,13 @@ public:
         Constraints<T> c;
         c.N.triplet2sparse(rows_, columns_, entries_, mesh_.points.size(), values_.size());
         c.value = std::move(values_);
+        c.origins = std::move(origins_);
         return c;
     }
 
 private:
+    void begin(const std::string& what) { origins_.emplace_back(values_.size(), what); }
+
     void add(const std::vector<std::pair<int, double>>& column, T value)
     {
         for (const auto& [node, entry] : column) {
@@ -162,14 +124,28 @@ private:
 
     const NamedMesh& mesh_;
     const Assembly& assembly_;
-    Ties ties_;
-    std::map<int, T> fixed_;
+    std::set<int> fixed_;
     std::vector<unsigned long> rows_, columns_;
     std::vector<double> entries_;
     std::vector<T> values_;
+    std::vector<std::pair<std::size_t, std::string>> origins_;
 };
 
 } // namespace
+
+template <class T>
+std::string Constraints<T>::describe(std::size_t condition, const NamedMesh& mesh) const
+{
+    const auto behind = std::find_if(origins.begin(), origins.end(), [&](const auto& o) { return o.first > condition; });
+    std::string words = std::prev(behind)->second;
+    const unsigned long first = N.getColPtr()[condition];
+    if (N.getColPtr()[condition + 1] - first <= 2) { // a mean is not at any one place
+        const unsigned long node = N.getRow()[first];
+        const Point& p = mesh.points[node];
+        words += " at node " + std::to_string(node + 1) + " (" + toText(p[0]) + ", " + toText(p[1]) + ")";
+    }
+    return words;
+}
 
 template <class T>
 Constraints<T> constraintsOf(const NamedMesh& mesh, const HeatModel& model, const Assembly& assembly)
@@ -184,6 +160,8 @@ Constraints<T> constraintsOf(const NamedMesh& mesh, const HeatModel& model, cons
     return builder.result();
 }
 
+template struct Constraints<double>;
+template struct Constraints<std::complex<double>>;
 template Constraints<double> constraintsOf(const NamedMesh&, const HeatModel&, const Assembly&);
 template Constraints<std::complex<double>> constraintsOf(const NamedMesh&, const HeatModel&, const Assembly&);
 

@@ -6,6 +6,8 @@
 
 #include "sparse.hpp"
 
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace examples {
@@ -14,15 +16,19 @@ namespace examples {
 template <class T>
 struct Constraints
 {
-    Sparse N;                   ///< nodes by conditions, of full rank
+    Sparse N;                   ///< nodes by conditions
     std::vector<T> value;
+    std::vector<std::pair<std::size_t, std::string>> origins; ///< first condition and what it and the next ones stand for
+
+    /// A condition in words: what was asked for, and where, by node number and place.
+    std::string describe(std::size_t condition, const NamedMesh& mesh) const;
 };
 
-/// Writes the model's fixed values, periodic pairs and mean values as conditions, each independent of the others.
+/// Writes the model's fixed values, periodic pairs and mean values as conditions, in this order. They may repeat each
+/// other; whether they contradict each other is found when they are solved.
 ///
-/// A node on two fixed boundaries takes the one named first. A periodic pair that earlier conditions already tie
-/// together is left out; two fixed partners with different values raise std::invalid_argument, as do periodic boundaries
-/// that are no translates of each other and a mean over a boundary whose nodes are all fixed.
+/// A node on two fixed boundaries takes the one named first. Periodic boundaries that are no translates of each other
+/// raise std::invalid_argument.
 template <class T>
 Constraints<T> constraintsOf(const NamedMesh& mesh, const HeatModel& model, const Assembly& assembly);
 

@@ -26,6 +26,7 @@
 #include "support/options.hpp"
 #include "support/picture.hpp"
 #include "vtu.hpp"
+#include "watch.hpp"
 
 #include "qxexception.hpp"
 #include "qxrun.hpp"
@@ -41,7 +42,8 @@ namespace {
 
 using namespace examples;
 
-qxutil::RunInfo runInfo;
+Watch watch;
+qxutil::RunInfo runInfo(&watch);
 
 extern "C" void onInterrupt(int)
 {
@@ -141,7 +143,7 @@ void writeFile(const std::string& name, Write write)
 template <class T>
 void run(const Task& task)
 {
-    Phases phases;
+    Phases phases([](const std::string& name) { watch.phase(name); });
     phases.start("read mesh");
     NamedMesh mesh = readMsh(task.mesh);
     for (int k = 0; k < task.refine; ++k)
@@ -176,6 +178,13 @@ void run(const Task& task)
         std::fprintf(stderr, "  %-18s %8.1f ms  %3.0f %%\n", name.c_str(), 1e3 * seconds, 100.0 * seconds / total);
 }
 
+int fail(int status, const std::string& message)
+{
+    watch.phase("");
+    std::cerr << "heat: " << message << '\n';
+    return status;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -191,17 +200,14 @@ int main(int argc, char** argv)
         task.complex ? run<std::complex<double>>(task) : run<double>(task);
         return 0;
     } catch (const UsageError& e) {
-        std::cerr << "heat: " << e.what() << '\n';
-        return 2;
+        return fail(2, e.what());
     } catch (const qxbase::CancelException&) {
-        std::cerr << "heat: stopped\n";
-        return 130;
+        return fail(130, "stopped");
     } catch (const qxbase::Exception& e) {
-        std::cerr << "heat: " << e.toString() << '\n';
+        return fail(1, e.toString());
     } catch (const std::bad_alloc&) {
-        std::cerr << "heat: out of memory\n";
+        return fail(1, "out of memory");
     } catch (const std::exception& e) {
-        std::cerr << "heat: " << e.what() << '\n';
+        return fail(1, e.what());
     }
-    return 1;
 }

@@ -6,17 +6,13 @@
 #include "qxnull.hpp"
 #include "umfpack.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <type_traits>
 
 namespace examples {
 namespace {
-
-double now()
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 template <class T>
 Matrix<1> toMatrix(const std::vector<T>& v)
@@ -61,14 +57,85 @@ void add(std::vector<T>& y, double a, const std::vector<T>& x)
         y[i] += a * x[i];
 }
 
+[[noreturn]] void refuseSingular()
+{
+    throw std::invalid_argument("the matrix is singular: the problem has no solution, or more than one. Is u, or its mean, "
+                                "given anywhere?");
+}
+
+// A solution that a second look at the residual would change by this much has no digits: the matrix is singular but for
+// rounding.
+constexpr double kNoDigits = 1e-2;
+
 template <class T>
 std::vector<T> solveSparse(qxutil::RunInfo& runInfo, Sparse A, const std::vector<T>& b)
 {
     Umfpack solver(runInfo);
-    solver.init(A, true, false, false, true);
+    try {
+        solver.init(A, true, false, false, true);
+    } catch (const qxbase::Exception& e) {
+        if (e.getId() == "Singular_matrix" || e.getId() == "Matrix_is_zero")
+            refuseSingular();
+        throw;
+    }
+    const Matrix<1> rhs = toMatrix(b);
     Matrix<1> x;
-    solver.solve(toMatrix(b), x);
+    solver.solve(rhs, x);
+    double residual = 0.0;
+    double error = 0.0;
+    solver.checkTolerances(x, rhs, INFINITY, INFINITY, residual, error);
+    if (error > kNoDigits)
+        refuseSingular();
     return toVector<T>(x);
+}
+
+// Refuses conditions that contradict each other: each vector l with N l = 0 is a sum of conditions that says 0 = l^H g.
+template <class T>
+void refuseContradictions(const Constraints<T>& c, const NamedMesh& mesh, qxutil::RunInfo& runInfo)
+{
+    const Sparse NH = transpose(c.N, ConjTrans);
+    Sparse sums, unused;
+    qxNull(runInfo, NH, Sparse(), Sparse(), true, sums, false, unused, false, unused, unused, false, unused, false, unused,
+           false, NullFunSparse, false);
+    const unsigned long *start = sums.getColPtr(), *conditions = sums.getRow();
+    double largest = 0.0;
+    for (const T& g : c.value)
+        largest = std::max(largest, std::abs(g));
+    for (unsigned long j = 0; j < sums.getN(); ++j) {
+        T total(0.0);
+        double size = 0.0;
+        for (unsigned long k = start[j]; k < start[j + 1]; ++k) {
+            total += sums.getDoubleVal()[k] * c.value[conditions[k]];
+            size += std::abs(sums.getDoubleVal()[k]) * largest;
+        }
+        if (std::abs(total) <= 1e-9 * size)
+            continue;
+        constexpr unsigned long shown = 4;
+        const unsigned long others = start[j + 1] - start[j] - 1;
+        const auto words = [&](unsigned long condition) {
+            return "condition " + std::to_string(condition + 1) + ", " + c.describe(condition, mesh);
+        };
+        std::string message = words(conditions[start[j] + others]) + ", contradicts";
+        for (unsigned long k = 0; k < std::min(shown, others); ++k)
+            message += "\n  " + words(conditions[start[j] + k]);
+        if (others > shown)
+            message += "\n  and " + std::to_string(others - shown) + " more";
+        throw std::invalid_argument(message);
+    }
+}
+
+// u = Compl y that obeys the conditions, y from Range^H y = g; with repeated conditions from Range Range^H y = Range g.
+template <class T>
+std::vector<T> particular(const Constraints<T>& c, const Sparse& compl_, const Sparse& range, const NamedMesh& mesh,
+                          qxutil::RunInfo& runInfo)
+{
+    if (compl_.getN() == 0)
+        return std::vector<T>(mesh.points.size(), T(0.0));
+    const Sparse rangeH = transpose(range, ConjTrans);
+    if (compl_.getN() == c.value.size())
+        return product(compl_, solveSparse(runInfo, rangeH, c.value), NoTrans);
+    refuseContradictions(c, mesh, runInfo);
+    return product(compl_, solveSparse(runInfo, range * rangeH, product(range, c.value, NoTrans)), NoTrans);
 }
 
 // The residual as a function of u: affine problems are assembled once.
@@ -104,9 +171,15 @@ private:
 
 } // namespace
 
+double secondsNow()
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
 void Phases::start(const std::string& name)
 {
-    const double t = now();
+    onStart_(name);
+    const double t = secondsNow();
     if (running_)
         seconds_[current_].second += t - since_;
     since_ = t;
@@ -132,21 +205,14 @@ Solution<T> solve(const NamedMesh& mesh, const HeatModel& model, const SolutionO
     Sparse null, compl_, range, unused;
     qxNull(runInfo, constraints.N, Sparse(), Sparse(), true, null, true, compl_, true, range, unused, false, unused, false,
            unused, false, NullFunSparse, false);
-    const std::size_t rank = compl_.getN();
-    if (rank != constraints.value.size())
-        throw std::invalid_argument("the conditions repeat or contradict each other: " +
-                                    std::to_string(constraints.value.size()) + " conditions of rank " +
-                                    std::to_string(rank));
-    std::vector<T> u(nodes, T(0.0));
-    if (rank > 0)
-        u = product(compl_, solveSparse(runInfo, transpose(range, ConjTrans), constraints.value), NoTrans);
+    std::vector<T> u = particular(constraints, compl_, range, mesh, runInfo);
 
     phases.start("assembly");
     Residual<T> residual(assembly, nodes);
     std::vector<T> r = product(null, residual.at(u), ConjTrans);
 
     Solution<T> s;
-    s.constraints = rank;
+    s.constraints = compl_.getN();
     s.unknowns = null.getN();
     const double start = norm(r);
     s.residual = start > 0.0 ? 1.0 : 0.0;

@@ -6,21 +6,32 @@
 
 #include "qxrun.hpp"
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace examples {
 
+/// Of a clock that never goes back.
+double secondsNow();
+
 /// Seconds by phase, in the order in which the phases were met.
 class Phases
 {
 public:
+    /// onStart is told the name of each phase as it starts.
+    explicit Phases(std::function<void(const std::string&)> onStart = [](const std::string&) {})
+        : onStart_(std::move(onStart))
+    {
+    }
+
     /// Ends the running phase and starts the next; an empty name only ends.
     void start(const std::string& name);
     const std::vector<std::pair<std::string, double>>& seconds() const { return seconds_; }
 
 private:
+    std::function<void(const std::string&)> onStart_;
     std::vector<std::pair<std::string, double>> seconds_;
     double since_ = 0.0;
     bool running_ = false;
@@ -53,7 +64,8 @@ struct SolutionOptions
 ///
 /// which Newton's method solves for z with the matrix Null^H J Null and UMFPACK; steps are halved while they do not reduce
 /// the residual. Only real problems may be nonlinear.
-/// Raises EvaluationError, std::invalid_argument, qxbase::Exception of the library, qxbase::CancelException when runInfo
+/// Raises EvaluationError; std::invalid_argument for conditions that contradict each other, a matrix that is singular or
+/// nearly so (a solution with less than two digits), and when Newton's method does not converge; qxbase::Exception of the library, qxbase::CancelException when runInfo
 /// is cancelled.
 template <class T>
 Solution<T> solve(const NamedMesh& mesh, const HeatModel& model, const SolutionOptions& options,

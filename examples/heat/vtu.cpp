@@ -1,7 +1,7 @@
 #include "vtu.hpp"
 
-#include "support/csv.hpp"
-
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <ostream>
 
@@ -16,32 +16,45 @@ void openArray(std::ostream& out, const std::string& type, const std::string& na
         << "\" format=\"ascii\">\n";
 }
 
-// Collects lines and hands them to the stream in large pieces.
-class Lines
+// Numbers as text, handed to the stream in large pieces. A double has the fewest digits that read back to the same bits.
+class Numbers
 {
 public:
-    explicit Lines(std::ostream& out) : out_(out) {}
-    ~Lines() { flush(); }
-    Lines(const Lines&) = delete;
-    Lines& operator=(const Lines&) = delete;
+    explicit Numbers(std::ostream& out) : out_(out) {}
+    ~Numbers() { flush(); }
+    Numbers(const Numbers&) = delete;
+    Numbers& operator=(const Numbers&) = delete;
 
-    void add(const std::string& line)
+    template <class T>
+    void add(T value, char behind)
     {
-        text_ += line;
-        text_ += '\n';
-        if (text_.size() > (1u << 16))
+        if (used_ + kLongest > text_.size())
             flush();
+        char* const first = text_.data() + used_;
+        char* last = std::to_chars(first, first + kLongest, value).ptr;
+        *last++ = behind;
+        used_ += static_cast<std::size_t>(last - first);
+    }
+    void addField(double value)
+    {
+        if (!std::isnan(value))
+            return add(value, '\n');
+        flush();
+        out_ << "NaN\n"; // as VTK spells it
     }
 
 private:
+    static constexpr std::size_t kLongest = 32; // of one number and what stands behind it
+
     void flush()
     {
-        out_.write(text_.data(), static_cast<std::streamsize>(text_.size()));
-        text_.clear();
+        out_.write(text_.data(), static_cast<std::streamsize>(used_));
+        used_ = 0;
     }
 
     std::ostream& out_;
-    std::string text_;
+    std::array<char, 1u << 16> text_;
+    std::size_t used_ = 0;
 };
 
 } // namespace
@@ -53,38 +66,46 @@ void writeVtu(std::ostream& out, const Mesh& mesh, const std::vector<std::pair<s
         << mesh.triangles.size() << "\">\n<PointData>\n";
     for (const auto& [name, values] : fields) {
         openArray(out, "Float64", name, 1);
-        Lines lines(out);
-        for (const double v : values)
-            lines.add(std::isnan(v) ? "NaN" : toText(v));
-        lines.add("</DataArray>");
+        {
+            Numbers numbers(out);
+            for (const double v : values)
+                numbers.addField(v);
+        }
+        out << "</DataArray>\n";
     }
     out << "</PointData>\n<Points>\n";
     openArray(out, "Float64", "Points", 3);
     {
-        Lines lines(out);
-        for (const Point& p : mesh.points)
-            lines.add(toText(p[0]) + " " + toText(p[1]) + " 0");
+        Numbers numbers(out);
+        for (const Point& p : mesh.points) {
+            numbers.add(p[0], ' ');
+            numbers.add(p[1], ' ');
+            numbers.add(0, '\n');
+        }
     }
     out << "</DataArray>\n</Points>\n<Cells>\n";
     openArray(out, "Int32", "connectivity", 1);
     {
-        Lines lines(out);
-        for (const Triangle& t : mesh.triangles)
-            lines.add(std::to_string(t[0]) + " " + std::to_string(t[1]) + " " + std::to_string(t[2]));
+        Numbers numbers(out);
+        for (const Triangle& t : mesh.triangles) {
+            numbers.add(t[0], ' ');
+            numbers.add(t[1], ' ');
+            numbers.add(t[2], '\n');
+        }
     }
     out << "</DataArray>\n";
     openArray(out, "Int32", "offsets", 1);
     {
-        Lines lines(out);
+        Numbers numbers(out);
         for (std::size_t t = 1; t <= mesh.triangles.size(); ++t)
-            lines.add(std::to_string(3 * t));
+            numbers.add(3 * t, '\n');
     }
     out << "</DataArray>\n";
     openArray(out, "UInt8", "types", 1);
     {
-        Lines lines(out);
+        Numbers numbers(out);
         for (std::size_t t = 0; t < mesh.triangles.size(); ++t)
-            lines.add(std::to_string(kTriangle));
+            numbers.add(kTriangle, '\n');
     }
     out << "</DataArray>\n</Cells>\n</Piece>\n</UnstructuredGrid>\n</VTKFile>\n";
 }

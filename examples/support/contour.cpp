@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -105,29 +106,87 @@ void orient(Mesh& mesh)
 
 Contours::Contours(const Mesh& mesh, const std::vector<double>& field) : mesh_(mesh), field_(field)
 {
-    // An edge inside is met twice, once in each direction; the edges left over are the boundary.
-    std::unordered_map<std::uint64_t, bool> once; // whether it runs from the lower number to the higher
-    once.reserve(2 * mesh.triangles.size());
     for (const Triangle& t : mesh.triangles) {
         if (std::isnan(at(t[0])) || std::isnan(at(t[1])) || std::isnan(at(t[2])))
             continue;
         triangles_.push_back(t);
         const auto [low, high] = std::minmax({at(t[0]), at(t[1]), at(t[2])});
         span_.push_back({low, high});
-        for (std::size_t k = 0; k < 3; ++k) {
-            const int a = t[k];
-            const int b = t[(k + 1) % 3];
-            const auto [entry, isNew] = once.try_emplace(cut(a, b).key(), a < b);
-            if (!isNew)
-                once.erase(entry);
+    }
+    findBoundary();
+    sortIntoBins();
+}
+
+// An edge inside is met twice, once in each direction; the edges left over are the boundary. Edges are kept at their lower
+// point.
+void Contours::findBoundary()
+{
+    std::vector<std::size_t> start(mesh_.points.size() + 1, 0);
+    const auto eachEdge = [&](auto act) {
+        for (const Triangle& t : triangles_)
+            for (std::size_t k = 0; k < 3; ++k)
+                act(t[k], t[(k + 1) % 3]);
+    };
+    eachEdge([&](int a, int b) { ++start[static_cast<std::size_t>(std::min(a, b)) + 1]; });
+    std::partial_sum(start.begin(), start.end(), start.begin());
+    std::vector<Edge> others(start.back()); // the higher point, and whether the edge rises to it
+    std::vector<std::size_t> next(start.begin(), start.end() - 1);
+    eachEdge([&](int a, int b) { others[next[static_cast<std::size_t>(std::min(a, b))]++] = {std::max(a, b), a < b}; });
+    for (std::size_t i = 0; i + 1 < start.size(); ++i) {
+        const auto from = others.begin() + static_cast<std::ptrdiff_t>(start[i]);
+        const auto to = others.begin() + static_cast<std::ptrdiff_t>(start[i + 1]);
+        std::sort(from, to);
+        for (auto e = from; e != to;) {
+            const int j = (*e)[0];
+            const auto end = std::find_if(e, to, [j](const Edge& other) { return other[0] != j; });
+            if ((end - e) % 2 != 0)
+                boundary_.push_back((*e)[1] != 0 ? Edge{static_cast<int>(i), j} : Edge{j, static_cast<int>(i)});
+            e = end;
         }
     }
-    for (const auto& [key, rises] : once) {
-        const int low = static_cast<int>(key >> 32);
-        const int high = static_cast<int>(key & 0xffffffffu);
-        boundary_.push_back(rises ? Edge{low, high} : Edge{high, low});
+    std::sort(boundary_.begin(), boundary_.end());
+}
+
+// So many bins that on the average a triangle is in no more than four.
+void Contours::sortIntoBins()
+{
+    double high = -std::numeric_limits<double>::infinity();
+    low_ = -high;
+    for (const auto& span : span_)
+        for (const double v : span)
+            if (std::isfinite(v)) {
+                low_ = std::min(low_, v);
+                high = std::max(high, v);
+            }
+    for (std::size_t bins = 1024;; bins /= 2) {
+        perWidth_ = static_cast<double>(bins) / (high - low_);
+        if (bins == 1 || !std::isfinite(perWidth_))
+            perWidth_ = 0.0; // all in one
+        binStart_.assign(perWidth_ == 0.0 ? 2 : bins + 1, 0);
+        std::size_t entries = 0;
+        for (const auto& span : span_)
+            entries += binOf(span[1]) - binOf(span[0]) + 1;
+        if (perWidth_ == 0.0 || entries <= 4 * span_.size())
+            break;
     }
-    std::sort(boundary_.begin(), boundary_.end()); // the order of a hash table is not the same everywhere
+    const auto eachPlace = [&](auto act) {
+        for (std::size_t t = 0; t < span_.size(); ++t)
+            for (std::size_t b = binOf(span_[t][0]); b <= binOf(span_[t][1]); ++b)
+                act(b, static_cast<int>(t));
+    };
+    eachPlace([&](std::size_t b, int) { ++binStart_[b + 1]; });
+    std::partial_sum(binStart_.begin(), binStart_.end(), binStart_.begin());
+    binned_.resize(binStart_.back());
+    std::vector<std::size_t> next(binStart_.begin(), binStart_.end() - 1);
+    eachPlace([&](std::size_t b, int t) { binned_[next[b]++] = t; });
+}
+
+// Never falls when the value rises.
+std::size_t Contours::binOf(double value) const
+{
+    const double place = perWidth_ == 0.0 ? 0.0 : (value - low_) * perWidth_;
+    const auto last = static_cast<double>(binStart_.size() - 2);
+    return static_cast<std::size_t>(std::clamp(place, 0.0, last));
 }
 
 std::vector<Line> Contours::lines(double level, bool inside, bool boundary) const
@@ -135,7 +194,8 @@ std::vector<Line> Contours::lines(double level, bool inside, bool boundary) cons
     Pieces pieces;
     const auto above = [&](int point) { return at(point) >= level; };
     if (inside)
-        for (std::size_t k = 0; k < triangles_.size(); ++k) {
+        for (std::size_t p = binStart_[binOf(level)]; p < binStart_[binOf(level) + 1]; ++p) {
+            const auto k = static_cast<std::size_t>(binned_[p]);
             if (!(span_[k][0] < level && level <= span_[k][1]))
                 continue;
             const Triangle& t = triangles_[k];

@@ -289,8 +289,9 @@ void writePicture(std::ostream& out, const Mesh& mesh, const std::vector<double>
     const Scale scale(field);
     const std::vector<double> ticks = roundNumbers(scale.range.low, scale.range.high, 10);
     const Contours contours(mesh, field);
-    const std::vector<double> everywhere(mesh.points.size(), 0.0);
-    const std::string outline = pathOf(Contours(mesh, everywhere).outline(), frame, true);
+    const bool everywhere = std::none_of(field.begin(), field.end(), [](double v) { return std::isnan(v); });
+    const std::vector<double> flat(everywhere ? 0 : mesh.points.size(), 0.0);
+    const std::string outline = pathOf(everywhere ? contours.outline() : Contours(mesh, flat).outline(), frame, true);
 
     out << "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " << number(kWidth, "%.0f") << " "
         << number(frame.total(), "%.0f") << "\" font-family=\"Helvetica, Arial, sans-serif\" font-size=\"15\" "

@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -189,21 +189,64 @@ TEST(Heat, BadInputIsToldInWords)
         {{"--fixed", "inlets: 0"}, "the mesh has no boundary 'inlets', only bolts, fins, inlet, left, right, top"},
         {{"--flux", "nose: 0"}, "the mesh has no boundary 'nose'"},
         {{"--periodic", "inlet,left"}, "boundaries 'inlet' and 'left' are not periodic"},
-        {{"--periodic", "left,right", "--fixed", "left: 1", "--fixed", "right: 2"},
-         "periodic boundaries 'left' and 'right' are fixed to different values"},
-        {{"--fixed", "inlet: 1", "--mean", "inlet: 2"}, "the mean over 'inlet' is already settled"},
         {{"--fixed", "inlet: u"}, "value fixed on inlet may use x and y, not u"},
         {{"--fixed", "inlet: 1", "--k", "1+z"}, "z is neither a column nor a definition"},
         {{"--fixed", "inlet: 1", "--k", "1+("}, "conductivity cannot be read: 1+("},
         {{"--fixed", "inlet: 1", "--define", "u=1"}, "definition 'u' hides the variable of that name"},
         {{"--fixed", "inlet: 1", "--complex", "--k", "1+u"}, "complex problems must be linear in u"},
-        {{"--mean", "inlet: 1", "--mean", "inlet: 1"}, "the conditions repeat or contradict each other"},
     };
     for (const auto& c : cases) {
         const Outcome o = heat(c.words);
         EXPECT_EQ(o.status, 1) << c.message;
         EXPECT_EQ(o.out, "");
         EXPECT_THAT(o.err, HasSubstr(c.message));
+    }
+}
+
+TEST(Heat, ConditionsThatContradictEachOtherAreNamed)
+{
+    const std::string place = " at node [0-9]+ \\([-0-9.e]+, [-0-9.e]+\\)";
+    const struct { Words words; std::string message; } cases[] = {
+        {{"--periodic", "left,right", "--fixed", "left: 1", "--fixed", "right: 2"},
+         "heat: condition [0-9]+, periodic left,right" + place + ", contradicts\n  condition [0-9]+, value fixed on left" +
+             place + "\n  condition [0-9]+, value fixed on right" + place + "\n"},
+        {{"--fixed", "inlet: 1", "--mean", "inlet: 2"},
+         "heat: condition [0-9]+, mean over inlet, contradicts\n  condition 1, value fixed on inlet" + place +
+             "\n(  condition [234], value fixed on inlet" + place + "\n)+  and [0-9]+ more\n"},
+        {{"--mean", "inlet: 1", "--mean", "inlet: 2"},
+         "heat: condition 2, mean over inlet, contradicts\n  condition 1, mean over inlet\n"},
+        // The mean is 1 on the left and 2 on the right, and the two are the same.
+        {{"--mean", "left: 1", "--periodic", "left,right", "--mean", "right: 2*x"},
+         "heat: condition [0-9]+, mean over right, contradicts\n(  condition [0-9]+, .*\n)+  and [0-9]+ more\n"},
+    };
+    for (const auto& c : cases) {
+        const Outcome o = heat(c.words);
+        EXPECT_EQ(o.status, 1);
+        EXPECT_EQ(o.out, "");
+        EXPECT_TRUE(std::regex_match(o.err, std::regex(c.message))) << o.err << "\nnot\n" << c.message;
+    }
+}
+
+TEST(Heat, ConditionsThatRepeatEachOtherAreObeyed)
+{
+    const Words flat{"--mean", "inlet: 5"};
+    EXPECT_LT(errorOf(flat + Words{"--mean", "inlet: 5"}, "5"), 1e-10);
+    EXPECT_LT(errorOf(flat + Words{"--fixed", "inlet: 5"}, "5"), 1e-10);
+    EXPECT_LT(errorOf({"--fixed", "left: 5", "--fixed", "right: 5", "--periodic", "left,right", "--periodic", "right,left"},
+                      "5"),
+              1e-10);
+}
+
+TEST(Heat, AProblemThatSettlesNoConstantIsSingular)
+{
+    // Nothing is fixed: u + 1 solves as well as u, and with heat made inside there is no solution at all. Rounding hides
+    // that from the pivots.
+    for (const Words& words : {Words{}, Words{"--source", "1"}, Words{"--source", "x-0.5", "--periodic", "left,right"},
+                               Words{"--complex", "--source", "x*i"}, Words{"--k", "0", "--fixed", "inlet: 1"}}) {
+        const Outcome o = heat(words + Words{"--flux", "top: x"});
+        EXPECT_EQ(o.status, 1) << o.out;
+        EXPECT_EQ(o.out, "");
+        EXPECT_THAT(o.err, StartsWith("heat: the matrix is singular: "));
     }
 }
 
@@ -217,16 +260,23 @@ TEST(Heat, AMissingOrDamagedMeshIsToldWithFileAndLine)
                 testing::MatchesRegex("heat: .*cut\\.msh:[0-9]+: .*\n"));
 }
 
-TEST(Heat, AnInterruptStopsTheRunCleanly)
+TEST(Heat, ProgressIsForTerminalsOnly)
+{
+    const Outcome o = heat({"--fixed", "inlet: 1", "--refine", "3"});
+
+    EXPECT_EQ(o.status, 0);
+    EXPECT_THAT(o.err, testing::Not(testing::AnyOf(HasSubstr("\r"), HasSubstr("UMFPACK"))));
+}
+
+TEST(Heat, AFactorisationShowsItsProgressOnATerminalAndAnInterruptStopsItCleanly)
 {
     const ScratchDirectory scratch;
-    const auto start = std::chrono::steady_clock::now();
 
-    const Outcome o = run(kProgram, {kMesh, "--fixed", "inlet: 1", "--refine", "4", "--vtu", scratch.path("u.vtu")}, 1.0);
+    const Outcome o = runOnTerminal(kProgram, {kMesh, "--fixed", "inlet: 1", "--refine", "4", "--vtu", scratch.path("u.vtu")},
+                                    "UMFPACK [", "\x03");
 
-    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
     EXPECT_EQ(o.status, 130);
-    EXPECT_EQ(o.err, "heat: stopped\n");
+    EXPECT_THAT(o.out, HasSubstr("factorise, solve ..."));
+    EXPECT_THAT(o.out, testing::EndsWith("heat: stopped\r\n"));
     EXPECT_EQ(ScratchDirectory::read(scratch.path("u.vtu")), "");
-    EXPECT_LT(seconds.count(), 8.0);
 }

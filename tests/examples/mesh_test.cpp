@@ -6,6 +6,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <random>
 #include <sstream>
 #include <string>
@@ -176,6 +179,33 @@ TEST(RefinedMesh, KeepsAreaAndBoundariesAndQuartersTriangles)
         EXPECT_EQ(fine.points[std::size_t(n)][1], 0.0);
     for (const auto& t : fine.triangles)
         EXPECT_EQ(std::count(t.begin(), t.end(), t[0]), 1);
+}
+
+TEST(Vtu, LosesNoDigits)
+{
+    // More than one buffer full, with the widest numbers there are.
+    const NamedMesh m = readMshText(kSquare, "m.msh");
+    std::mt19937_64 bits(1);
+    std::vector<double> values;
+    while (values.size() < 20000) {
+        double v;
+        const std::uint64_t pattern = bits();
+        std::memcpy(&v, &pattern, sizeof v);
+        if (!std::isnan(v))
+            values.push_back(v);
+    }
+    std::ostringstream out;
+
+    writeVtu(out, m, {{"T", values}});
+
+    const std::string text = out.str();
+    const char* at = text.c_str() + text.find('\n', text.find("Name=\"T\""));
+    for (const double v : values) {
+        char* end = nullptr;
+        ASSERT_EQ(std::strtod(at, &end), v);
+        at = end;
+    }
+    EXPECT_EQ(std::string(at, 13), "\n</DataArray>");
 }
 
 TEST(Vtu, HoldsPointsTrianglesAndFields)

@@ -1,42 +1,74 @@
 #include "examples/program.hpp"
 
 #include <fcntl.h>
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 
-Outcome run(const std::string& program, const std::vector<std::string>& arguments, double interruptAfter)
+namespace {
+
+// In the child: becomes the program.
+[[noreturn]] void become(const std::string& program, const std::vector<std::string>& arguments)
 {
-    const ScratchDirectory scratch;
-    const std::string outPath = scratch.path("out");
-    const std::string errPath = scratch.path("err");
     std::vector<char*> argv{const_cast<char*>(program.c_str())};
     for (const std::string& a : arguments)
         argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
+    execv(program.c_str(), argv.data());
+    _exit(127);
+}
 
+int statusOf(pid_t child)
+{
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+} // namespace
+
+Outcome run(const std::string& program, const std::vector<std::string>& arguments)
+{
+    const ScratchDirectory scratch;
+    const std::string outPath = scratch.path("out");
+    const std::string errPath = scratch.path("err");
     const pid_t child = fork();
     if (child == 0) {
         dup2(open(outPath.c_str(), O_CREAT | O_WRONLY, 0600), STDOUT_FILENO);
         dup2(open(errPath.c_str(), O_CREAT | O_WRONLY, 0600), STDERR_FILENO);
-        execv(program.c_str(), argv.data());
-        _exit(127);
+        become(program, arguments);
     }
     if (child < 0)
         throw std::runtime_error("fork failed");
-    if (interruptAfter > 0.0) {
-        usleep(static_cast<useconds_t>(1e6 * interruptAfter));
-        kill(child, SIGINT);
+    const int status = statusOf(child);
+    return {status, ScratchDirectory::read(outPath), ScratchDirectory::read(errPath)};
+}
+
+Outcome runOnTerminal(const std::string& program, const std::vector<std::string>& arguments, const std::string& awaited,
+                      const std::string& keys)
+{
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0)
+        become(program, arguments);
+    if (child < 0)
+        throw std::runtime_error("no terminal");
+    std::string text;
+    bool typed = keys.empty();
+    char piece[4096];
+    for (ssize_t n = 0; (n = read(terminal, piece, sizeof piece)) > 0;) { // fails when the program has ended
+        text.append(piece, static_cast<std::size_t>(n));
+        if (!typed && text.find(awaited) != std::string::npos)
+            typed = write(terminal, keys.data(), keys.size()) > 0;
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ScratchDirectory::read(outPath), ScratchDirectory::read(errPath)};
+    close(terminal);
+    return {statusOf(child), text, ""};
 }
 
 ScratchDirectory::ScratchDirectory()

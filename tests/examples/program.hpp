@@ -11,8 +11,13 @@ struct Outcome
     std::string err;
 };
 
-/// Runs a program and waits for it; interruptAfter, when positive, sends it an interrupt after so many seconds.
-Outcome run(const std::string& program, const std::vector<std::string>& arguments, double interruptAfter = 0.0);
+/// Runs a program and waits for it.
+Outcome run(const std::string& program, const std::vector<std::string>& arguments);
+
+/// Runs a program on a terminal of its own: out is all that it writes there, err is empty. As soon as the text `awaited`
+/// has been written, `keys` are typed; "\x03" is the interrupt key.
+Outcome runOnTerminal(const std::string& program, const std::vector<std::string>& arguments,
+                      const std::string& awaited = "", const std::string& keys = "");
 
 /// A directory for one test; gone with it.
 class ScratchDirectory
