@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -111,6 +112,12 @@ Case& Case::threads(int n)
     return *this;
 }
 
+Case& Case::fastest()
+{
+    fastest_ = true;
+    return *this;
+}
+
 struct Measurement
 {
     static void of(const Case& c)
@@ -123,6 +130,8 @@ struct Measurement
         const std::size_t slash = c.name_.find('/');
         common.group = c.name_.substr(0, slash);
         common.name = slash == std::string::npos ? c.name_ : c.name_.substr(slash + 1);
+        if (c.fastest_)
+            common.group += ", fastest rounds";
         common.threads = c.threads_;
         common.bytes = c.bytes_;
         common.items = c.items_;
@@ -167,6 +176,11 @@ struct Measurement
             for (std::size_t i = 0; i < times[0].size(); ++i)
                 ratios.push_back(times[0][i] / times[k + 1][i]);
             r.ratio = spreadOf(std::move(ratios));
+            if (c.fastest_) {
+                r.ours.median = *std::min_element(times[0].begin(), times[0].end());
+                r.theirs.median = *std::min_element(times[k + 1].begin(), times[k + 1].end());
+                r.ratio.median = r.ours.median / r.theirs.median;
+            }
         }
         for (Row& r : rows)
             run.rows.push_back(std::move(r));
