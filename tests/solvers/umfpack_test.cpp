@@ -646,6 +646,7 @@ TEST(UmfpackRun, ACancelDuringAFactorisationIsHeardBeforeTheNextPieceOfWork)
         EXPECT_EQ(interrupter.calls, 1); // not even the next report, a hundredth of the work later
         EXPECT_EQ(qxcBlockCount(), 0);
         run.cancel(false);
+        interrupter.act = [] {};
         Sparse small = sparseOf(threeByThree);
         EXPECT_NO_THROW(solver.init(small, false, false, false, true));
     }
@@ -698,6 +699,7 @@ TEST(UmfpackRun, AnExceptionOfTheListenerEndsTheFactorisationAndComesOut)
     EXPECT_EQ(qxcBlockCount(), 0);
     Matrix<1> x;
     EXPECT_EQ(idOf([&] { solver.solve(realVector(std::vector<double>(4096, 1.0)), x); }), "Internal_error_in_UMFPACK");
+    interrupter.act = [] {};
     Sparse small = sparseOf(threeByThree);
     EXPECT_NO_THROW(solver.init(small, false, false, false, true));
 }
