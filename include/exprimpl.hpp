@@ -305,6 +305,13 @@ public:
     template <class T> T& as() { return static_cast<T&>(*this); }
     template <class T> const T& as() const { return static_cast<const T&>(*this); }
 
+    /// What a rewriting step did to its node.
+    enum class Effect {
+        None,
+        Quiet, ///< changed it, but needs no further round
+        Change
+    };
+
     // Steps: what one node does in a walk, its children being done. All default to doing nothing.
 
     /// Children that mergeOperators visits ahead of this node's step: those of the whole chain of operators of one kind.
@@ -312,7 +319,7 @@ public:
     virtual void mergeStep(NodePtr& slot);
     virtual void binaryStep(NodePtr& slot);
     virtual void foldStep(NodePtr& slot);
-    virtual bool simplifyStep(NodePtr& slot, bool evalFuncs);
+    virtual Effect simplifyStep(NodePtr& slot, bool evalFuncs);
     /// Data other than the children are the same. The types are known to agree.
     virtual bool sameNode(const Node& other) const;
     /// The same class with other children. Raises "Internal_error_symbolic_processing" if this class has children and
@@ -334,6 +341,11 @@ public:
     const int prec;
     /// Number of the walk that visited this node last.
     mutable std::uint64_t mark = 0;
+    /// Number of the simplification in which no pass changes this node, or any below it, any more: later rounds pass it by.
+    mutable std::uint64_t settled = 0;
+    /// The hash code of this node, right in the walk that has this number and as long as the node is settled.
+    mutable std::uint64_t codeMark = 0;
+    mutable std::uint32_t code = 0;
 
 protected:
     Node(const RulesPtr& nodeRules, Type nodeType, int nodePrec) : rules(nodeRules), type(nodeType), prec(nodePrec) {}
@@ -377,7 +389,7 @@ public:
     void mergeStep(NodePtr& slot) override;
     void binaryStep(NodePtr& slot) override;
     void foldStep(NodePtr& slot) override;
-    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
+    Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
@@ -399,7 +411,7 @@ public:
     NodePtr& getChild(int i) override;
     std::uint32_t getHashCode() override;
 
-    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
+    Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
@@ -424,7 +436,7 @@ public:
     NodePtr& getChild(int i) override;
     std::uint32_t getHashCode() override;
 
-    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
+    Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
@@ -582,7 +594,7 @@ public:
 
     void binaryStep(NodePtr& slot) override;
     void foldStep(NodePtr& slot) override;
-    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
+    Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
@@ -593,8 +605,8 @@ public:
     /// Splices the chain of products, quotients, signs and Terms below node into coeff, num and den; invert: as a
     /// divisor.
     static void expand(const NodePtr& node, bool invert, Number& coeff, Nodes& num, Nodes& den);
-    /// Restores the invariant after a pass has changed a factor.
-    void updateFactors();
+    /// Restores the invariant after a pass has changed a factor; true if there was something to do.
+    bool updateFactors();
     /// Makes one power of all factors with the same base (by pointer); true if there were such factors.
     bool collectPowers();
     /// Of the factors alone: like terms have the same.
@@ -623,7 +635,7 @@ public:
 
     void binaryStep(NodePtr& slot) override;
     void foldStep(NodePtr& slot) override;
-    bool simplifyStep(NodePtr& slot, bool evalFuncs) override;
+    Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
     NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
@@ -634,7 +646,7 @@ public:
     /// Splices the chain of sums, differences, signs and Sums below node into constant and terms.
     static void expand(const NodePtr& node, bool negate, Number& constant, Nodes& terms);
     /// Restores the invariant after a pass has changed a term.
-    void updateTerms();
+    bool updateTerms();
     /// Makes one term of all terms that differ by their number only; true if there were such terms.
     bool collectLikeTerms();
     /// Balanced binary sum of terms[lo .. hi).

@@ -74,6 +74,7 @@ void ExprImpl::makeBinary() { root_->makeBinary(root_); }
 void ExprImpl::simp(bool evalFuncs)
 {
     NodeHashTable table;
+    const Temporarily simplification(current().simplification, nextMark());
     for ([[maybe_unused]] int round = 0;; ++round) {
         assert(round < 10000);
         root_->mergeOperators(root_);

@@ -57,74 +57,184 @@ inline bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 /// Number of a new walk, never used before by any thread.
 std::uint64_t nextMark();
 
+/// What this thread is doing; 0: nothing of the kind.
+struct Current
+{
+    std::uint64_t simplification = 0; ///< nodes settled in it are passed by
+    std::uint64_t sharing = 0;        ///< hash codes made in this walk are right
+};
+Current& current();
+
+/// A value that comes back at the end of the scope.
+class Temporarily
+{
+public:
+    Temporarily(std::uint64_t& variable, std::uint64_t value) : variable_(variable), before_(variable) { variable = value; }
+    ~Temporarily() { variable_ = before_; }
+    Temporarily(const Temporarily&) = delete;
+    Temporarily& operator=(const Temporarily&) = delete;
+
+private:
+    std::uint64_t& variable_;
+    std::uint64_t before_;
+};
+
+/// node.getHashCode(), from the node itself if it is known there.
+inline std::uint32_t hashOf(Node& node, const Current& now)
+{
+    const bool known = (now.sharing != 0 && node.codeMark == now.sharing) ||
+                       (now.simplification != 0 && node.settled == now.simplification);
+    return known ? node.code : node.getHashCode();
+}
+
+/// Numbers by node: a table with open addressing, quicker than the standard one by the allocation for each entry.
+class NodeIndex
+{
+public:
+    static constexpr std::uint32_t none = ~std::uint32_t(0);
+
+    std::uint32_t find(const Node* node) const
+    {
+        if (size_ == 0)
+            return none;
+        const Entry& entry = entries_[place(node)];
+        return entry.node ? entry.index : none;
+    }
+    /// The node is not in the table yet.
+    void add(const Node* node, std::uint32_t index)
+    {
+        if (2 * size_ >= entries_.size())
+            grow();
+        entries_[place(node)] = {node, index};
+        ++size_;
+    }
+
+private:
+    struct Entry
+    {
+        const Node* node = nullptr;
+        std::uint32_t index = 0;
+    };
+
+    std::size_t place(const Node* node) const
+    {
+        const auto address = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(node));
+        std::size_t i = static_cast<std::size_t>((address * 0x9e3779b97f4a7c15u) >> shift_);
+        while (entries_[i].node && entries_[i].node != node)
+            i = (i + 1) & (entries_.size() - 1);
+        return i;
+    }
+    void grow()
+    {
+        std::vector<Entry> old(entries_.empty() ? 16 : 2 * entries_.size());
+        old.swap(entries_);
+        shift_ = old.empty() ? 60 : shift_ - 1;
+        for (const Entry& entry : old)
+            if (entry.node)
+                entries_[place(entry.node)] = entry;
+    }
+
+    std::vector<Entry> entries_; // the size is a power of two, at most half of it in use
+    std::size_t size_ = 0;
+    int shift_ = 64;
+};
+
 /// Each Term and Sum keeps its invariant. Cost: linear in the distinct nodes; for assertions.
 bool isCanonicalTree(const NodePtr& root);
 
 /// Bookkeeping of one rewriting walk over a graph of shared nodes: a node is visited once, and where it was replaced all
-/// other slots that hold it get the replacement.
+/// other slots that hold it get the replacement. Settled nodes are passed by.
 class Rewriting
 {
 public:
-    /// True if the node in the slot is to be visited now. Otherwise the slot holds what the node has become.
-    bool enter(NodePtr& slot)
+    enum Entry { Visit, Known, Replaced };
+
+    /// Visit: the node in the slot is to be visited now. Otherwise the slot holds what the node has become.
+    Entry enter(NodePtr& slot)
     {
-        if (slot->mark != mark_) {
-            slot->mark = mark_;
-            return true;
+        Node& node = *slot;
+        if (node.mark != mark_) {
+            if (settled_ != 0 && node.settled == settled_)
+                return Known;
+            node.mark = mark_;
+            return Visit;
         }
         if (!replaced_.empty()) {
-            const auto found = replaced_.find(slot.get());
-            if (found != replaced_.end())
+            const auto found = replaced_.find(&node);
+            if (found != replaced_.end()) {
                 slot = found->second.second;
+                return Replaced;
+            }
         }
-        return false;
+        return Known;
     }
 
-    /// Runs step(slot) and remembers a replacement if other slots may hold the node.
+    /// Runs step(slot) and remembers a replacement if other slots may hold the node. True if it was replaced.
     template <class Step>
-    void apply(NodePtr& slot, Step&& step)
+    bool apply(NodePtr& slot, Step&& step)
     {
         if (slot.use_count() == 1) {
+            const Node* const before = slot.get(); // a step makes the new node before it drops the old one
             step(slot);
-            return;
+            return slot.get() != before;
         }
         const NodePtr before = slot;
         step(slot);
-        if (slot != before)
-            replaced_.emplace(before.get(), std::make_pair(before, slot));
+        if (slot == before)
+            return false;
+        replaced_.emplace(before.get(), std::make_pair(before, slot));
+        return true;
     }
+
+    std::uint64_t mark() const { return mark_; }
 
 private:
     std::uint64_t mark_ = nextMark();
+    std::uint64_t settled_ = current().simplification;
     std::unordered_map<const Node*, std::pair<NodePtr, NodePtr>> replaced_;
 };
 
-/// Visits the slots below and including root, children first, each distinct node once.
+/// Visits the slots below and including root, children first, each distinct node once: step(slot, kept) with kept false if
+/// a child was replaced. The walk must be new.
 template <class Step>
-void rewritePostOrder(NodePtr& root, Step&& step)
+void rewritePostOrder(Rewriting& walk, NodePtr& root, Step&& step)
 {
     struct Frame
     {
         NodePtr* slot;
         int next;
         int count;
+        bool kept;
     };
-    Rewriting walk;
     std::vector<Frame> stack;
-    walk.enter(root);
-    stack.push_back({&root, 0, root->getChildCount()});
+    if (walk.enter(root) != Rewriting::Visit)
+        return;
+    stack.push_back({&root, 0, root->getChildCount(), true});
     while (!stack.empty()) {
         Frame& top = stack.back();
         if (top.next < top.count) {
             NodePtr& child = (*top.slot)->getChild(top.next++);
-            if (walk.enter(child))
-                stack.push_back({&child, 0, child->getChildCount()});
+            switch (walk.enter(child)) {
+            case Rewriting::Visit: stack.push_back({&child, 0, child->getChildCount(), true}); break;
+            case Rewriting::Replaced: top.kept = false; break;
+            case Rewriting::Known: break;
+            }
             continue;
         }
         NodePtr& slot = *top.slot;
+        const bool kept = top.kept;
         stack.pop_back();
-        walk.apply(slot, step);
+        const bool replaced = walk.apply(slot, [&](NodePtr& s) { step(s, kept); });
+        if (replaced && !stack.empty())
+            stack.back().kept = false;
     }
+}
+
+template <class Step>
+void rewritePostOrder(NodePtr& root, Step&& step)
+{
+    Rewriting walk;
+    rewritePostOrder(walk, root, [&](NodePtr& slot, bool) { step(slot); });
 }
 
 /// Calls visit(node) for each distinct node, parents first.
@@ -160,15 +270,16 @@ NodePtr rebuildPostOrder(const NodePtr& root, Shortcut&& shortcut, Make&& make)
         int count;
         std::size_t base;
     };
-    std::unordered_map<const Node*, NodePtr> shared;
+    NodeIndex places; // of shared nodes in rebuilt
+    Nodes rebuilt;
     Nodes results;
     std::vector<Frame> stack;
 
     const auto open = [&](const NodePtr& slot) {
         if (slot.use_count() > 1) {
-            const auto found = shared.find(slot.get());
-            if (found != shared.end()) {
-                results.push_back(found->second);
+            const std::uint32_t found = places.find(slot.get());
+            if (found != NodeIndex::none) {
+                results.push_back(rebuilt[found]);
                 return;
             }
         }
@@ -192,8 +303,10 @@ NodePtr rebuildPostOrder(const NodePtr& root, Shortcut&& shortcut, Make&& make)
         Nodes children(std::make_move_iterator(first), std::make_move_iterator(results.end()));
         results.erase(first, results.end());
         NodePtr made = make(*done.slot, std::move(children));
-        if (done.slot->use_count() > 1)
-            shared.emplace(done.slot->get(), made);
+        if (done.slot->use_count() > 1 && places.find(done.slot->get()) == NodeIndex::none) {
+            places.add(done.slot->get(), static_cast<std::uint32_t>(rebuilt.size()));
+            rebuilt.push_back(made);
+        }
         results.push_back(std::move(made));
     }
     return results.back();
@@ -235,12 +348,13 @@ public:
     explicit DiffPass(const VarPtr& by) : var(by) {}
 
     /// The derivative of a node that diffOperands named.
-    const NodePtr& of(const NodePtr& node) const { return derivatives_.find(node.get())->second; }
+    const NodePtr& of(const NodePtr& node) const { return derivatives_[places_.find(node.get())]; }
 
     NodePtr run(const NodePtr& root);
 
     const VarPtr var;
 
 private:
-    std::unordered_map<const Node*, NodePtr> derivatives_;
+    qxsymbolic::NodeIndex places_; ///< in derivatives_
+    Nodes derivatives_;
 };

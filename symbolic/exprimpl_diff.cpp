@@ -3,6 +3,8 @@
 #include "exprimpl_detail.hpp"
 #include "qxexception.hpp"
 
+#include <tuple>
+
 using namespace qxsymbolic;
 
 ExprImpl::NodePtr ExprImpl::DiffPass::run(const NodePtr& root)
@@ -15,7 +17,7 @@ ExprImpl::NodePtr ExprImpl::DiffPass::run(const NodePtr& root)
     std::vector<const NodePtr*> operands;
     std::vector<Frame> stack;
     const auto open = [&](const NodePtr& node) {
-        if (derivatives_.count(node.get()))
+        if (places_.find(node.get()) != NodeIndex::none)
             return;
         stack.push_back({&node, operands.size()});
         node->diffOperands(operands);
@@ -31,8 +33,11 @@ ExprImpl::NodePtr ExprImpl::DiffPass::run(const NodePtr& root)
             continue;
         }
         stack.pop_back();
-        if (!derivatives_.count(top.node->get()))
-            derivatives_.emplace(top.node->get(), (*top.node)->diffStep(*top.node, *this));
+        if (places_.find(top.node->get()) == NodeIndex::none) {
+            NodePtr derivative = (*top.node)->diffStep(*top.node, *this);
+            places_.add(top.node->get(), static_cast<std::uint32_t>(derivatives_.size()));
+            derivatives_.push_back(std::move(derivative));
+        }
     }
     return of(root);
 }
@@ -92,6 +97,37 @@ void ExprImpl::Binary::diffOperands(std::vector<const NodePtr*>& operands) const
     }
 }
 
+namespace {
+
+/// Lists longer than this are left to merging, which looks for repeated factors in them.
+constexpr std::size_t fewFactors = 64;
+
+/// a^b b/a a' for a number b, as the one Term that merging and folding would make of it; null where they would do more.
+NodePtr powerRule(const NodePtr& power, const NodePtr& da)
+{
+    const auto& [a, b] = std::tie(power->as<ExprImpl::Binary>().left, power->as<ExprImpl::Binary>().right);
+    if (!isConstant(b))
+        return NodePtr();
+    switch (a->type) {
+    case Node::TypeIdentifier:
+    case Node::TypeFuncCall:
+    case Node::TypePow: break;
+    case Node::TypeSum:
+        if (a->as<ExprImpl::Sum>().terms.size() >= 2)
+            break;
+        [[fallthrough]];
+    default: return NodePtr();
+    }
+    Number coeff = b->getNumVal();
+    Nodes num{power}, den{a};
+    ExprImpl::Term::expand(da, false, coeff, num, den);
+    if (num.size() + den.size() > fewFactors)
+        return NodePtr();
+    return make<ExprImpl::Term>(power->rules, std::move(num), std::move(den), coeff);
+}
+
+} // namespace
+
 ExprImpl::NodePtr ExprImpl::Binary::diffStep(const NodePtr& slot, DiffPass& pass) const
 {
     const auto binary = [this](Type op, const NodePtr& a, const NodePtr& b) {
@@ -112,6 +148,9 @@ ExprImpl::NodePtr ExprImpl::Binary::diffStep(const NodePtr& slot, DiffPass& pass
         const NodePtr &da = pass.of(left), &db = pass.of(right);
         if (isZero(da) && isZero(db) && !isConstant(left))
             return rules->constant(0.0);
+        if (isZero(db))
+            if (NodePtr quick = powerRule(slot, da))
+                return quick;
         return binary(TypeMul, slot,
                       binary(TypeAdd, binary(TypeMul, binary(TypeDiv, right, left), da),
                              binary(TypeMul, make<FuncCall>(rules, "log", left), db)));
@@ -201,6 +240,10 @@ ExprImpl::NodePtr ExprImpl::Term::diffStep(const NodePtr&, DiffPass& pass) const
         return qxsymbolic::makeBinary(rules, op, a, b);
     };
     NodePtr quotient = diffProduct(rules, num, pass);
+    if (den.empty() && num.size() <= fewFactors && !isZero(quotient)) { // coeff * quotient, as merging would make it
+        const auto& sum = quotient->as<Sum>();
+        return make<Term>(rules, sum.terms.size() == 1 ? sum.terms[0]->as<Term>().num : Nodes{quotient}, Nodes(), coeff);
+    }
     if (!den.empty()) { // (N' D - N D') / D^2
         const NodePtr N = make<Term>(rules, num, Nodes(), Number(1));
         const NodePtr D = make<Term>(rules, den, Nodes(), Number(1));

@@ -50,7 +50,7 @@ void ExprImpl::Node::mergeOperators(NodePtr& slot)
     std::vector<NodePtr*> operands;
     std::vector<Frame> stack;
     const auto open = [&](NodePtr& node) {
-        if (!walk.enter(node))
+        if (walk.enter(node) != Rewriting::Visit)
             return;
         stack.push_back({&node, operands.size()});
         node->collectOperands(node, operands);
@@ -256,10 +256,10 @@ bool qxsymbolic::isCanonicalTree(const NodePtr& root)
     return good;
 }
 
-void ExprImpl::Sum::updateTerms()
+bool ExprImpl::Sum::updateTerms()
 {
     if (isCanonical())
-        return;
+        return false;
     Number newConstant = constant;
     Nodes newTerms;
     newTerms.reserve(terms.size());
@@ -278,12 +278,13 @@ void ExprImpl::Sum::updateTerms()
     terms.swap(newTerms);
     if (terms.size() > compactAbove && terms.size() > 2 * newTerms.size())
         collectLikeTerms();
+    return true;
 }
 
-void ExprImpl::Term::updateFactors()
+bool ExprImpl::Term::updateFactors()
 {
     if (isCanonical())
-        return;
+        return false;
     Number newCoeff = coeff;
     Nodes newNum, newDen;
     for (const NodePtr& factor : num)
@@ -296,4 +297,5 @@ void ExprImpl::Term::updateFactors()
     den.swap(newDen);
     if (num.size() + den.size() > compactAbove && num.size() + den.size() > 2 * before)
         collectPowers();
+    return true;
 }

@@ -76,6 +76,12 @@ std::uint64_t nextMark()
     return last.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
+Current& current()
+{
+    static thread_local Current now;
+    return now;
+}
+
 } // namespace qxsymbolic
 
 // Release. A destructor hands its children's last references to the list of the outermost destructor that is running
@@ -362,11 +368,12 @@ std::uint32_t ExprImpl::Term::getHashCode() { return type ^ coeff.getHashCode() 
 
 std::uint32_t ExprImpl::Term::getQuotientHashCode() const
 {
+    const Current& now = current();
     std::uint32_t h = 1;
     for (Node* factor : ByIdentity(num))
-        h = h * 69069u + factor->getHashCode();
+        h = h * 69069u + hashOf(*factor, now);
     for (Node* factor : ByIdentity(den))
-        h = factor->getHashCode() * 1664525u + h * 69069u + 1013904223u;
+        h = hashOf(*factor, now) * 1664525u + h * 69069u + 1013904223u;
     return h;
 }
 
@@ -556,12 +563,17 @@ void ExprImpl::NodeHashTable::clear() { *this = NodeHashTable(); }
 
 void ExprImpl::Node::makeCanonic(NodePtr& slot, NodeHashTable& table)
 {
-    rewritePostOrder(slot, [&table](NodePtr& node) {
-        NodePtr& known = table.slot(node->getHashCode());
+    Rewriting walk;
+    const Temporarily sharing(current().sharing, walk.mark());
+    rewritePostOrder(walk, slot, [&](NodePtr& node, bool) {
+        const std::uint32_t hash = node->getHashCode();
+        NodePtr& known = table.slot(hash);
         if (known && equals(node, known))
             node = known;
         else
             known = node;
+        node->code = hash;
+        node->codeMark = walk.mark();
     });
 }
 

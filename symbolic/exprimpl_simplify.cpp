@@ -9,79 +9,127 @@
 
 using namespace qxsymbolic;
 
-bool ExprImpl::Node::simplify(NodePtr& slot, bool evalFuncs)
+namespace {
+
+using Effect = Node::Effect;
+
+/// A factor alone that stands in a Sum as a Term: folding unwraps it there and wraps it again, which changes nothing.
+bool isWrappedFactor(const Node& node, std::uint64_t simplification)
 {
-    bool changed = false;
-    rewritePostOrder(slot, [&](NodePtr& node) { changed = node->simplifyStep(node, evalFuncs) || changed; });
-    return changed;
+    if (node.type != Node::TypeTerm)
+        return false;
+    const auto& term = node.as<ExprImpl::Term>();
+    if (term.num.size() != 1 || !term.den.empty() || term.coeff != 1.0)
+        return false;
+    switch (term.num[0]->type) {
+    case Node::TypeFuncCall:
+    case Node::TypePow: return term.num[0]->settled == simplification;
+    default: return false;
+    }
 }
 
-bool ExprImpl::Node::simplifyStep(NodePtr&, bool) { return false; }
-
-// (a^b)^c -> a^(b*c), whatever the sign of a.
-bool ExprImpl::Binary::simplifyStep(NodePtr& slot, bool)
+/// Whether the passes of the next rounds would leave this node as it is, given that those of this round did: they look at
+/// nothing but the node and what is below it.
+bool isSettled(const Node& node, std::uint64_t simplification)
 {
-    if (type != TypePow || left->type != TypePow)
-        return false;
-    const auto& inner = left->as<Binary>();
-    slot = qxsymbolic::makeBinary(rules, TypePow, inner.left, qxsymbolic::makeBinary(rules, TypeMul, inner.right, right));
+    if (node.type == Node::TypeTerm) {
+        const auto& term = node.as<ExprImpl::Term>();
+        if (term.num.size() + term.den.size() == 0 || (term.den.empty() && term.num.size() == 1 && term.coeff == 1.0))
+            return false;
+    }
+    const bool sum = node.type == Node::TypeSum;
+    for (int i = 0, n = node.getChildCount(); i < n; ++i) {
+        const Node& child = *node.childAt(i);
+        if (child.settled != simplification && !(sum && isWrappedFactor(child, simplification)))
+            return false;
+    }
     return true;
 }
 
-bool ExprImpl::Derivative::simplifyStep(NodePtr& slot, bool)
+} // namespace
+
+bool ExprImpl::Node::simplify(NodePtr& slot, bool evalFuncs)
+{
+    bool changed = false;
+    const std::uint64_t simplification = current().simplification;
+    Rewriting walk;
+    rewritePostOrder(walk, slot, [&](NodePtr& node, bool kept) {
+        Node* const before = node.get();
+        const Effect effect = before->simplifyStep(node, evalFuncs);
+        changed = changed || effect == Effect::Change;
+        if (simplification != 0 && kept && effect == Effect::None && node.get() == before &&
+            isSettled(*before, simplification))
+            before->settled = simplification;
+    });
+    return changed;
+}
+
+ExprImpl::Node::Effect ExprImpl::Node::simplifyStep(NodePtr&, bool) { return Effect::None; }
+
+// (a^b)^c -> a^(b*c), whatever the sign of a.
+ExprImpl::Node::Effect ExprImpl::Binary::simplifyStep(NodePtr& slot, bool)
+{
+    if (type != TypePow || left->type != TypePow)
+        return Effect::None;
+    const auto& inner = left->as<Binary>();
+    slot = qxsymbolic::makeBinary(rules, TypePow, inner.left, qxsymbolic::makeBinary(rules, TypeMul, inner.right, right));
+    return Effect::Change;
+}
+
+ExprImpl::Node::Effect ExprImpl::Derivative::simplifyStep(NodePtr& slot, bool)
 {
     const NodePtr keep(slot);
     if (child->type == TypeDerivative)
-        return false;
+        return Effect::None;
     if (child->type == TypeIdentifier) {
         const VarPtr& inner = child->as<Identifier>().var;
         const ExprVar::Type kind = inner->getType();
         if (kind == ExprVar::TypeDependent || (kind == ExprVar::TypeDifferentiated && inner != var))
-            return false;
+            return Effect::None;
         slot = rules->constant(kind >= ExprVar::TypeIndependent && inner == var ? 1.0 : 0.0);
-        return true;
+        return Effect::Change;
     }
     slot = child->diff(child, var);
-    return true;
+    return Effect::Change;
 }
 
-bool ExprImpl::FuncCall::simplifyStep(NodePtr& slot, bool evalFuncs)
+ExprImpl::Node::Effect ExprImpl::FuncCall::simplifyStep(NodePtr& slot, bool evalFuncs)
 {
     const NodePtr keep(slot);
     if (name == "d" && args.size() == 2) {
         if (args[0]->type == TypeConstant) {
             slot = rules->constant(0.0);
-            return true;
+            return Effect::Change;
         }
         if (args[0]->type == TypeSum && args[0]->as<Sum>().constant != 0.0) {
             const NodePtr withoutConstant = make<Sum>(rules, args[0]->as<Sum>().terms, Number());
             slot = make<FuncCall>(rules, name, Nodes{withoutConstant, args[1]});
-            return true;
+            return Effect::Change;
         }
     }
     if (name == "if" && args.size() == 3) {
         if (args[0]->type == TypeConstant) {
             slot = NodePtr(args[args[0]->getNumVal() != 0.0 ? 1 : 2]);
-            return true;
+            return Effect::Change;
         }
         if (equals(args[1], args[2])) {
             slot = NodePtr(args[1]);
-            return true;
+            return Effect::Change;
         }
     }
     if (!evalFuncs || args.empty())
-        return false;
+        return Effect::None;
     std::vector<double> values;
     for (const NodePtr& arg : args) {
         if (arg->type != TypeConstant)
-            return false;
+            return Effect::None;
         values.push_back(arg->getNumVal().toReal());
     }
     double result;
     if (!FuncRules::evalElemFunc(name, values, result))
-        return false;
+        return Effect::None;
     slot = rules->constant(result);
-    return true;
+    return Effect::Change;
 }
 
 // Products.
@@ -104,10 +152,10 @@ void compress(Nodes& nodes, const std::vector<bool>& removed)
 bool isPower(const NodePtr& node) { return node->type == Node::TypePow; }
 const NodePtr& baseOf(const NodePtr& factor) { return isPower(factor) ? factor->as<ExprImpl::Binary>().left : factor; }
 
-/// Moves powers with a negative constant exponent to the other side of the fraction.
-void moveNegativePowers(const RulesPtr& rules, Nodes& from, Nodes& to)
+/// Moves powers with a negative constant exponent to the other side of the fraction; true if there were any.
+bool moveNegativePowers(const RulesPtr& rules, Nodes& from, Nodes& to)
 {
-    std::vector<bool> moved(from.size(), false);
+    std::vector<bool> moved;
     for (std::size_t i = 0; i < from.size(); ++i) {
         if (!isPower(from[i]))
             continue;
@@ -115,28 +163,31 @@ void moveNegativePowers(const RulesPtr& rules, Nodes& from, Nodes& to)
         if (power.right->type != Node::TypeConstant || !(power.right->getNumVal().toReal() < 0.0))
             continue;
         to.push_back(makeBinary(rules, Node::TypePow, power.left, rules->constant(-power.right->getNumVal())));
+        moved.resize(from.size(), false);
         moved[i] = true;
     }
-    compress(from, moved);
+    if (!moved.empty())
+        compress(from, moved);
+    return !moved.empty();
 }
 
 /// exp(u) in the denominator becomes exp(-u) in the numerator.
 bool moveExponentials(const RulesPtr& rules, Nodes& num, Nodes& den)
 {
-    std::vector<bool> moved(den.size(), false);
-    bool any = false;
+    std::vector<bool> moved;
     for (std::size_t i = 0; i < den.size(); ++i) {
         if (den[i]->type != Node::TypeFuncCall)
             continue;
         const auto& call = den[i]->as<ExprImpl::FuncCall>();
         if (call.name != "exp" || call.args.size() != 1)
             continue;
+        moved.resize(den.size(), false);
         num.push_back(make<ExprImpl::FuncCall>(rules, call.name, makeUnary(rules, Node::TypeUnaryMinus, call.args[0])));
-        moved[i] = any = true;
+        moved[i] = true;
     }
-    if (any)
+    if (!moved.empty())
         compress(den, moved);
-    return any;
+    return !moved.empty();
 }
 
 /// Sum of exponents: a number while all are numbers, a chain of additions from there on.
@@ -177,18 +228,16 @@ bool ExprImpl::Term::collectPowers()
 {
     // Numerator factor i has the index i+1, denominator factor i the index -(i+1): within a group of one base the
     // denominators come first, and the last one is a numerator if there is any. It names the slot that keeps the power.
-    using Member = std::pair<NodePtr, int>;
+    using Member = std::pair<const Node*, int>;
     std::vector<Member> members;
     members.reserve(num.size() + den.size());
     for (std::size_t i = 0; i < num.size(); ++i)
-        members.emplace_back(baseOf(num[i]), static_cast<int>(i) + 1);
+        members.emplace_back(baseOf(num[i]).get(), static_cast<int>(i) + 1);
     for (std::size_t i = 0; i < den.size(); ++i)
-        members.emplace_back(baseOf(den[i]), -static_cast<int>(i) - 1);
-    std::sort(members.begin(), members.end(), [](const Member& a, const Member& b) {
-        return a.first != b.first ? a.first < b.first : a.second < b.second;
-    });
+        members.emplace_back(baseOf(den[i]).get(), -static_cast<int>(i) - 1);
+    std::sort(members.begin(), members.end());
 
-    std::vector<bool> goneNum(num.size(), false), goneDen(den.size(), false);
+    std::vector<bool> goneNum, goneDen;
     const auto factorAt = [this](int index) -> NodePtr& {
         return index > 0 ? num[static_cast<std::size_t>(index - 1)] : den[static_cast<std::size_t>(-index - 1)];
     };
@@ -199,6 +248,8 @@ bool ExprImpl::Term::collectPowers()
         if (to - from < 2)
             continue;
         const int target = members[to - 1].second;
+        goneNum.resize(num.size(), false);
+        goneDen.resize(den.size(), false);
         ExponentSum exponents(rules);
         for (std::size_t k = from; k < to; ++k) {
             const int index = members[k].second;
@@ -210,7 +261,8 @@ bool ExprImpl::Term::collectPowers()
             else
                 goneDen[static_cast<std::size_t>(-index - 1)] = true;
         }
-        factorAt(target) = qxsymbolic::makeBinary(rules, TypePow, members[from].first, exponents.node());
+        const NodePtr base = baseOf(factorAt(target));
+        factorAt(target) = qxsymbolic::makeBinary(rules, TypePow, base, exponents.node());
         any = true;
     }
     if (any) {
@@ -251,16 +303,16 @@ NodePtr cancelOverSum(const RulesPtr& rules, const NodePtr& S, const NodePtr& y)
 
 } // namespace
 
-bool ExprImpl::Term::simplifyStep(NodePtr& slot, bool)
+ExprImpl::Node::Effect ExprImpl::Term::simplifyStep(NodePtr& slot, bool)
 {
     const NodePtr keep(slot);
-    updateFactors();
+    bool moved = updateFactors();
     bool changed = moveExponentials(rules, num, den);
     if (num.size() + den.size() >= 2)
         changed = collectPowers() || changed;
     if (!den.empty())
-        moveNegativePowers(rules, num, den);
-    moveNegativePowers(rules, den, num);
+        moved = moveNegativePowers(rules, num, den) || moved;
+    moved = moveNegativePowers(rules, den, num) || moved;
 
     if (num.size() == 2 && den.empty()) {
         for (std::size_t i = 0; i < 2; ++i) {
@@ -268,10 +320,10 @@ bool ExprImpl::Term::simplifyStep(NodePtr& slot, bool)
             if (!result)
                 continue;
             slot = coeff == 1.0 ? result : make<Term>(rules, Nodes{result}, Nodes(), coeff);
-            return true;
+            return Effect::Change;
         }
     }
-    return changed;
+    return changed ? Effect::Change : moved ? Effect::Quiet : Effect::None;
 }
 
 // Sums.
@@ -309,7 +361,7 @@ std::uint32_t quotientHash(const NodePtr& node)
 {
     if (node->type == Node::TypeTerm)
         return node->as<ExprImpl::Term>().getQuotientHashCode();
-    return 69069u + node->getHashCode(); // that of a Term with this one factor
+    return 69069u + hashOf(*node, current()); // that of a Term with this one factor
 }
 
 } // namespace
@@ -390,7 +442,7 @@ public:
     explicit CommonFactors(const Nodes& factors) : factors_(factors), counts_(factors.size(), 1), seenBy_(factors.size(), 0)
     {
         for (std::size_t i = 0; i < factors.size(); ++i)
-            byHash_[factors[i]->getHashCode()] = i; // of two with one code the later one stands
+            byHash_[hashOf(*factors[i], now_)] = i; // of two with one code the later one stands
     }
 
     /// Counts the factors found in the list of term number k; false if none is.
@@ -422,10 +474,11 @@ private:
 
     std::size_t find(const NodePtr& factor) const
     {
-        const auto found = byHash_.find(factor->getHashCode());
+        const auto found = byHash_.find(hashOf(*factor, now_));
         return found != byHash_.end() && Node::equals(factors_[found->second], factor) ? found->second : npos;
     }
 
+    const Current now_ = current();
     const Nodes& factors_;
     std::vector<std::size_t> counts_;
     std::vector<std::size_t> seenBy_;
@@ -482,20 +535,20 @@ NodePtr pullOutFactors(const RulesPtr& rules, const ExprImpl::Sum& sum)
 
 } // namespace
 
-bool ExprImpl::Sum::simplifyStep(NodePtr& slot, bool)
+ExprImpl::Node::Effect ExprImpl::Sum::simplifyStep(NodePtr& slot, bool)
 {
     const NodePtr keep(slot);
-    updateTerms();
+    const bool spliced = updateTerms();
     const bool changed = terms.size() >= 2 && collectLikeTerms();
     if (NodePtr result = pullOutMagnitude(rules, *this)) {
         slot = result;
-        return true;
+        return Effect::Change;
     }
     if (NodePtr result = pullOutFactors(rules, *this)) {
         slot = result;
-        return true;
+        return Effect::Change;
     }
-    return changed;
+    return changed ? Effect::Change : spliced ? Effect::Quiet : Effect::None;
 }
 
 // Substitution of definitions.
