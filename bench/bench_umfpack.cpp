@@ -189,6 +189,33 @@ void measure(const std::string& name, unsigned long edge, int dimensions, T shif
         .fastest();
 }
 
+#ifdef QX_UMFPACK_POLLS_BLAS
+template <class T>
+void measurePolling(const std::string& name, unsigned long edge, int dimensions, T shift)
+{
+    Direct direct(laplacian(edge, dimensions, shift));
+    const int id = qxcNextFreeID();
+    volatile int cancel = 0;
+    double progress = 0.0;
+    qxcSetID(id);
+    qxcSetCancelAdr(&cancel);
+    qxcSetLastProgressAdr(&progress);
+    BENCH("cancel polling/" + name)
+        .ours([&] {
+            polling = true;
+            qxcArm(); // nothing is recorded: this copy of UMFPACK allocates by itself
+            direct.run();
+            qxcDisarm();
+            polling = false;
+        })
+        .peer("without", [&] { direct.run(); })
+        .check([&] { return looks > 1000 && progress > 0.0 ? 0.0 : 1.0; }, 0.0)
+        .atMost(1.01)
+        .fastest();
+    qxcFreeID(id);
+}
+#endif
+
 } // namespace
 
 void qxbench::benchmarks()
