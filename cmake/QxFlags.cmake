@@ -25,7 +25,7 @@ if(QX_WERROR)
   target_compile_options(qx_flags INTERFACE -Werror)
 endif()
 if(QX_SANITIZE)
-  target_compile_options(qx_flags INTERFACE -fsanitize=${QX_SANITIZE} -fno-omit-frame-pointer)
+  target_compile_options(qx_flags INTERFACE -fsanitize=${QX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(qx_flags INTERFACE -fsanitize=${QX_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID STREQUAL Clang AND QX_SANITIZE MATCHES thread)
     # The tests replace operator new, which the static form of the runtime does not allow.
