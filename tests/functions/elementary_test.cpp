@@ -242,7 +242,8 @@ TEST(Mod, EqualsTheFormulaOnRandomPairs)
     (*fun("mod"))(a, b, static_cast<unsigned>(x.size()), 1);
 
     for (std::size_t i = 0; i < x.size(); ++i) {
-        const double q = x[i] / y[i], whole = std::floor(y[i]) == y[i];
+        const double q = x[i] / y[i];
+        const bool whole = std::floor(y[i]) == y[i];
         const double r = std::floor(whole ? 5.0 * 0x1p-52 * std::fabs(q) + q : q);
         ASSERT_EQ((*a)[i], y[i] == 0.0 ? x[i] : x[i] - r * y[i]) << x[i] << " mod " << y[i];
     }

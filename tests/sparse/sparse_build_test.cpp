@@ -289,7 +289,7 @@ TEST(Triplet2sparse, SameBitsForAnyNumberOfThreads)
         for (Index run : {1ul, 60ul}) {
             for (Index k = 0; k < len; ++k)
                 c[k] = c[k - k % run];
-            const Sparse serial = [&] { Threads one(1); return assembled(r, c, v, m, n); }();
+            const Sparse serial = [&, m = m, n = n] { Threads one(1); return assembled(r, c, v, m, n); }();
             for (int threads : {2, 3, 7, 16}) {
                 Threads some(threads);
                 EXPECT_TRUE(sameBits(assembled(r, c, v, m, n), serial)) << threads << " threads, runs of " << run;
