@@ -25,7 +25,8 @@ if(QX_WERROR)
   target_compile_options(qx_flags INTERFACE -Werror)
 endif()
 if(QX_SANITIZE)
-  target_compile_options(qx_flags INTERFACE -fsanitize=${QX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # For the whole tree and first on the command line, so that a target can take something back.
+  add_compile_options(-fsanitize=${QX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(qx_flags INTERFACE -fsanitize=${QX_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID STREQUAL Clang AND QX_SANITIZE MATCHES thread)
     # The tests replace operator new, which the static form of the runtime does not allow.

@@ -168,11 +168,12 @@ TEST(CreateDefs, IsRefusedWithTheNameByDefault)
         unsigned int operator()(const CA&, Size) const override { return 0; }
         std::string getName() const override { return "hostfun"; }
     } host;
-    FunObj::DefIds* names = nullptr;
-    ExprComp* compiler = nullptr;
+    FunObj::DefIds names;
+    alignas(16) char place[16]; // a compiler is only passed on
+    ExprComp& compiler = reinterpret_cast<ExprComp&>(place);
     int next = 0;
     try {
-        host.createDefs({}, *compiler, *names, next, VarEvaluatorPtr());
+        host.createDefs({}, compiler, names, next, VarEvaluatorPtr());
         FAIL() << "nothing raised";
     } catch (qxbase::Exception& e) {
         EXPECT_EQ(e.getId(), "Cannot create definitions from hostfun");
