@@ -162,7 +162,9 @@ TEST(SparseFaults, SummandOperationsSurviveFailedAllocations)
         {"unique", [](Sparse& A) { A.uniqueSymmetric(); }},
         {"triangle", [](Sparse& A) { sparse2tril(A); }},
     };
-    for (const auto& [name, act] : operations) {
+    for (const auto& operation : operations) {
+        const auto& name = operation.first;
+        const auto& act = operation.second;
         Sparse A = S;
         failEveryAllocation([&] { act(A); },
                             [&](const FaultRun& run) {

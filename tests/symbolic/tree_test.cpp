@@ -286,7 +286,8 @@ TEST(Copies, AssignmentTakesStoreRulesAndRoot)
     EXPECT_EQ(a.getStore(), b.getStore());
     EXPECT_EQ(a.getRules(), b.getRules());
     EXPECT_TRUE(old.expired());
-    a = a;
+    const E& self = a;
+    a = self;
     EXPECT_EQ(a.toString(), "x+y");
 }
 
