@@ -109,8 +109,9 @@ TEST_P(ElementaryFunctionOfNumbers, IsEvaluatedOrDeclined)
     const ElementaryCase& c = GetParam();
     double result = 7.0;
     ASSERT_EQ(E::FuncRules::evalElemFunc(c.name, c.args, result), c.evaluates) << c.name;
-    if (c.evaluates)
+    if (c.evaluates) {
         EXPECT_NEAR(result, c.value, 1e-15) << c.name;
+    }
     std::vector<double> more(c.args);
     more.push_back(1.0);
     EXPECT_FALSE(E::FuncRules::evalElemFunc(c.name, more, result)) << c.name << " with an argument too many";

@@ -330,7 +330,7 @@ TEST(RandomTokens, WhatTheConverterTakesIsReadAndAllElseIsASyntaxError)
     int taken = 0;
     for (int n = 0; n < 200000; ++n) {
         std::string text;
-        for (unsigned k = 1 + random() % 9; k > 0; --k)
+        for (auto k = 1 + random() % 9; k > 0; --k)
             text += tokens[random() % std::size(tokens)];
         E e;
         const std::string id = idOf([&] { e.scanInfix(qxInfixToPrefix(text)); });
