@@ -126,6 +126,17 @@ std::array<unsigned, 2> someFlags()
     return {kFlags[turn % kFlags.size()], kFlags[(turn + 2) % kFlags.size()]};
 }
 
+/// The text of x and y over every pair of operands.
+void expectSameForAllOperands(const std::string& text, const HostPtr& host)
+{
+    const EvalTreePtr tree = treeOf(text);
+    const std::vector<Operands> kinds = operandKinds();
+    for (const Operands& x : kinds)
+        for (const Operands& y : kinds)
+            for (unsigned flags : someFlags())
+                expectSameFromProgram(tree, host, x, y, flags);
+}
+
 /// f between other operations, so that operands and results are leaves, temporaries and roots.
 std::vector<std::string> formulasOf(const FunObj& f)
 {
@@ -183,33 +194,21 @@ TEST(EvalProgram, HasTheBitsOfTheWalkForEveryFunction)
 TEST(EvalProgram, HasTheBitsOfTheWalkForEveryOperatorAndPairOfStorages)
 {
     const HostPtr host = makeHost();
-    const std::vector<Operands> kinds = operandKinds();
     for (const std::string op : {"+", "-", "*", "/", "^", "<", ">", "<=", ">=", "==", "!=", "&&", "||"})
         for (const std::string& text : {"x" + op + "y", "(x" + op + "y)*y-x", "(x+1)" + op + "(y*x)", "3" + op + "(x-y)",
                                         "abs((y-2)" + op + "0.5)+(y-2)", "0.5+(y" + op + "x)", "y-(x" + op + "2)",
-                                        "(2" + op + "x)*(y+1)"}) {
-            const EvalTreePtr tree = treeOf(text);
-            for (const Operands& x : kinds)
-                for (const Operands& y : kinds)
-                    for (unsigned flags : someFlags())
-                        expectSameFromProgram(tree, host, x, y, flags);
-        }
+                                        "(2" + op + "x)*(y+1)"})
+            expectSameForAllOperands(text, host);
 }
 
 TEST(EvalProgram, HasTheBitsOfTheWalkForWholePowersSignsAndRepeatedParts)
 {
     const HostPtr host = makeHost();
     host->complexes["i0"] = {{0.0, 1.0}};
-    const std::vector<Operands> kinds = operandKinds();
     for (const char* text : {"x^2+y^2", "x^3-x^4", "x^-1+y^-2", "(-x)*(-y)", "!x+!(y-x)", "x^2.5", "x^y+x^y",
                              "(x+y)*(x+y)*(x+y)", "sqrt(x)*sqrt(x)+log(x)", "exp(sqrt(x-y))", "i0+x", "1/(x-x)", "x/0",
-                             "(x>0.5)*x*(1-x)+abs(y)", "abs(x)*abs(y)+real(x)", "min(abs(x),y)", "0.7*x+1.3*y+2.1"}) {
-        const EvalTreePtr tree = treeOf(text);
-        for (const Operands& x : kinds)
-            for (const Operands& y : kinds)
-                for (unsigned flags : someFlags())
-                    expectSameFromProgram(tree, host, x, y, flags);
-    }
+                             "(x>0.5)*x*(1-x)+abs(y)", "abs(x)*abs(y)+real(x)", "min(abs(x),y)", "0.7*x+1.3*y+2.1"})
+        expectSameForAllOperands(text, host);
 }
 
 TEST(EvalProgram, HasTheBitsOfTheWalkBesideAFunctionWithoutAKernel)

@@ -165,14 +165,16 @@ TEST_P(Operator, AllSixteenFormsAgreeWithTheScalarReference)
 
 TEST_P(Operator, MayTakeOneArrayForBothOperands)
 {
+    auto values = realParts(xs);
     if (GetParam() == std::string("/") || GetParam() == std::string("^"))
-        GTEST_SKIP() << "0 / 0 and 0 ^ 0 have tests of their own";
-    const auto x = arrayOf(realParts(xs));
+        std::erase(values, 0.0); // 0 / 0 and 0 ^ 0 have tests of their own
+    ASSERT_GE(values.size(), 2u);
+    const auto x = arrayOf(values);
 
-    (*fun(GetParam()))(x, x, static_cast<unsigned>(xs.size()), 1);
+    (*fun(GetParam()))(x, x, static_cast<unsigned>(values.size()), 1);
 
-    for (std::size_t i = 0; i < xs.size(); ++i)
-        EXPECT_TRUE(close((*x)[i], reference(GetParam(), xs[i].real(), xs[i].real()), 5e-16)) << i;
+    for (std::size_t i = 0; i < values.size(); ++i)
+        EXPECT_TRUE(close((*x)[i], reference(GetParam(), values[i], values[i]), 5e-16)) << values[i];
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Operator,

@@ -17,18 +17,6 @@ const std::set<std::string> oneArgument{
     "log10", "log2", "sec",  "sech", "sign",  "sin",  "sinh",  "sqrt", "tan",   "tanh"};
 const std::set<std::string> twoArguments{"atan2", "besselj", "max", "min"};
 
-/// The text of the derivative of infix by a variable, read and canonicalised first.
-std::string derivative(const std::string& infix, const std::string& by)
-{
-    ExprTree tree;
-    tree.scan(infix);
-    tree.simp(false);
-    tree.diff(by);
-    std::string text;
-    tree.print(text);
-    return text;
-}
-
 } // namespace
 
 // With bessely, besseli and besselk, whose rows do not read, these are the 39 rows of the table.

@@ -12,17 +12,6 @@ using E = ExprImpl;
 
 namespace {
 
-std::string derivative(const std::string& infix, const std::string& by, const E::RulePairs& rules = {})
-{
-    ExprTree tree(rules);
-    tree.scan(infix);
-    tree.simp(false);
-    tree.diff(by);
-    std::string text;
-    tree.print(text);
-    return text;
-}
-
 /// Central difference of fourth order.
 double numericDerivative(const std::string& text, Point at, const std::string& by)
 {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "exprimpl.hpp"
+#include "exprtree.hpp"
 #include "qxexception.hpp"
+#include "support/failure.hpp"
 
 #include <boost/make_shared.hpp>
 
@@ -19,28 +21,12 @@ using Node = ExprImpl::Node;
 using NodePtr = ExprImpl::NodePtr;
 using Number = ExprImpl::Number;
 
-/// The identifier of the exception that work() raises; empty if it raises none.
-template <class Work>
-std::string idOf(Work&& work)
-{
-    try {
-        work();
-    } catch (const qxbase::Exception& e) {
-        return e.getId();
-    }
-    return "";
-}
-
 /// The arguments of the exception that work() raises.
 template <class Work>
 qxbase::ExceptionArgs argsOf(Work&& work)
 {
-    try {
-        work();
-    } catch (const qxbase::Exception& e) {
-        return e.getArgs(0);
-    }
-    return {};
+    const qxbase::Exception e = failureOf(work);
+    return e.size() == 0 ? qxbase::ExceptionArgs() : e.getArgs(0);
 }
 
 inline std::string printedInfix(const std::string& infix)
@@ -63,6 +49,18 @@ inline std::string simplified(const std::string& infix, bool evalFuncs = false)
     e.scan(infix);
     e.simp(evalFuncs);
     return e.toString();
+}
+
+/// The text of the derivative of infix by a variable, read and canonicalised first.
+inline std::string derivative(const std::string& infix, const std::string& by, const ExprImpl::RulePairs& rules = {})
+{
+    ExprTree tree(rules);
+    tree.scan(infix);
+    tree.simp(false);
+    tree.diff(by);
+    std::string text;
+    tree.print(text);
+    return text;
 }
 
 /// Distinct nodes of the graph below root and the links between them: what a walk over a shared graph costs.
