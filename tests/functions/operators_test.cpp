@@ -166,8 +166,10 @@ TEST_P(Operator, AllSixteenFormsAgreeWithTheScalarReference)
 TEST_P(Operator, MayTakeOneArrayForBothOperands)
 {
     auto values = realParts(xs);
-    if (GetParam() == std::string("/") || GetParam() == std::string("^"))
-        std::erase(values, 0.0); // 0 / 0 and 0 ^ 0 have tests of their own
+    if (GetParam() == std::string("/"))
+        std::erase(values, 0.0); // 0 / 0 and 0 ^ 0 have tests of their own; a negative base need not have a real power
+    if (GetParam() == std::string("^"))
+        std::erase_if(values, [](double v) { return v <= 0.0; });
     ASSERT_GE(values.size(), 2u);
     const auto x = arrayOf(values);
 
