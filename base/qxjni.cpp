@@ -1,10 +1,13 @@
 #include "qxjni.hpp"
 
+#include "base/qxjni_detail.hpp"
 #include "qxexception.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <limits>
 #include <mutex>
+#include <new>
 
 #include <dlfcn.h>
 #include <jni.h>
@@ -16,7 +19,8 @@ namespace {
 
 constexpr jint jniVersion = JNI_VERSION_1_8;
 
-std::atomic<JavaVM*> givenVM{nullptr};
+/// The machine handed over, or the one that was found.
+std::atomic<JavaVM*> knownVM{nullptr};
 
 using GetCreatedVMs = jint (*)(JavaVM**, jsize, jsize*);
 
@@ -47,11 +51,95 @@ GetCreatedVMs findGetCreatedVMs()
     return found;
 }
 
-[[noreturn]] void raiseAfterClearing(JNIEnv* env, int line)
+/// The loader that classes are looked for with when FindClass does not know them.
+class KnownLoader
 {
-    if (env->ExceptionCheck())
+public:
+    /// Takes a global reference to loader; null forgets the one that was there. False if Java refuses.
+    bool set(JNIEnv* env, jobject loader)
+    {
+        jmethodID load = nullptr;
+        jobject kept = nullptr;
+        if (loader) {
+            const LocalRef<jclass> type(env, env->FindClass("java/lang/ClassLoader"));
+            load = type ? env->GetMethodID(type.get(), "loadClass", "(Ljava/lang/String;)Ljava/lang/Class;") : nullptr;
+            kept = load ? env->NewGlobalRef(loader) : nullptr;
+            if (!kept)
+                return false;
+        }
+        {
+            const std::lock_guard lock(mutex_);
+            std::swap(kept, loader_);
+            load_ = load;
+        }
+        if (kept)
+            env->DeleteGlobalRef(kept);
+        return true;
+    }
+
+    /// The class by its name with dots; null, with the loader's exception pending, if there is none. Untouched, and
+    /// false, without a loader.
+    bool find(JNIEnv* env, const char* name, jclass& found)
+    {
+        jmethodID load = nullptr;
+        const LocalRef<jobject> loader(env, [&] {
+            const std::lock_guard lock(mutex_);
+            load = load_;
+            return loader_ ? env->NewLocalRef(loader_) : nullptr;
+        }());
+        if (!loader)
+            return false;
+        std::string dotted = name;
+        std::replace(dotted.begin(), dotted.end(), '/', '.');
+        const LocalRef<jstring> text(env, env->NewStringUTF(dotted.c_str()));
+        found = text ? static_cast<jclass>(env->CallObjectMethod(loader.get(), load, text.get())) : nullptr;
+        if (env->ExceptionCheck())
+            found = nullptr;
+        return true;
+    }
+
+    bool isSet()
+    {
+        const std::lock_guard lock(mutex_);
+        return loader_ != nullptr;
+    }
+
+private:
+    std::mutex mutex_;
+    jobject loader_ = nullptr;
+    jmethodID load_ = nullptr;
+} knownLoader;
+
+/// The context class loader of the calling Java thread as a local reference, or null.
+jobject contextLoader(JNIEnv* env)
+{
+    const LocalRef<jclass> type(env, env->FindClass("java/lang/Thread"));
+    if (!type)
+        return nullptr;
+    const jmethodID current = env->GetStaticMethodID(type.get(), "currentThread", "()Ljava/lang/Thread;");
+    const jmethodID loader =
+        current ? env->GetMethodID(type.get(), "getContextClassLoader", "()Ljava/lang/ClassLoader;") : nullptr;
+    if (!loader)
+        return nullptr;
+    const LocalRef<jobject> thread(env, env->CallStaticObjectMethod(type.get(), current));
+    if (env->ExceptionCheck() || !thread)
+        return nullptr;
+    jobject found = env->CallObjectMethod(thread.get(), loader);
+    return env->ExceptionCheck() ? nullptr : found;
+}
+
+[[noreturn]] void raiseJni(JNIEnv* env, PendingException pending, int line)
+{
+    if (pending == PendingException::Clear && env->ExceptionCheck())
         env->ExceptionClear();
     throw Exception("qxjni", line, "JNI_exception");
+}
+
+/// Hardly any call is allowed while an exception is pending.
+void requireNothingPending(JNIEnv* env, PendingException pending)
+{
+    if (env->ExceptionCheck())
+        raiseJni(env, pending, __LINE__);
 }
 
 constexpr char32_t replacement = 0xfffd;
@@ -127,26 +215,27 @@ void appendUtf16(std::u16string& out, char32_t c)
     }
 }
 
-std::u16string unitsOf(JNIEnv* env, jstring text)
+std::u16string unitsOf(JNIEnv* env, jstring text, PendingException pending)
 {
     static_assert(sizeof(jchar) == sizeof(char16_t));
+    requireNothingPending(env, pending);
     if (!text)
-        raiseAfterClearing(env, __LINE__);
+        raiseJni(env, pending, __LINE__);
     const jsize length = env->GetStringLength(text);
     std::u16string units(static_cast<std::size_t>(length), u'\0');
     env->GetStringRegion(text, 0, length, reinterpret_cast<jchar*>(units.data()));
-    if (env->ExceptionCheck())
-        raiseAfterClearing(env, __LINE__);
+    requireNothingPending(env, pending);
     return units;
 }
 
-jstring newString(JNIEnv* env, const std::u16string& units)
+jstring newString(JNIEnv* env, const std::u16string& units, PendingException pending)
 {
+    requireNothingPending(env, pending);
     if (units.size() > static_cast<std::size_t>(std::numeric_limits<jsize>::max()))
-        raiseAfterClearing(env, __LINE__);
+        raiseJni(env, pending, __LINE__);
     jstring text = env->NewString(reinterpret_cast<const jchar*>(units.data()), static_cast<jsize>(units.size()));
     if (!text)
-        raiseAfterClearing(env, __LINE__);
+        raiseJni(env, pending, __LINE__);
     return text;
 }
 
@@ -154,43 +243,82 @@ jstring newString(JNIEnv* env, const std::u16string& units)
 
 JavaVM* QxJCall::getVM()
 {
-    if (JavaVM* vm = givenVM.load(std::memory_order_acquire))
+    if (JavaVM* vm = knownVM.load(std::memory_order_acquire))
         return vm;
     JavaVM* vm = nullptr;
     jsize count = 0;
-    if (const GetCreatedVMs getCreated = findGetCreatedVMs())
-        if (getCreated(&vm, 1, &count) != JNI_OK || count < 1)
-            vm = nullptr;
-    return vm;
+    const GetCreatedVMs getCreated = findGetCreatedVMs();
+    if (!getCreated || getCreated(&vm, 1, &count) != JNI_OK || count < 1)
+        return nullptr;
+    JavaVM* none = nullptr;
+    knownVM.compare_exchange_strong(none, vm); // a machine handed over meanwhile goes first
+    return none ? none : vm;
 }
 
-void QxJCall::setVM(JavaVM* vm) { givenVM.store(vm, std::memory_order_release); }
+void QxJCall::setVM(JavaVM* vm) { knownVM.store(vm, std::memory_order_release); }
 
-jclass findClass(JNIEnv* env, const char* name) { return env->FindClass(name); }
+void QxJCall::setClassLoader(JNIEnv* env, jobject loader)
+{
+    if (env->ExceptionCheck() || !knownLoader.set(env, loader))
+        QX_RAISE("qxjni", "JNI_exception");
+}
 
-std::string jStr2CppStr(JNIEnv* env, jstring text)
+jclass findClass(JNIEnv* env, const char* name)
+{
+    jclass found = env->FindClass(name);
+    if (found || !knownLoader.isSet())
+        return found;
+    const LocalRef<jthrowable> first(env, env->ExceptionOccurred());
+    env->ExceptionClear();
+    if (!knownLoader.find(env, name, found) && first)
+        env->Throw(first.get()); // the loader was taken away meanwhile
+    return found;
+}
+
+StaticMethod::Found StaticMethod::find(JNIEnv* env)
+{
+    Found found{{env, findClass(env, className_)}, nullptr};
+    if (!found.type)
+        return found;
+    Kept* kept = kept_.load(std::memory_order_acquire);
+    if (kept && env->IsSameObject(kept->type, found.type.get())) {
+        found.id = kept->id;
+        return found;
+    }
+    found.id = env->GetStaticMethodID(found.type.get(), name_, signature_);
+    if (found.id && !kept)
+        if (auto* made = new (std::nothrow) Kept{env->NewGlobalRef(found.type.get()), found.id})
+            if (!made->type || !kept_.compare_exchange_strong(kept, made)) {
+                if (made->type)
+                    env->DeleteGlobalRef(made->type);
+                delete made;
+            }
+    return found;
+}
+
+std::string jStr2CppStr(JNIEnv* env, jstring text, PendingException pending)
 {
     std::string out;
-    decodeUtf16(unitsOf(env, text), [&](char32_t c) { appendUtf8(out, c); });
+    decodeUtf16(unitsOf(env, text, pending), [&](char32_t c) { appendUtf8(out, c); });
     return out;
 }
 
-std::wstring jStr2CppWStr(JNIEnv* env, jstring text)
+std::wstring jStr2CppWStr(JNIEnv* env, jstring text, PendingException pending)
 {
     std::wstring out;
-    decodeUtf16(unitsOf(env, text), [&](char32_t c) { out += static_cast<wchar_t>(c); });
+    decodeUtf16(unitsOf(env, text, pending), [&](char32_t c) { out += static_cast<wchar_t>(c); });
     return out;
 }
 
-jstring toJavaNew(JNIEnv* env, const std::string& text)
+jstring toJavaNew(JNIEnv* env, const std::string& text, PendingException pending)
 {
     std::u16string units;
     units.reserve(text.size());
     decodeUtf8(text, [&](char32_t c) { appendUtf16(units, c); });
-    return newString(env, units);
+    return newString(env, units, pending);
 }
 
-jstring toJavaNew(JNIEnv* env, const std::wstring& text)
+jstring toJavaNew(JNIEnv* env, const std::wstring& text, PendingException pending)
 {
     std::u16string units;
     units.reserve(text.size());
@@ -198,7 +326,7 @@ jstring toJavaNew(JNIEnv* env, const std::wstring& text)
         const auto point = static_cast<char32_t>(c);
         appendUtf16(units, isScalar(point) ? point : replacement);
     }
-    return newString(env, units);
+    return newString(env, units, pending);
 }
 
 } // namespace qxbase
@@ -223,7 +351,7 @@ AttachThread::AttachThread()
     if (!vm || environmentOf(vm))
         return;
     void* env = nullptr;
-    if (vm->AttachCurrentThread(&env, nullptr) == JNI_OK)
+    if (vm->AttachCurrentThreadAsDaemon(&env, nullptr) == JNI_OK)
         attachedTo_ = vm;
 }
 
@@ -241,8 +369,18 @@ extern "C" {
 QX_API jint JNI_OnLoad(JavaVM* vm, void*)
 {
     qxbase::QxJCall::setVM(vm);
+    if (JNIEnv* env = qxutil::environmentOf(vm)) {
+        const qxbase::LocalRef<jobject> loader(env, qxbase::contextLoader(env));
+        if (!loader || !qxbase::knownLoader.set(env, loader.get()))
+            env->ExceptionClear(); // classes are then found as far as FindClass finds them
+    }
     return qxbase::jniVersion;
 }
 
-QX_API void JNI_OnUnload(JavaVM*, void*) { qxbase::QxJCall::setVM(nullptr); }
+QX_API void JNI_OnUnload(JavaVM* vm, void*)
+{
+    if (JNIEnv* env = qxutil::environmentOf(vm))
+        qxbase::knownLoader.set(env, nullptr);
+    qxbase::QxJCall::setVM(nullptr);
+}
 }

@@ -9,9 +9,11 @@
 
 #include <jni.h>
 
+using qxbase::PendingException;
 using qxbase::QxJCall;
 using qxutil::AttachThread;
 using qxutil::VMData;
+using testing::Each;
 using testing::ElementsAre;
 
 extern "C" jint JNI_OnLoad(JavaVM*, void*);
@@ -30,7 +32,7 @@ public:
             *env = current->attached ? current->jni.env() : nullptr;
             return current->attached ? JNI_OK : JNI_EDETACHED;
         };
-        table.AttachCurrentThread = [](JavaVM*, void** env, void*) -> jint {
+        table.AttachCurrentThreadAsDaemon = [](JavaVM*, void** env, void*) -> jint { // its machine does not wait for it
             current->calls.push_back("attach");
             if (current->refuses)
                 return JNI_ERR;
@@ -231,7 +233,7 @@ TEST(JavaText, APendingExceptionIsClearedBeforeRaising)
     EXPECT_EQ(idOf([&] { qxbase::toJavaNew(jni.env(), std::string("x")); }), "JNI_exception");
 
     EXPECT_FALSE(jni.pending);
-    EXPECT_THAT(jni.calls, ElementsAre("NewString", "ExceptionCheck", "ExceptionClear"));
+    EXPECT_THAT(jni.calls, ElementsAre("ExceptionCheck", "NewString", "ExceptionCheck", "ExceptionClear"));
 }
 
 TEST(JavaText, AFailureWhileReadingIsClearedBeforeRaising)
@@ -242,4 +244,38 @@ TEST(JavaText, AFailureWhileReadingIsClearedBeforeRaising)
     EXPECT_EQ(idOf([&] { qxbase::jStr2CppStr(jni.env(), jni.string(u"x")); }), "JNI_exception");
 
     EXPECT_FALSE(jni.pending);
+}
+
+TEST(JavaText, AnExceptionPendingBeforehandRaisesBeforeAnyOtherCall)
+{
+    for (const auto handling : {PendingException::Clear, PendingException::Keep}) {
+        const bool kept = handling == PendingException::Keep;
+        const std::vector<std::function<void(qxtest::FakeJni&)>> conversions = {
+            [&](auto& jni) { qxbase::jStr2CppStr(jni.env(), jni.string(u"x"), handling); },
+            [&](auto& jni) { qxbase::jStr2CppWStr(jni.env(), jni.string(u"x"), handling); },
+            [&](auto& jni) { qxbase::toJavaNew(jni.env(), std::string("x"), handling); },
+            [&](auto& jni) { qxbase::toJavaNew(jni.env(), std::wstring(L"x"), handling); }};
+        for (const auto& convert : conversions) {
+            qxtest::FakeJni jni;
+            jni.pending = true;
+
+            EXPECT_EQ(idOf([&] { convert(jni); }), "JNI_exception");
+
+            EXPECT_EQ(jni.pending, kept);
+            EXPECT_THAT(jni.calls, Each(testing::StartsWith("Exception")));
+        }
+    }
+}
+
+TEST(JavaText, AFailureKeepsItsExceptionPendingWhenAsked)
+{
+    qxtest::FakeJni jni;
+    jni.table.NewString = [](JNIEnv* env, const jchar*, jsize) -> jstring {
+        qxtest::FakeJni::of(env).pending = true;
+        return nullptr;
+    };
+
+    EXPECT_EQ(idOf([&] { qxbase::toJavaNew(jni.env(), std::string("x"), PendingException::Keep); }), "JNI_exception");
+
+    EXPECT_TRUE(jni.pending);
 }

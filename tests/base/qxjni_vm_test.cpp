@@ -27,6 +27,7 @@ protected:
         env = VMData::getJNIEnv();
         ASSERT_NE(env, nullptr);
     }
+    void TearDown() override { EXPECT_EQ(qxtest::jniWarnings(), 0); }
 
     JavaVM* vm = nullptr;
     JNIEnv* env = nullptr;
@@ -100,6 +101,23 @@ TEST_F(RealVM, FindsAClassOrLeavesTheExceptionPending)
     env->ExceptionClear();
 }
 
+TEST_F(RealVM, AThreadThatNativeCodeAttachesIsADaemon)
+{
+    onAnotherThread([this] {
+        const AttachThread scope;
+        JNIEnv* attached = VMData::getJNIEnv();
+        jclass type = qxbase::findClass(attached, "java/lang/Thread");
+        jmethodID current = attached->GetStaticMethodID(type, "currentThread", "()Ljava/lang/Thread;");
+        jmethodID daemon = attached->GetMethodID(type, "isDaemon", "()Z");
+        jobject thread = attached->CallStaticObjectMethod(type, current);
+        ASSERT_FALSE(attached->ExceptionCheck());
+
+        EXPECT_TRUE(attached->CallBooleanMethod(thread, daemon)) << "the end of the machine would wait for it";
+
+        EXPECT_FALSE(attached->ExceptionCheck());
+    });
+}
+
 TEST_F(RealVM, TextTravelsBothWays)
 {
     const std::string text = "T\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80 1+2";
@@ -129,4 +147,5 @@ TEST_F(RealVM, AVMHandedOverGoesBeforeTheOneInTheProcess)
 
     QxJCall::setVM(nullptr);
     EXPECT_EQ(QxJCall::getVM(), vm);
+    EXPECT_EQ(QxJCall::getVM(), vm) << "kept once found";
 }

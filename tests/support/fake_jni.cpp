@@ -23,6 +23,9 @@ FakeJni::FakeJni()
         of(env).calls.push_back("NewString");
         return of(env).string(std::u16string(units, units + count));
     };
+    table.NewGlobalRef = [](JNIEnv*, jobject object) { return object; };
+    table.DeleteGlobalRef = [](JNIEnv*, jobject) {};
+    table.IsSameObject = [](JNIEnv*, jobject a, jobject b) -> jboolean { return a == b; };
     table.ExceptionCheck = [](JNIEnv* env) -> jboolean {
         of(env).calls.push_back("ExceptionCheck");
         return of(env).pending;

@@ -1,12 +1,39 @@
 #include "support/java_vm.hpp"
 
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <mutex>
 
 #include <dlfcn.h>
 
 namespace qxtest {
 
 namespace {
+
+std::atomic<int> warnings{0};
+
+/// What the machine itself prints, piece by piece; a warning may come in several.
+jint takeOutput(FILE* stream, const char* format, va_list arguments)
+{
+    static std::mutex mutex;
+    static std::string line;
+    char piece[4096];
+    const int length = std::vsnprintf(piece, sizeof piece, format, arguments);
+    const std::lock_guard lock(mutex);
+    std::fputs(piece, stream);
+    for (const char* c = piece; *c; ++c) {
+        line += *c;
+        if (*c == '\n') {
+            if (isJniWarning(line))
+                ++warnings;
+            line.clear();
+        }
+    }
+    return length;
+}
 
 void* javaLibrary()
 {
@@ -22,17 +49,30 @@ void* javaLibrary()
 
 } // namespace
 
+bool isJniWarning(const std::string& line)
+{
+    return line.find("WARNING in native method") != std::string::npos
+           || line.find("WARNING: JNI local refs") != std::string::npos
+           || line.find("FATAL ERROR in native method") != std::string::npos;
+}
+
+int jniWarnings() { return warnings; }
+
 bool openJavaLibrary() { return javaLibrary() != nullptr; }
 
-JavaVM* startVM(const std::string& classPath)
+JavaVM* startVM(const std::string& classPath, std::vector<std::string> extra)
 {
     static JavaVM* const vm = [&]() -> JavaVM* {
         if (!javaLibrary())
             return nullptr;
         const auto create = reinterpret_cast<jint (*)(JavaVM**, void**, void*)>(dlsym(javaLibrary(), "JNI_CreateJavaVM"));
-        std::string path = "-Djava.class.path=" + classPath, small = "-Xmx64m", collector = "-XX:+UseSerialGC";
-        JavaVMOption options[] = {{path.data(), nullptr}, {small.data(), nullptr}, {collector.data(), nullptr}};
-        JavaVMInitArgs arguments{JNI_VERSION_1_8, 3, options, JNI_FALSE};
+        extra.insert(extra.begin(), {"-Djava.class.path=" + classPath, "-Xmx64m", "-XX:+UseSerialGC", "-Xrs", "-Xcheck:jni"});
+        std::vector<JavaVMOption> options;
+        for (std::string& text : extra)
+            options.push_back({text.data(), nullptr});
+        static char hook[] = "vfprintf";
+        options.push_back({hook, reinterpret_cast<void*>(&takeOutput)});
+        JavaVMInitArgs arguments{JNI_VERSION_1_8, static_cast<jint>(options.size()), options.data(), JNI_FALSE};
         JavaVM* made = nullptr;
         void* env = nullptr;
         return create(&made, &env, &arguments) == JNI_OK ? made : nullptr;

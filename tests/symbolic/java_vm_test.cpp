@@ -18,6 +18,7 @@ protected:
         if (!*QX_TEST_CLASSES || !startVM(QX_TEST_CLASSES))
             GTEST_SKIP() << "no Java on this machine";
     }
+    void TearDown() override { EXPECT_EQ(jniWarnings(), 0); }
 };
 
 } // namespace
