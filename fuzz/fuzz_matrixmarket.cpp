@@ -11,7 +11,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     MatrixMarketOptions options;
-    options.maxSize = 100000;
+    options.maxSize = options.maxEntries = 100000;
     options.expand = size % 2 == 0;
     try {
         std::istringstream stream(std::string(reinterpret_cast<const char*>(data), size));

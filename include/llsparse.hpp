@@ -72,7 +72,7 @@ public:
     boost::shared_ptr<IndexArray> colPtrArray;
     boost::shared_ptr<IndexArray> rowArray;
     boost::shared_ptr<Array<T, 1>> valArray;
-    boost::shared_ptr<IndexArray> diagArray; ///< empty unless FormDiag is set
+    boost::shared_ptr<IndexArray> diagArray; ///< empty unless FormDiag is set; shorter than n after setElem added columns
     unsigned long* colPtr = nullptr;         ///< n + 1 offsets
     unsigned long* row = nullptr;            ///< 0-based row of each entry, nzmax slots
     T* val = nullptr;                        ///< value of each entry, nzmax slots
@@ -133,10 +133,11 @@ public:
 
     /// Sets the element at logical (i, j); grows the matrix as needed. Zero is stored only where the matrix grows or an
     /// entry exists. A full store grows to nnz + 1 + nnz / 32 slots. Takes a new version, touches neither form nor diag:
-    /// format again before a sweep. Cost: O(nnz).
+    /// clear FormDiag and format again before a sweep. Cost: O(nnz).
     void setElem(unsigned long i, unsigned long j, const T& value);
 
-    /// Establishes those guarantees of `wanted` that do not hold yet; never clears one.
+    /// Establishes those guarantees of `wanted` that do not hold yet; never clears one. Positions that FormDiag promises
+    /// for fewer columns than there are by now are found anew, whatever is wanted.
     ///
     /// FormSorted sorts each column that is not strictly ascending. FormDiag fills `diag` and partitions each column
     /// around its diagonal entry; an exact zero counts as missing, NaN does not. With checkDiag a missing diagonal entry
@@ -297,6 +298,7 @@ public:
                    unsigned long lastRow) const;
 
 private:
+    bool hasShortDiag() const;
     void sortColumns();
     void partitionColumns(bool checkDiag);
     void locateDiagonal(unsigned long j);

@@ -13,9 +13,10 @@ struct MatrixMarketOptions
     /// True: symmetric and Hermitian files become plain matrices with both triangles. False: they become Symmetric and
     /// Hermitian stores, lower triangle with half the diagonal. Skew-symmetric files are always expanded.
     bool expand = true;
-    /// Files that announce more rows, columns or entries are refused. Memory is taken as entries arrive, but for 12 bytes
-    /// a column and row.
-    unsigned long maxSize = 0x1ffffffe;
+    /// Files that announce more rows or columns are refused: each takes 12 bytes at once, however short the file is.
+    unsigned long maxSize = 1ul << 24;
+    /// Files that announce more entries, or elements of an array, are refused. Their memory is taken as they arrive.
+    unsigned long maxEntries = 0x1ffffffe;
 };
 
 /// Reads and writes matrices in the Matrix Market exchange format: coordinate and array; real, integer, complex and
@@ -27,7 +28,7 @@ struct MatrixMarketOptions
 /// is the decimal point whatever the locale.
 ///
 /// A file that is not well-formed is refused: "Invalid_matrix_file" from "matrixmarket" with "File", "Line" and
-/// "Reason". Further failures: "Cannot_open_matrix_file", "Cannot_write_matrix_file" with "File",
+/// "Reason", and "Limit" for a number out of range. Further failures: "Cannot_open_matrix_file", "Cannot_write_matrix_file" with "File",
 /// "Out_of_memory_creating_sparse_matrix". `name` stands for the file in messages.
 /// Source: Boisvert, Pozo, Remington, The Matrix Market Exchange Formats: Initial Design, NISTIR 5935, 1996.
 QX_API Sparse readMatrixMarket(std::istream& stream, const std::string& name,

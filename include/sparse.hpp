@@ -29,7 +29,10 @@ class ParallelSparse;
 /// Failures come from "sparse" unless llsparse.hpp names them, and leave operands and this matrix as they were:
 /// "Size_sparse_matrices_disagree", "Size_vector_sparse_matrix_disagree", "Length_triplet_vectors_disagree",
 /// "Out_of_memory_creating_sparse_matrix" (triplet2sparse, flat2sparse), "Out_of_memory_operation_sparse_matrix" (all
-/// others), "Internal_error_sparse" (any other failure, and an index out of range). Further ones stand at their members.
+/// others), "Internal_error_sparse" (any other failure, and an index out of range, with "Index" and "Size"). More than
+/// 2^32 - 2 rows or columns are refused as memory is, with "Size" and "Limit". A Symmetric or Hermitian store that is not
+/// square is refused where it would arise, and by products and sweeps: "Internal_error_sparse" with "Rows" and "Columns".
+/// Further failures stand at their members.
 ///
 /// Threads: concurrent reading of one handle is free, products and sweeps included; a writer, and format, needs the
 /// store for itself. Operations fork as llsparse says and give the same bits for any number of threads; products and
@@ -60,7 +63,8 @@ public:
     Symm_t getSymm() const;
     Form_t getForm() const;
     bool isReal() const { return real; }
-    /// A real store takes Hermitian as Symmetric. No entry changes.
+    /// A real store takes Hermitian as Symmetric. No entry changes. A matrix that is not square is refused as a summand:
+    /// "Internal_error_sparse" with "Rows" and "Columns".
     void setSymm(Symm_t symm);
     /// Believes the caller: nothing is checked. FormDiag needs a valid diagonal array.
     void setForm(Form_t form);
@@ -158,7 +162,7 @@ public:
     void zeroCols(const int* mask);
     /// Merges entries of the same row and column; a sum of exactly zero is dropped. Columns end sorted.
     void removeDuplicates();
-    /// Drops the logical columns that have no entry.
+    /// Drops the logical columns that have no entry. A Symmetric or Hermitian store that would lose one is refused.
     void removeZeroCols();
     /// Drops the entries of each column that are not above tol times its largest magnitude, NaN entries too; with tol
     /// not above 0, the exact zeros. A shared store is reported on the standard output stream: the saving is lost.
@@ -277,9 +281,10 @@ QX_API void yPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<2>& x, Trans_
 QX_API void selectyPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<2>& x, Trans_t trans, unsigned long col);
 QX_API void serialyPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<2>& x, Trans_t trans, unsigned long col);
 
-/// Sweeps; r, x and u are promoted if one of them or A is complex. All return -1. A needs FormDiag with a full diagonal:
-/// call A.format(FormDiag, true) first. Without FormDiag: "Internal_error_sparse"; whether the diagonal is full, and
-/// whether setElem has moved it since, is not looked at. Vectors shorter than A: "Size_vector_sparse_matrix_disagree".
+/// Sweeps; r, x and u are promoted if one of them or A is complex. All return -1. A needs diagonal positions for every
+/// column that is visited: call A.format(FormDiag, true) first. The form bit itself is not looked at, nor whether setElem
+/// has moved entries since. A position that is missing ("Missing_diagonal_entry", a column), a matrix that is not square
+/// ("Rows", "Columns"): "Internal_error_sparse". Vectors shorter than A: "Size_vector_sparse_matrix_disagree".
 QX_API int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse);
 QX_API int SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse);
 QX_API int SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool reverse);

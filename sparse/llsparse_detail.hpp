@@ -5,6 +5,7 @@
 #include "llsparse.hpp"
 #include "scalar.hpp"
 
+#include <cstdint>
 #include <limits>
 #include <new>
 
@@ -13,13 +14,40 @@ namespace qxsparse {
 /// Raises "Symmetry_sparse_matrices_disagree" for a RowStored store with an Unsymmetric one.
 void checkMixture(Symm_t a, Symm_t b);
 
-/// a + b, a number of rows or columns. One more must still be countable: std::bad_alloc, as for an array that is too
-/// large.
+/// Largest number of rows or columns: extents of arrays and row markers are 32 bits wide, and one more must be countable.
+constexpr unsigned long sizeLimit = std::numeric_limits<std::uint32_t>::max() - 1;
+
+/// A number of rows or columns beyond sizeLimit: to members like an array that is too large.
+struct SizeTooLarge : std::bad_alloc
+{
+    explicit SizeTooLarge(unsigned long size_) : size(size_) {}
+    unsigned long size;
+};
+
+/// a + b, a number of rows or columns. Throws SizeTooLarge.
 inline unsigned long extent(unsigned long a, unsigned long b = 0)
 {
-    if (b >= std::numeric_limits<unsigned long>::max() - a)
-        throw std::bad_alloc();
-    return a + b;
+    unsigned long sum = 0;
+    if (__builtin_add_overflow(a, b, &sum))
+        sum = std::numeric_limits<unsigned long>::max();
+    if (sum > sizeLimit)
+        throw SizeTooLarge(sum);
+    return sum;
+}
+
+/// Raises "Internal_error_sparse" unless index < size.
+[[noreturn]] void refuseIndex(unsigned long index, unsigned long size);
+inline void checkIndex(unsigned long index, unsigned long size)
+{
+    if (index >= size)
+        refuseIndex(index, size);
+}
+/// A summand A = S + S^T must be square: "Internal_error_sparse" with the sizes.
+void checkSquare(Symm_t symm, unsigned long m, unsigned long n);
+template <class T>
+void checkSummand(const llsparse<T>& s)
+{
+    checkSquare(s.symm, s.m, s.n);
 }
 
 } // namespace qxsparse

@@ -47,10 +47,11 @@ class Lines
 public:
     Lines(std::istream& stream, const std::string& name) : stream_(stream), name_(name) {}
 
-    [[noreturn]] void refuse(const std::string& reason) const
+    [[noreturn]] void refuse(const std::string& reason, const qxbase::ExceptionArgs& more = {}) const
     {
-        QX_RAISE("matrixmarket", "Invalid_matrix_file",
-                 qxbase::ExceptionArgs{{"File", name_}, {"Line", std::to_string(number_)}, {"Reason", reason}});
+        qxbase::ExceptionArgs args = {{"File", name_}, {"Line", std::to_string(number_)}, {"Reason", reason}};
+        args.insert(args.end(), more.begin(), more.end());
+        QX_RAISE("matrixmarket", "Invalid_matrix_file", args);
     }
     /// The next line, whatever is on it; false at the end of the file.
     bool next()
@@ -89,7 +90,7 @@ public:
         if (w.empty() || end != w.data() + w.size() || error == std::errc::invalid_argument)
             refuse(std::string(what) + " is not a whole number");
         if (error != std::errc() || value < least || value > most)
-            refuse(std::string(what) + " is out of range");
+            refuse(std::string(what) + " is out of range", {{"Limit", std::to_string(most)}});
         return value;
     }
     double number(bool whole)
@@ -213,10 +214,10 @@ Content read(std::istream& stream, const std::string& name, const MatrixMarketOp
     c.m = lines.count("number of rows", 0, options.maxSize);
     c.n = lines.count("number of columns", 0, options.maxSize);
     const bool coordinate = c.head.kind == Kind::Coordinate;
-    const unsigned long count = coordinate ? lines.count("number of entries", 0, options.maxSize) : 0;
+    const unsigned long count = coordinate ? lines.count("number of entries", 0, options.maxEntries) : 0;
     lines.end();
-    if (!coordinate && c.m != 0 && c.n > options.maxSize / c.m)
-        lines.refuse("number of elements is out of range");
+    if (!coordinate && c.m != 0 && c.n > options.maxEntries / c.m)
+        lines.refuse("number of elements is out of range", {{"Limit", std::to_string(options.maxEntries)}});
     if (c.head.triangular() && c.m != c.n)
         lines.refuse("a symmetric matrix is square");
     if (coordinate)

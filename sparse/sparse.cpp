@@ -21,6 +21,19 @@ void checkMixture(const Sparse& A, const Sparse& B)
         QX_RAISE("sparse", "Symmetry_sparse_matrices_disagree");
 }
 
+void refuseIndex(unsigned long index, unsigned long size)
+{
+    QX_RAISE("sparse", "Internal_error_sparse",
+             qxbase::ExceptionArgs{{"Index", std::to_string(index)}, {"Size", std::to_string(size)}});
+}
+
+void checkSquare(Symm_t symm, unsigned long m, unsigned long n)
+{
+    if ((symm == Symmetric || symm == Hermitian) && m != n)
+        QX_RAISE("sparse", "Internal_error_sparse",
+                 qxbase::ExceptionArgs{{"Rows", std::to_string(m)}, {"Columns", std::to_string(n)}});
+}
+
 void checkSizes(bool agree)
 {
     if (!agree)
@@ -267,6 +280,7 @@ std::int64_t Sparse::getRowColptrVersion() const
 void Sparse::setSymm(Symm_t symm)
 {
     guarded([&] {
+        visitStore(*this, [&](const auto& s) { checkSquare(symm, s.m, s.n); });
         makeUnique();
         visitStore(*this, [&](auto& s) { s.symm = real && symm == Hermitian ? Symmetric : symm; });
     });

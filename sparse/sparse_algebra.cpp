@@ -83,6 +83,7 @@ template <class Keep>
 void Sparse::select(const Sparse& B, const Keep& keep)
 {
     const Sparse list = B; // stays if B is this matrix
+    visitStore(*this, [&](const auto& s) { checkSquare(s.symm, s.m, list.getNnz()); });
     makeUnique();
     clearAuxData();
     visitStore(*this, [&](auto& s) { keep(s, list.getRow(), list.getNnz()); });

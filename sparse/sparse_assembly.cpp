@@ -69,12 +69,6 @@ struct Run
     std::uint32_t block, first, count;
 };
 
-void checkIndex(bool inRange)
-{
-    if (!inRange)
-        QX_RAISE("sparse", "Internal_error_sparse");
-}
-
 /// Assembly by stable counting sorts, so that every column sees its triplets in input order whatever the number of
 /// threads. Columns are grouped into blocks whose triplets fit the second-level cache:
 ///
@@ -180,7 +174,7 @@ private:
         unsigned long k = s.from;
         while (k < s.to) {
             const unsigned long first = k, block = col_[k] >> shift_;
-            checkIndex(col_[k] < n_);
+            checkIndex(col_[k], n_);
             const unsigned long beyond = firstColumn(block + 1), begin = block << shift_;
             do
                 ++k;
@@ -216,7 +210,7 @@ private:
                 }
                 *at = entry(k, mostRow);
             }
-            checkIndex(mostRow < m_);
+            checkIndex(mostRow, m_);
         });
     }
 
@@ -352,7 +346,7 @@ private:
             sorted[at++] = entries_.get() ? entries_[k] : entry(k, mostRow);
         }, row_, val_);
         offset[column - first] = at;
-        checkIndex(mostRow < m_);
+        checkIndex(mostRow, m_);
     }
 
     /// Sums the duplicates of each column of w.sorted into merged_[b]; returns their number. Whether a row is new cannot
@@ -428,7 +422,8 @@ void assembleByRank(const unsigned long* row, const unsigned long* col, const T*
     std::copy_n(row, len, used.get());
     std::sort(used.get(), used.get() + len);
     unsigned long* const end = std::unique(used.get(), used.get() + len);
-    checkIndex(len == 0 || end[-1] < m);
+    if (len > 0)
+        checkIndex(end[-1], m);
     for (unsigned long k = 0; k < len; ++k)
         rank[k] = static_cast<unsigned long>(std::lower_bound(used.get(), end, row[k]) - used.get());
     const auto count = static_cast<unsigned long>(end - used.get());
@@ -443,12 +438,11 @@ template <class T>
 void llsparse<T>::triplet2sparse(const unsigned long* row_, const unsigned long* col_, const T* val_,
                                  unsigned long len, unsigned long m_, unsigned long n_, bool constVal)
 {
-    constexpr unsigned long indexLimit = std::numeric_limits<std::uint32_t>::max();
-    if (len > indexLimit || n_ > indexLimit)
+    if (len > std::numeric_limits<std::uint32_t>::max())
         throw std::bad_alloc();
     llsparse result;
     result.m = qxsparse::extent(m_);
-    result.n = n_;
+    result.n = qxsparse::extent(n_);
     if (m_ == 0 || n_ == 0) {
         result.allocColPtr();
         std::fill_n(result.colPtr, n_ + 1, 0UL);

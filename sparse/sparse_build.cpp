@@ -36,8 +36,8 @@ void checkIndices(const unsigned long* index, unsigned long count, unsigned long
             most = std::max(most, index[k]);
         largest[static_cast<std::size_t>(share)] = most;
     });
-    if (count > 0 && *std::max_element(largest.begin(), largest.end()) >= end)
-        QX_RAISE("sparse", "Internal_error_sparse");
+    if (count > 0)
+        checkIndex(*std::max_element(largest.begin(), largest.end()), end);
 }
 
 /// f on the elements of a vector, real or complex.

@@ -99,6 +99,16 @@ void mergeRuns(llsparse<T>& s)
         s.locateDiagonals();
 }
 
+/// Number of stored columns that are not empty.
+template <class T>
+unsigned long usedColumns(const llsparse<T>& s)
+{
+    unsigned long used = 0;
+    for (unsigned long j = 0; j < s.n; ++j)
+        used += s.colPtr[j + 1] > s.colPtr[j];
+    return used;
+}
+
 template <class T>
 void dropEmptyStoredColumns(llsparse<T>& s)
 {
@@ -186,6 +196,7 @@ void Sparse::uniqueSymmetric()
     if (getSymm() != Symmetric && getSymm() != Hermitian)
         return;
     guarded([&] {
+        visitStore(*this, [](const auto& s) { checkSummand(s); });
         makeUnique();
         clearAuxData();
         visitStore(*this, [](auto& s) { mergeMirrors(s); });
@@ -196,6 +207,7 @@ void Sparse::uniqueSymmetric()
 void Sparse::makeSymmetric(Trans_t trans)
 {
     guarded([&] {
+        visitStore(*this, [](const auto& s) { checkSquare(Symmetric, s.m, s.n); });
         makeUnique();
         clearAuxData();
         visitStore(*this, [&](auto& s) {
@@ -222,6 +234,7 @@ void Sparse::removeDuplicates()
 void Sparse::removeZeroCols()
 {
     guarded([&] {
+        visitStore(*this, [](const auto& s) { checkSquare(s.symm, s.m, usedColumns(s)); });
         makeUnique();
         clearAuxData();
         visitStore(*this, [](auto& s) {

@@ -2,12 +2,14 @@
 
 // What the sources of the handle share.
 
+#include "llsparse_detail.hpp"
 #include "qxexception.hpp"
 #include "scalar.hpp"
 #include "sparse.hpp"
 
 #include <new>
 #include <stdexcept>
+#include <string>
 
 namespace qxsparse {
 
@@ -19,6 +21,9 @@ decltype(auto) guarded(const F& f, const char* outOfMemory = "Out_of_memory_oper
         return f();
     } catch (const qxbase::Exception&) {
         throw;
+    } catch (const SizeTooLarge& e) {
+        QX_RAISE("sparse", outOfMemory,
+                 qxbase::ExceptionArgs{{"Size", std::to_string(e.size)}, {"Limit", std::to_string(sizeLimit)}});
     } catch (const std::bad_alloc&) {
         QX_RAISE("sparse", outOfMemory);
     } catch (const std::length_error&) {

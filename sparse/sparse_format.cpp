@@ -140,6 +140,16 @@ unsigned long position(const llsparse<T>& s, unsigned long i, unsigned long j, u
     return found != end && *found == i ? static_cast<unsigned long>(found - s.row) : none;
 }
 
+/// The same for the diagonal entry: by `diag` where that still tells the truth, which it need not after setElem.
+template <class T>
+unsigned long diagonalPosition(const llsparse<T>& s, unsigned long j, unsigned long none)
+{
+    if (s.form & FormDiag && s.diagArray && j < s.diagArray->size())
+        if (const unsigned long p = s.diag[j]; p >= s.colPtr[j] && p < s.colPtr[j + 1] && s.row[p] == j)
+            return p;
+    return position(s, j, j, none);
+}
+
 /// Magnitudes of the diagonal, 0 where there is none.
 template <class T>
 std::vector<double> diagonalMagnitudes(const llsparse<T>& s, const Team& team)
@@ -147,7 +157,7 @@ std::vector<double> diagonalMagnitudes(const llsparse<T>& s, const Team& team)
     const unsigned long none = s.nnz();
     std::vector<double> d(s.n);
     team.forEach(s.n, [&](unsigned long j) {
-        const unsigned long p = s.form & FormDiag ? s.diag[j] : position(s, j, j, none);
+        const unsigned long p = diagonalPosition(s, j, none);
         d[j] = p == none ? 0.0 : magnitude(s.val[p]);
     });
     return d;
@@ -191,8 +201,16 @@ bool storeIsSymmetric(const llsparse<T>& s, double tol)
 } // namespace
 
 template <class T>
+bool llsparse<T>::hasShortDiag() const
+{
+    return form & FormDiag && (!diagArray || diagArray->size() < n);
+}
+
+template <class T>
 void llsparse<T>::sortColumns()
 {
+    if (hasShortDiag())
+        allocDiag(); // before the first change
     rowColptrVersion = getNewRowColptrVersion();
     for (unsigned long j = 0; j < n; ++j) {
         unsigned long* const begin = row + colPtr[j];
@@ -208,6 +226,8 @@ void llsparse<T>::sortColumns()
 template <class T>
 void llsparse<T>::locateDiagonals()
 {
+    if (hasShortDiag())
+        allocDiag();
     for (unsigned long j = 0; j < n; ++j)
         locateDiagonal(j);
 }
@@ -272,8 +292,8 @@ void llsparse<T>::format(Form_t wanted, bool checkDiag)
     const Form_t need = wanted & ~form;
     if (need & FormSorted)
         sortColumns();
-    if (need & FormDiag)
-        partitionColumns(checkDiag);
+    if ((need & FormDiag) || hasShortDiag()) // columns may have come since FormDiag was set
+        partitionColumns(checkDiag && (wanted & FormDiag));
 }
 
 template <class T>
@@ -301,6 +321,7 @@ bool llsparse<T>::isHermitian(double tol, const double* d, unsigned long j) cons
 }
 
 #define QX_INSTANTIATE(T)                                                                                             \
+    template bool llsparse<T>::hasShortDiag() const;                                                                  \
     template void llsparse<T>::sortColumns();                                                                         \
     template void llsparse<T>::locateDiagonals();                                                                     \
     template void llsparse<T>::locateDiagonal(unsigned long);                                                         \

@@ -131,27 +131,9 @@ Matrix<1> operator*(const Sparse& A, const Matrix<1>& x) { return AMulx(A, x, No
 
 // --- Sweeps -------------------------------------------------------------------------------------------------------
 
-namespace {
-
-/// What a sweep would run out of bounds with: short vectors, no diagonal positions.
-template <class... Vectors>
-void checkSweep(const Sparse& A, const Vectors&... vectors)
-{
-    const unsigned long size = std::max(A.getM(), A.getN());
-    if (((vectors.size() < size) || ...))
-        QX_RAISE("sparse", "Size_vector_sparse_matrix_disagree");
-    visitStore(A, [](const auto& s) {
-        if (s.n > 0 && (!(s.form & FormDiag) || !s.diagArray || s.diagArray->size() < s.n))
-            QX_RAISE("sparse", "Internal_error_sparse");
-    });
-}
-
-} // namespace
-
 int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse)
 {
     return guarded([&] {
-        checkSweep(A, r, x);
         if (goesParallel(A))
             return A.getParallelSparse()->SORIt(A, r, x, omega, reverse);
         return withSweepTypes(A, [&](const auto& s, auto type) {
@@ -164,7 +146,6 @@ int SORIt(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool revers
 int SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool reverse)
 {
     return guarded([&] {
-        checkSweep(A, r, x);
         if (goesParallel(A))
             return A.getParallelSparse()->SORItUpdater(A, r, x, omega, reverse);
         return withSweepTypes(A, [&](const auto& s, auto type) {
@@ -177,7 +158,6 @@ int SORItUpdater(const Sparse& A, Matrix<1>& r, Matrix<1>& x, double omega, bool
 int SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool reverse)
 {
     return guarded([&] {
-        checkSweep(A, u);
         if (goesParallel(A))
             return A.getParallelSparse()->SORUpdater(A, u, omega, reverse);
         return withSweepTypes(A, [&](const auto& s, auto type) {
@@ -189,7 +169,6 @@ int SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool reverse)
 int JacobiIts(const Sparse& A, const Matrix<1>& r, Matrix<1>& x, double omega)
 {
     return guarded([&] {
-        checkSweep(A, r, x);
         if (qxbase::isParallelLoop(A.getN()))
             return A.getParallelSparse()->JacobiIts(r, A, x, omega);
         Matrix<1> rr = r;
@@ -206,8 +185,8 @@ using IndexList = Array<unsigned long, 1>;
 
 void checkBelow(const unsigned long* index, unsigned long count, unsigned long end)
 {
-    if (std::any_of(index, index + count, [end](unsigned long i) { return i >= end; }))
-        QX_RAISE("sparse", "Internal_error_sparse");
+    for (unsigned long k = 0; k < count; ++k)
+        checkIndex(index[k], end);
 }
 
 /// Correction lists of a subset sweep, checked.
@@ -227,9 +206,10 @@ template <class F, class... Vectors>
 int subsetSweep(const Sparse& A, const IndexList& idx, const F& f, Vectors&... vectors)
 {
     return guarded([&] {
-        checkSweep(A, vectors...);
+        checkSweepVectors(A, vectors...);
         checkBelow(idx.data(), idx.size(), visitStore(A, [](const auto& s) { return s.n; }));
-        return withSweepTypes(A, f, vectors...);
+        checkDiagonal(A, idx.size(), [list = idx.data()](unsigned long k) { return list[k]; });
+        return promoted(A, f, vectors...);
     });
 }
 

@@ -124,8 +124,9 @@ llsparse<T>::llsparse(const llsparse& other)
     allocVal();
     std::copy_n(other.val, nzmax, val);
     if (form & FormDiag) {
-        allocDiag();
-        std::copy_n(other.diag, std::min(n, other.diagArray->size()), diag);
+        const unsigned long known = other.diagArray ? std::min(n, other.diagArray->size()) : 0;
+        diag = allocate(diagArray, known);
+        std::copy_n(other.diag, known, diag);
     }
 }
 

@@ -4,7 +4,7 @@
 
 #include "matrix.hpp"
 #include "scalar.hpp"
-#include "sparse.hpp"
+#include "sparse_detail.hpp"
 #include "team.hpp"
 
 #include <algorithm>
@@ -66,6 +66,7 @@ const T* readable(const Matrix<1>& x)
 template <class F>
 void withProductTypes(Matrix<1>& y, const Sparse& A, const VectorView& x, const F& f)
 {
+    visitStore(A, [](const auto& s) { checkSummand(s); });
     const auto call = [&](const auto& store, auto* yData, const auto* xData) {
         using X = std::remove_cvref_t<decltype(*xData)>;
         if (static_cast<const void*>(yData) != static_cast<const void*>(xData) || x.size() == 0) {
@@ -85,14 +86,48 @@ void withProductTypes(Matrix<1>& y, const Sparse& A, const VectorView& x, const 
         x.isReal() ? call(*A.getptrZ(), yData, x.data<double>()) : call(*A.getptrZ(), yData, x.data<cplx>());
 }
 
+/// What a sweep would run out of bounds with: short vectors, a matrix that is not square.
+template <class... Vectors>
+void checkSweepVectors(const Sparse& A, const Vectors&... vectors)
+{
+    const unsigned long size = std::max(A.getM(), A.getN());
+    if (((vectors.size() < size) || ...))
+        QX_RAISE("sparse", "Size_vector_sparse_matrix_disagree");
+    checkSquare(Symmetric, A.getM(), A.getN());
+}
+
+/// Columns columns(k), k < count, without a diagonal position. The form bit is not asked for: what counts is what the
+/// kernels read.
+template <class Columns>
+void checkDiagonal(const Sparse& A, unsigned long count, const Columns& columns)
+{
+    visitStore(A, [&](const auto& s) {
+        const unsigned long nnz = s.nnz(), known = s.diagArray ? s.diagArray->size() : 0;
+        for (unsigned long k = 0; k < count; ++k)
+            if (const unsigned long j = columns(k); j >= known || s.diag[j] >= nnz)
+                QX_RAISE("sparse", "Internal_error_sparse",
+                         qxbase::ExceptionArgs{{"Missing_diagonal_entry", std::to_string(j)},
+                                               {"Size", std::to_string(s.n)}});
+    });
+}
+
 /// f(store, element type) with the vectors of a sweep promoted to one type if A or one of them is complex.
 template <class F, class... Vectors>
-int withSweepTypes(const Sparse& A, const F& f, Vectors&... vectors)
+int promoted(const Sparse& A, const F& f, Vectors&... vectors)
 {
     if (A.isReal() && (vectors.isReal() && ...))
         return f(*A.getptrD(), double());
     (vectors.real2complex(), ...);
     return A.isReal() ? f(*A.getptrD(), cplx()) : f(*A.getptrZ(), cplx());
+}
+
+/// The same after the checks of a sweep over all columns.
+template <class F, class... Vectors>
+int withSweepTypes(const Sparse& A, const F& f, Vectors&... vectors)
+{
+    checkSweepVectors(A, vectors...);
+    checkDiagonal(A, visitStore(A, [](const auto& s) { return s.n; }), [](unsigned long k) { return k; });
+    return promoted(A, f, vectors...);
 }
 
 } // namespace qxsparse

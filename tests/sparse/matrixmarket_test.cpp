@@ -257,7 +257,7 @@ TEST(MatrixMarket, RefusesWhatIsNotWellFormedWithLineAndReason)
 TEST(MatrixMarket, RefusesMoreThanTheCallerAllowsBeforeTakingMemory)
 {
     MatrixMarketOptions small;
-    small.maxSize = 10;
+    small.maxSize = small.maxEntries = 10;
     EXPECT_EQ(refusal(general + "11 1 0\n", small), "2: number of rows is out of range");
     EXPECT_EQ(refusal(general + "1 1 11\n", small), "2: number of entries is out of range");
     EXPECT_EQ(refusal("%%MatrixMarket matrix array real general\n4 4\n", small), "2: number of elements is out of range");
@@ -271,7 +271,7 @@ TEST(MatrixMarket, FilesThatCannotBeOpenedOrWrittenAreNamed)
     std::ostringstream broken;
     broken.setstate(std::ios::badbit);
     EXPECT_EQ(raised([&] { writeMatrixMarket(broken, Sparse()); }), "Cannot_write_matrix_file");
-    const Sparse flat = [] { Sparse A = sparseOf(1, 2, {{0, 1, 1.0}}); A.setSymm(Symmetric); return A; }();
+    const Sparse flat = [] { Sparse A = sparseOf(1, 2, {{0, 1, 1.0}}); A.getptrD()->symm = Symmetric; return A; }();
     EXPECT_EQ(raised([&] { written(flat); }), "Matrix_not_square");
 }
 
