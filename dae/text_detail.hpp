@@ -16,9 +16,6 @@ inline std::string toText(const ExprTree& tree)
     return text;
 }
 
-/// A tree that shares no interior node with the given one, so that it may be rewritten.
-boost::shared_ptr<ExprTree> copyTree(const ExprTree& tree);
-
 /// A copy in canonical form.
 boost::shared_ptr<ExprTree> simplified(const ExprTree& tree);
 

@@ -36,10 +36,12 @@ QX_API void setInfixConverter(InfixConverter converter);
 /// Everything that walks a tree is iterative and visits a shared node once, so that depth is limited by memory alone and
 /// time is linear in the number of distinct nodes.
 ///
-/// Ownership: nodes are held by shared pointers; a child slot is such a pointer, so that an operation replaces a node by
-/// assigning to the slot that holds it. A copy of an ExprImpl shares the root.
+/// Ownership: nodes are held by shared pointers; a child slot is such a pointer, so that an operation on nodes replaces a
+/// node by assigning to the slot that holds it. A copy of an ExprImpl shares the root until one of the two is rewritten:
+/// members of this class rewrite a copy of the nodes and put it in the root's place when all has gone well.
 /// Threads: one family (a FuncRules and the nodes that share it) belongs to one thread at a time. No locks.
-/// Fails: all failures are qxbase::Exception with the source "exprimpl".
+/// Fails: with qxbase::Exception, source "exprimpl". std::bad_alloc passes through from every member. Whatever comes out,
+/// the expression prints as before the call, and out parameters are unchanged.
 class QX_API ExprImpl
 {
 public:
@@ -89,13 +91,15 @@ public:
     /// Raises "Syntax_error_in_expression" with "Expression" and the text; what the converter raises. The root is then
     /// as it was.
     void scan(const std::string& text);
+    /// The tree that scan makes the root.
+    NodePtr read(const std::string& text) const;
     /// Reads prefix text into the root; see InfixParser::parse.
     void scanInfix(const std::string& text);
     void write(std::ostream& stream) const;
     std::string toString() const;
 
     /// Canonical form. evalFuncs also evaluates elementary functions of constants. Idempotent once no rule fires.
-    /// Raises "Divide_by_zero", "Power_of_negative"; the tree is then in the state of the last completed rewrite.
+    /// Raises "Divide_by_zero", "Power_of_negative".
     void simp(bool evalFuncs);
     /// Substitutes names by definitions (prefix texts) and simplifies. Raises "Internal_error_symbolic_processing" for
     /// vectors of different length, "Cyclic_dependencies" with "Variable_name".
@@ -122,6 +126,7 @@ public:
     const StorePtr& getStore() const { return store_; }
 
 private:
+    void canonicalise(NodePtr& work, bool evalFuncs) const;
     void adoptRules(const RulesPtr& rules);
     void dropRules() noexcept;
 
@@ -332,8 +337,8 @@ public:
     /// Binding strength used in front of a parenthesis test.
     virtual int printPrec() const { return prec; }
     virtual void renameStep(const NameMap& vars, const NameMap& functions, const StorePtr& store);
-    /// The child that solveFor is to ask instead of this node; null: this node has answered through solved.
-    virtual NodePtr* solveStep(const VarPtr& var, ExprImpl& result, bool& solved);
+    /// The node that solveFor is to ask instead of this one; null: this one has answered through solved.
+    virtual NodePtr solveStep(const VarPtr& var, ExprImpl& result, bool& solved);
 
     const RulesPtr rules;
     const Type type;
@@ -511,7 +516,7 @@ public:
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
     void renameStep(const NameMap& vars, const NameMap& functions, const StorePtr& store) override;
-    NodePtr* solveStep(const VarPtr& var, ExprImpl& result, bool& solved) override;
+    NodePtr solveStep(const VarPtr& var, ExprImpl& result, bool& solved) override;
 
     VarPtr var;
 };
@@ -600,7 +605,7 @@ public:
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
-    NodePtr* solveStep(const VarPtr& var, ExprImpl& result, bool& solved) override;
+    NodePtr solveStep(const VarPtr& var, ExprImpl& result, bool& solved) override;
 
     /// Splices the chain of products, quotients, signs and Terms below node into coeff, num and den; invert: as a
     /// divisor.
@@ -641,7 +646,7 @@ public:
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
-    NodePtr* solveStep(const VarPtr& var, ExprImpl& result, bool& solved) override;
+    NodePtr solveStep(const VarPtr& var, ExprImpl& result, bool& solved) override;
 
     /// Splices the chain of sums, differences, signs and Sums below node into constant and terms.
     static void expand(const NodePtr& node, bool negate, Number& constant, Nodes& terms);

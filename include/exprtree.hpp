@@ -32,9 +32,10 @@ using ExprVarMap = std::map<ExprVarOrder, boost::shared_ptr<ExprVar>, ExprVarOrd
 /// Usual order of calls: construct, `scan`, `simp`, `diff`, `print`. `getVarOccurrences`, `replaceVars` and `solveFor`
 /// expect a simplified tree.
 ///
-/// Ownership: copying is cheap and shares the nodes; what one copy rewrites inside shared nodes the other one sees. Scan
-/// anew for an independent tree. Threads: a store and all trees on it belong to one thread at a time.
-/// Fails: see ExprImpl, to which all operations forward.
+/// Ownership: copying is cheap and shares the nodes until one of the copies is rewritten; the other one does not see that.
+/// Threads: a store and all trees on it belong to one thread at a time.
+/// Fails: see ExprImpl, to which all operations forward; the tree is then as it was, and so are texts and lists of the
+/// caller. std::bad_alloc passes through.
 class QX_API ExprTree
 {
 public:

@@ -69,22 +69,37 @@ std::ostream& operator<<(std::ostream& stream, const ExprImpl& expr)
     return stream;
 }
 
-void ExprImpl::makeBinary() { root_->makeBinary(root_); }
+// What rewrites works on a copy and swaps last: other expressions share the nodes, and a failure leaves the root as it was.
 
-void ExprImpl::simp(bool evalFuncs)
+void ExprImpl::makeBinary()
+{
+    NodePtr work = root_->getCopy(root_);
+    work->makeBinary(work);
+    root_.swap(work);
+}
+
+/// The passes, over nodes that no other expression holds.
+void ExprImpl::canonicalise(NodePtr& work, bool evalFuncs) const
 {
     NodeHashTable table;
     const Temporarily simplification(current().simplification, nextMark());
     for ([[maybe_unused]] int round = 0;; ++round) {
         assert(round < 10000);
-        root_->mergeOperators(root_);
-        root_->foldConstants(root_);
-        root_->makeCanonic(root_, table);
+        work->mergeOperators(work);
+        work->foldConstants(work);
+        work->makeCanonic(work, table);
         rules_->gc();
-        assert(isCanonicalTree(root_));
-        if (!root_->simplify(root_, evalFuncs))
+        assert(isCanonicalTree(work));
+        if (!work->simplify(work, evalFuncs))
             return;
     }
+}
+
+void ExprImpl::simp(bool evalFuncs)
+{
+    NodePtr work = root_->getCopy(root_);
+    canonicalise(work, evalFuncs);
+    root_.swap(work);
 }
 
 void ExprImpl::simp(const std::vector<std::string>& names, const std::vector<std::string>& exprs)
@@ -99,26 +114,43 @@ void ExprImpl::simp(const std::vector<std::string>& names, const std::vector<std
         defs.push_back(parser.parse(exprs[i]));
     }
     std::vector<int> status(names.size(), 0);
-    simp(false);
-    if (Node::simplify(root_, vars, defs, status))
-        simp(false);
+    NodePtr work = root_->getCopy(root_);
+    canonicalise(work, false);
+    if (Node::simplify(work, vars, defs, status))
+        canonicalise(work, false);
+    root_.swap(work);
 }
 
 void ExprImpl::diff(const VarPtr& var)
 {
-    NodePtr derivative = make<Derivative>(rules_, root_, var);
-    derivative->simplify(derivative, false);
-    root_ = derivative;
-    simp(false);
+    NodePtr work = make<Derivative>(rules_, root_->getCopy(root_), var);
+    work->simplify(work, false);
+    canonicalise(work, false);
+    root_.swap(work);
 }
 
 bool ExprImpl::solveFor(const VarPtr& var, ExprImpl& result) const { return root_->solveFor(var, result); }
 
-void ExprImpl::rename(const NameMap& vars, const NameMap& functions) { root_->rename(vars, functions, store_); }
+void ExprImpl::rename(const NameMap& vars, const NameMap& functions)
+{
+    NodePtr work = rebuildPostOrder(
+        root_, [](const NodePtr&, NodePtr&) { return false; },
+        [](const NodePtr& node, Nodes&& children) {
+            return node->type == Node::TypeIdentifier ? make<Identifier>(node->rules, node->as<Identifier>().var)
+                                                      : node->rebuild(node, std::move(children));
+        });
+    work->rename(vars, functions, store_);
+    root_.swap(work);
+}
 
 void ExprImpl::replaceVars(const ExprVarMap& map, const std::string& timeName)
 {
     root_ = root_->replaceVars(root_, map, timeName);
 }
 
-void ExprImpl::getVarOccurrences(ExprVarOccurrences& set) const { root_->getVarOccurrences(set, 0); }
+void ExprImpl::getVarOccurrences(ExprVarOccurrences& set) const
+{
+    ExprVarOccurrences found;
+    root_->getVarOccurrences(found, 0);
+    set.merge(found);
+}

@@ -54,7 +54,7 @@ inline bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <
 inline bool isWordChar(char c) { return isLetter(c) || isDigit(c) || c == '_'; }
 inline bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-/// Number of a new walk, never used before by any thread.
+/// Number of a new walk, never used before by any thread; the number after it is the walk's too.
 std::uint64_t nextMark();
 
 /// What this thread is doing; 0: nothing of the kind.
@@ -149,11 +149,12 @@ class Rewriting
 public:
     enum Entry { Visit, Known, Replaced };
 
-    /// Visit: the node in the slot is to be visited now. Otherwise the slot holds what the node has become.
+    /// Visit: the node in the slot is to be visited now. Otherwise the slot holds what the node has become: as it was
+    /// with all below it if Known, not so if Replaced.
     Entry enter(NodePtr& slot)
     {
         Node& node = *slot;
-        if (node.mark != mark_) {
+        if (node.mark != mark_ && node.mark != mark_ + 1) {
             if (settled_ != 0 && node.settled == settled_)
                 return Known;
             node.mark = mark_;
@@ -166,8 +167,11 @@ public:
                 return Replaced;
             }
         }
-        return Known;
+        return node.mark == mark_ ? Known : Replaced;
     }
+
+    /// Remembers that something at or below a visited node has changed.
+    void noteChange(Node& node) const { node.mark = mark_ + 1; }
 
     /// Runs step(slot) and remembers a replacement if other slots may hold the node. True if it was replaced.
     template <class Step>
@@ -195,7 +199,7 @@ private:
 };
 
 /// Visits the slots below and including root, children first, each distinct node once: step(slot, kept) with kept false if
-/// a child was replaced. The walk must be new.
+/// anything below has changed; it says whether it has changed the node. The walk must be new.
 template <class Step>
 void rewritePostOrder(Rewriting& walk, NodePtr& root, Step&& step)
 {
@@ -222,11 +226,15 @@ void rewritePostOrder(Rewriting& walk, NodePtr& root, Step&& step)
             continue;
         }
         NodePtr& slot = *top.slot;
-        const bool kept = top.kept;
+        bool kept = top.kept;
         stack.pop_back();
-        const bool replaced = walk.apply(slot, [&](NodePtr& s) { step(s, kept); });
-        if (replaced && !stack.empty())
-            stack.back().kept = false;
+        const bool replaced = walk.apply(slot, [&](NodePtr& s) { kept = !step(s, kept) && kept; });
+        if (replaced || !kept) {
+            if (!replaced)
+                walk.noteChange(*slot);
+            if (!stack.empty())
+                stack.back().kept = false;
+        }
     }
 }
 
@@ -234,7 +242,10 @@ template <class Step>
 void rewritePostOrder(NodePtr& root, Step&& step)
 {
     Rewriting walk;
-    rewritePostOrder(walk, root, [&](NodePtr& slot, bool) { step(slot); });
+    rewritePostOrder(walk, root, [&](NodePtr& slot, bool) {
+        step(slot);
+        return false;
+    });
 }
 
 /// Calls visit(node) for each distinct node, parents first.

@@ -261,32 +261,34 @@ ExprImpl::NodePtr ExprImpl::Term::diffStep(const NodePtr&, DiffPass& pass) const
 bool ExprImpl::Node::solveFor(const VarPtr& var, ExprImpl& result)
 {
     bool solved = false;
-    for (Node* node = this; node;) {
-        NodePtr* next = node->solveStep(var, result, solved);
-        node = next ? next->get() : nullptr;
-    }
+    for (NodePtr next = solveStep(var, result, solved); next;)
+        next = NodePtr(next)->solveStep(var, result, solved);
     return solved;
 }
 
-ExprImpl::NodePtr* ExprImpl::Node::solveStep(const VarPtr&, ExprImpl&, bool&) { return nullptr; }
+ExprImpl::NodePtr ExprImpl::Node::solveStep(const VarPtr&, ExprImpl&, bool&) { return NodePtr(); }
 
-ExprImpl::NodePtr* ExprImpl::Identifier::solveStep(const VarPtr&, ExprImpl& result, bool& solved)
+ExprImpl::NodePtr ExprImpl::Identifier::solveStep(const VarPtr&, ExprImpl& result, bool& solved)
 {
     result.setRoot(rules->constant(0.0));
     solved = true;
-    return nullptr;
+    return NodePtr();
 }
 
-ExprImpl::NodePtr* ExprImpl::Term::solveStep(const VarPtr&, ExprImpl&, bool&)
+ExprImpl::NodePtr ExprImpl::Term::solveStep(const VarPtr&, ExprImpl&, bool&)
 {
-    return coeff.toReal() != 0.0 && num.size() == 1 && den.empty() ? &num[0] : nullptr;
+    return coeff.toReal() != 0.0 && num.size() == 1 && den.empty() ? num[0] : NodePtr();
 }
 
-ExprImpl::NodePtr* ExprImpl::Sum::solveStep(const VarPtr& var, ExprImpl& result, bool& solved)
+ExprImpl::NodePtr ExprImpl::Sum::solveStep(const VarPtr& var, ExprImpl& result, bool& solved)
 {
-    updateTerms();
+    if (!isCanonical()) {
+        const auto canonical = boost::make_shared<Sum>(rules, terms, constant);
+        canonical->updateTerms();
+        return canonical;
+    }
     if (terms.size() == 1 && constant == 0.0)
-        return &terms[0];
+        return terms[0];
 
     const auto isVar = [&var](const NodePtr& node) {
         return node->type == TypeIdentifier && node->as<Identifier>().var == var;
@@ -309,5 +311,5 @@ ExprImpl::NodePtr* ExprImpl::Sum::solveStep(const VarPtr& var, ExprImpl& result,
         solved = true;
         break;
     }
-    return nullptr;
+    return NodePtr();
 }

@@ -73,7 +73,7 @@ const Operator* findOperator(Node::Type type)
 std::uint64_t nextMark()
 {
     static std::atomic<std::uint64_t> last{0};
-    return last.fetch_add(1, std::memory_order_relaxed) + 1;
+    return last.fetch_add(2, std::memory_order_relaxed) + 2;
 }
 
 Current& current()
@@ -574,6 +574,7 @@ void ExprImpl::Node::makeCanonic(NodePtr& slot, NodeHashTable& table)
             known = node;
         node->code = hash;
         node->codeMark = walk.mark();
+        return false;
     });
 }
 

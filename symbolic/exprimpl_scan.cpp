@@ -388,18 +388,18 @@ std::string convert(const std::string& infix)
 
 void setInfixConverter(InfixConverter converter) { forcedConverter.store(converter, std::memory_order_relaxed); }
 
-void ExprImpl::scan(const std::string& text)
+ExprImpl::NodePtr ExprImpl::read(const std::string& text) const
 {
-    if (isNumberText(text)) {
-        root_ = make<UnparsedNumber>(rules_, text);
-    } else if (isNameText(text)) {
-        root_ = make<Identifier>(rules_, store_->getVar(text));
-    } else {
-        const std::string prefix = convert(text);
-        if (prefix.empty())
-            QX_RAISE("exprimpl", "Syntax_error_in_expression", "Expression", text);
-        scanInfix(prefix);
-    }
+    if (isNumberText(text))
+        return make<UnparsedNumber>(rules_, text);
+    if (isNameText(text))
+        return make<Identifier>(rules_, store_->getVar(text));
+    const std::string prefix = convert(text);
+    if (prefix.empty())
+        QX_RAISE("exprimpl", "Syntax_error_in_expression", "Expression", text);
+    return InfixParser(store_, rules_).parse(prefix);
 }
+
+void ExprImpl::scan(const std::string& text) { root_ = read(text); }
 
 void ExprImpl::scanInfix(const std::string& text) { root_ = InfixParser(store_, rules_).parse(text); }

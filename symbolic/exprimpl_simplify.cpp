@@ -55,11 +55,15 @@ bool ExprImpl::Node::simplify(NodePtr& slot, bool evalFuncs)
     Rewriting walk;
     rewritePostOrder(walk, slot, [&](NodePtr& node, bool kept) {
         Node* const before = node.get();
+        // A derivative of what has changed waits for the next round: until then there are products and quotients in it.
+        if (!kept && before->type == TypeDerivative)
+            return false;
         const Effect effect = before->simplifyStep(node, evalFuncs);
         changed = changed || effect == Effect::Change;
         if (simplification != 0 && kept && effect == Effect::None && node.get() == before &&
             isSettled(*before, simplification))
             before->settled = simplification;
+        return effect == Effect::Change;
     });
     return changed;
 }

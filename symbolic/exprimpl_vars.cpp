@@ -162,8 +162,10 @@ void ExprImpl::Node::boolEval(const std::vector<std::string>& names, const std::
 
 void ExprImpl::boolEval(const std::vector<std::string>& names, const std::vector<Table>& values, Table& result)
 {
-    makeBinary();
+    NodePtr binary = root_->getCopy(root_);
+    binary->makeBinary(binary);
     std::vector<Table> work;
-    root_->boolEval(names, values, work, 0);
-    result = work[0];
+    binary->boolEval(names, values, work, 0);
+    root_.swap(binary);
+    result = std::move(work[0]);
 }

@@ -4,6 +4,7 @@
 #include "exprimpl_detail.hpp"
 #include "qxexception.hpp"
 
+#include <iterator>
 #include <ostream>
 
 using namespace qxsymbolic;
@@ -78,21 +79,34 @@ bool ExprTree::solveFor(const boost::shared_ptr<ExprVar>& var, ExprTree& out) co
     return solved;
 }
 
+namespace {
+
+/// All or nothing.
+void append(std::vector<std::string>& texts, std::vector<std::string>&& more)
+{
+    texts.insert(texts.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
+}
+
+} // namespace
+
 void ExprTree::getVars(const std::string& text, std::vector<std::string>& names)
 {
-    scan(text);
-    std::vector<const Node*> open{impl_->getRoot().get()};
+    const NodePtr root = impl_->read(text);
+    std::vector<std::string> found;
+    std::vector<const Node*> open{root.get()};
     while (!open.empty()) {
         const Node& node = *open.back();
         open.pop_back();
         if (node.type == Node::TypeIdentifier) {
-            names.push_back(node.as<ExprImpl::Identifier>().var->getName());
+            found.push_back(node.as<ExprImpl::Identifier>().var->getName());
             continue;
         }
         const int children = node.type == Node::TypeUnitConversion ? 1 : node.getChildCount();
         for (int i = children - 1; i >= 0; --i)
             open.push_back(node.childAt(i).get());
     }
+    append(names, std::move(found));
+    impl_->setRoot(root);
 }
 
 namespace {
@@ -114,16 +128,19 @@ void ExprTree::rename(std::string& text, const std::vector<std::string>& oldVars
                       const std::vector<std::string>& newFuncs)
 {
     const ExprImpl::NameMap vars = makeNameMap(oldVars, newVars), functions = makeNameMap(oldFuncs, newFuncs);
-    scan(text);
-    impl_->rename(vars, functions);
-    text = impl_->toString();
+    const NodePtr root = impl_->read(text);
+    root->rename(vars, functions, store_);
+    std::string renamed = root->toString();
+    impl_->setRoot(root);
+    text.swap(renamed);
 }
 
 void ExprTree::replaceArgs(std::string& text, const std::vector<std::string>& names, std::vector<std::string>& oldArgs)
 {
-    scan(text);
+    const NodePtr root = impl_->read(text);
     std::size_t next = 0;
-    std::vector<Node*> open{impl_->getRoot().get()};
+    std::vector<std::string> found;
+    std::vector<Node*> open{root.get()};
     while (!open.empty()) {
         Node& node = *open.back();
         open.pop_back();
@@ -137,11 +154,14 @@ void ExprTree::replaceArgs(std::string& text, const std::vector<std::string>& na
             NodePtr& arg = node.getChild(i);
             if (!names.empty() && next == names.size())
                 QX_RAISE("exprimpl", "Internal_error_symbolic_processing");
-            oldArgs.push_back(arg->toString());
+            found.push_back(arg->toString());
             arg = make<ExprImpl::StringLiteral>(impl_->getRules(), names.empty() ? std::string() : names[next++]);
         }
     }
-    text = impl_->toString();
+    std::string replaced = root->toString();
+    append(oldArgs, std::move(found));
+    impl_->setRoot(root);
+    text.swap(replaced);
 }
 
 std::ostream& operator<<(std::ostream& stream, const ExprTree& tree)

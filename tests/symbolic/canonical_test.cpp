@@ -186,14 +186,15 @@ TEST(Canonical, RequiredQuirkAHostsOwnFunctionsNamedDAndIfAreSimplifiedToo)
     EXPECT_EQ(text, "x+d(x,z)");
 }
 
-TEST(Canonical, AFailureLeavesAnExpressionThatCanBeUsed)
+TEST(Canonical, AFailureLeavesTheExpressionAsItWas)
 {
     for (const char* text : {"x+x+sin(y*2*3)/(1-1)", "f(x+x,y/0)", "a*x+a*x+(-8)^(1/3)"}) {
         E e;
         e.scan(text);
+        const std::string before = e.toString();
         const std::string first = idOf([&] { e.simp(false); });
         EXPECT_THAT(first, testing::AnyOf("Divide_by_zero", "Power_of_negative")) << text;
-        EXPECT_FALSE(e.toString().empty());
+        EXPECT_EQ(e.toString(), before);
         EXPECT_EQ(idOf([&] { e.simp(false); }), first) << text;
         e.scan("x+x");
         e.simp(false);
