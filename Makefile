@@ -1,5 +1,5 @@
 # The words people type. Each installs what is missing first (tools/bootstrap says what it does).
-.PHONY: demo check bench docs install
+.PHONY: demo check bench docs install python
 
 demo:
 	tools/bootstrap
@@ -22,3 +22,8 @@ install:
 	cmake --preset release
 	cmake --build --preset release
 	cmake --install build/release $(if $(PREFIX),--prefix $(PREFIX))
+
+python:
+	tools/bootstrap python
+	cmake --preset release -DQX_PYTHON=ON $(if $(PYTHON),-DQX_PYTHON_EXECUTABLE=$(PYTHON))
+	cmake --build --preset release --target qx_python

@@ -1,0 +1,21 @@
+"""qxkernel: formulas over arrays, symbolic expressions, differential-algebraic systems and sparse matrices.
+
+Expr          symbolic expressions: derivative, canonical form, solution, LaTeX
+DAE           differential-algebraic systems, reduction of the index
+Sparse        sparse matrices, to and from SciPy
+splu          sparse direct solution
+nullspace     elimination of linear constraints
+Error         what the kernel raises: identifier, arguments, story
+"""
+
+from . import _core
+from ._core import CancelToken
+from .dae import DAE
+from .errors import Cancelled, Error
+from .sparse import Factor, NullSpace, Sparse, nullspace, read_matrix_market, splu, write_matrix_market
+from .symbolic import Expr
+
+__version__ = _core.version
+
+__all__ = ["CancelToken", "Cancelled", "DAE", "Error", "Expr", "Factor", "NullSpace", "Sparse", "nullspace",
+           "read_matrix_market", "splu", "write_matrix_market"]
