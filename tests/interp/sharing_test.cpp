@@ -143,7 +143,8 @@ TEST(InterpolatorEvaluation, AllocatesNothing)
 TEST(InterpolatorEvaluation, ManyThreadsShareOneObject)
 {
     constexpr int nThreads = 16;
-    for (const auto& [name, f] : everyKind()) {
+    for (const Named& kind : everyKind()) {
+        const InterpolatorPtr& f = kind.f;
         const auto x = somePoints(f->dim(), 200, 8);
         const std::vector<double> wanted = single(*f, x);
         std::atomic<int> wrong = 0;
@@ -162,7 +163,7 @@ TEST(InterpolatorEvaluation, ManyThreadsShareOneObject)
         for (std::thread& t : threads)
             t.join();
 
-        EXPECT_EQ(wrong, 0) << name;
+        EXPECT_EQ(wrong, 0) << kind.name;
     }
 }
 
