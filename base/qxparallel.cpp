@@ -6,6 +6,7 @@
 
 #include <dlfcn.h>
 #include <omp.h>
+#include <pthread.h>
 
 namespace {
 
@@ -21,11 +22,24 @@ ThreadLimits& limits()
     return instance;
 }
 
+/// In a child process: this is the thread that forked, and the team that it may have had stayed behind in the parent.
+thread_local bool hasLostTeam = false;
+
+void beginChild()
+{
+    hasLostTeam = true;
+    omp_set_num_threads(1); // for BLAS libraries that open teams of their own
+}
+
+/// Registered with this shared library: the handler goes when it is closed.
+[[maybe_unused]] const int childHandler = pthread_atfork(nullptr, nullptr, beginChild);
+
 /// OpenBLAS's own controls; null while no such library is in the process.
 struct BlasControls
 {
     void (*set)(int) = nullptr;
     int (*get)() = nullptr;
+    bool openMp = false; ///< it takes its threads from OpenMP
 
     void find(void* library)
     {
@@ -34,6 +48,9 @@ struct BlasControls
         if (setter && getter) {
             set = setter;
             get = getter;
+            constexpr int byOpenMp = 2;
+            auto* kind = reinterpret_cast<int (*)()>(dlsym(library, "openblas_get_parallel"));
+            openMp = kind && kind() == byOpenMp;
         }
     }
 };
@@ -53,7 +70,7 @@ BlasControls blas()
 
 } // namespace
 
-int AVAILABLETHREADS() { return limits().available.load(std::memory_order_relaxed); }
+int AVAILABLETHREADS() { return hasLostTeam ? 1 : limits().available.load(std::memory_order_relaxed); }
 int MAXAVAILABLETHREADS() { return limits().maximum.load(std::memory_order_relaxed); }
 
 namespace qxbase {
@@ -123,22 +140,53 @@ void Parallel::weightedSlice(unsigned long n, unsigned long total, int pid, int 
     to = boundary(pid + 1);
 }
 
-BlasThreadScope::BlasThreadScope(int count) : before_(current())
+namespace {
+
+/// The scopes that hold the process-wide count of a BLAS library, newest first, and the count from before the first.
+std::mutex scopesMutex;
+BlasThreadScope* newestScope = nullptr;
+int countBeforeScopes = 0;
+
+} // namespace
+
+BlasThreadScope::BlasThreadScope(int count) : count_(std::max(1, count))
 {
-    if (before_ > 0 && before_ != count)
-        blas().set(std::max(1, count));
+    const BlasControls controls = blas();
+    if (!controls.set) {
+        kind_ = Kind::None;
+    } else if (controls.openMp) {
+        kind_ = Kind::OfThread;
+        before_ = omp_get_max_threads();
+        omp_set_num_threads(count_);
+    } else {
+        kind_ = Kind::OfProcess;
+        const std::lock_guard lock(scopesMutex);
+        if (!newestScope)
+            countBeforeScopes = controls.get();
+        older_ = newestScope;
+        newestScope = this;
+        controls.set(count_);
+    }
 }
 
 BlasThreadScope::~BlasThreadScope()
 {
-    if (before_ > 0 && current() != before_)
-        blas().set(before_);
+    if (kind_ == Kind::OfThread) {
+        omp_set_num_threads(before_);
+    } else if (kind_ == Kind::OfProcess) {
+        const std::lock_guard lock(scopesMutex);
+        BlasThreadScope** link = &newestScope;
+        while (*link != this)
+            link = &(*link)->older_;
+        *link = older_;
+        blas().set(newestScope ? newestScope->count_ : countBeforeScopes);
+    }
 }
 
 int BlasThreadScope::current()
 {
     const BlasControls controls = blas();
-    return controls.get ? controls.get() : 0;
+    return !controls.get ? 0 : controls.openMp ? omp_get_max_threads() : controls.get();
 }
 
 } // namespace qxbase

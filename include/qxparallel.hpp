@@ -3,6 +3,10 @@
 #include "qxexport.hpp"
 
 /// Threads that the library may use now; at least 1. Starts as OpenMP's own maximum.
+///
+/// In a child process made by fork it is 1 for the thread that forked, and OpenMP's count for this thread too: the team it
+/// may have used does not exist there. Threads made in the child have teams of their own. A fork while another thread is
+/// inside the library is good for nothing but exec: locks may be held that nobody gives back.
 QX_API int AVAILABLETHREADS();
 /// Upper bound of AVAILABLETHREADS over the life of the process so far: tables with one place a thread take this size.
 QX_API int MAXAVAILABLETHREADS();
@@ -70,10 +74,12 @@ private:
     int threads_ = 1;
 };
 
-/// Sets the thread count of the BLAS library in the process for a scope and restores it at the end.
+/// Sets the number of threads that BLAS uses for a scope and restores it at the end.
 ///
-/// The library is found at run time (OpenBLAS's own setter); with another BLAS, or none, nothing happens. The count is
-/// the BLAS library's process-wide state: do not overlap scopes of different threads.
+/// The library is found at run time; with another BLAS than OpenBLAS, or none, nothing happens. A build that takes its
+/// threads from OpenMP has a count for each calling thread: omp_set_num_threads, and no other thread notices. A build with
+/// threads of its own has one count for the process: that of the newest scope holds, and the count from before the first
+/// scope comes back with the end of the last, in whatever order scopes of different threads end.
 class QX_API BlasThreadScope
 {
 public:
@@ -82,11 +88,13 @@ public:
     BlasThreadScope(const BlasThreadScope&) = delete;
     BlasThreadScope& operator=(const BlasThreadScope&) = delete;
 
-    /// Threads that the BLAS library uses now; 0 when it cannot be asked.
+    /// Threads that BLAS may use now when this thread calls it; 0 when it cannot be asked.
     static int current();
 
 private:
-    int before_;
+    enum class Kind { None, OfThread, OfProcess } kind_;
+    int count_, before_ = 0;
+    BlasThreadScope* older_ = nullptr;
 };
 
 } // namespace qxbase

@@ -1,9 +1,9 @@
 #include "arrayutil.hpp"
 #include "qxexception.hpp"
 #include "qxnumber.hpp"
+#include "qxparallel.hpp"
 #include "qxrun.hpp"
 #include "solvers/expand_detail.hpp"
-#include "solvers/oneblasthread_detail.hpp"
 #include "solvers/qxnull_detail.hpp"
 
 #include <algorithm>
@@ -118,7 +118,7 @@ template <class T>
 void nullorthPrivate(const qxutil::RunInfo& run, const Sparse& matrix, const NullBlocks& blocks, const NullPairs& pairs,
                      Selection want, Triple& result)
 {
-    const qxsolvers_detail::OneBlasThread oneThread;
+    const qxbase::BlasThreadScope oneThread(1); // same bits for any number: parallel BLAS divides sums
     const llsparse<T>& N = StoreOf<T>::of(matrix);
     const Index d = N.m, c = N.n, none = blocks.size();
 

@@ -4,9 +4,9 @@
 #include "qxcutil.h"
 #include "qxexception.hpp"
 #include "qxnumber.hpp"
+#include "qxparallel.hpp"
 #include "qxrun.hpp"
 #include "solvers/expand_detail.hpp"
-#include "solvers/oneblasthread_detail.hpp"
 #include "solvers/umfpack_context.h"
 
 #include <algorithm>
@@ -304,7 +304,7 @@ void Umfpack::luUmfpack(bool allowSingular, bool scale)
 
     runLog->setParam("Step", 2.0);
     const ProgressRelay relay(*runLog);
-    const qxsolvers_detail::OneBlasThread oneThread;
+    const qxbase::BlasThreadScope oneThread(1); // same bits for any number: parallel BLAS divides sums
     code = real ? wrap_umfpack_dl_numeric(Ap.data(), Ai.data(), Ax.data(), symbolic, &numeric, control, info, &status)
                 : wrap_umfpack_zl_numeric(Ap.data(), Ai.data(), Ax.data(), Az.data(), symbolic, &numeric, control, info,
                                           &status);

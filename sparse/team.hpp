@@ -39,7 +39,10 @@ public:
     static Team ofLoop(unsigned long count) { return Team(qxbase::isParallelLoop(count) ? AVAILABLETHREADS() : 1); }
     explicit Team(int shares) : Team(shares, shares) {}
     /// A number of shares that does not follow the number of threads.
-    Team(int shares, int threads) : shares_(shares), threads_(std::min(shares, threads)) {}
+    Team(int shares, int threads)
+        : shares_(shares), threads_(AVAILABLETHREADS() > 1 ? std::min(shares, threads) : 1)
+    {
+    }
 
     int size() const { return shares_; }
     Slice even(unsigned long n, int share) const
