@@ -4,6 +4,8 @@ Expr          symbolic expressions: derivative, canonical form, solution, LaTeX
 DAE           differential-algebraic systems, reduction of the index
 Sparse        sparse matrices, to and from SciPy
 splu          sparse direct solution
+eig           eigenvalues of matrices and pencils
+Table         tabulated functions
 nullspace     elimination of linear constraints
 Error         what the kernel raises: identifier, arguments, story
 """
@@ -11,11 +13,13 @@ Error         what the kernel raises: identifier, arguments, story
 from . import _core
 from ._core import CancelToken
 from .dae import DAE
+from .dense import eig
 from .errors import Cancelled, Error
+from .interpolation import Table
 from .sparse import Factor, NullSpace, Sparse, nullspace, read_matrix_market, splu, write_matrix_market
 from .symbolic import Expr
 
 __version__ = _core.version
 
-__all__ = ["CancelToken", "Cancelled", "DAE", "Error", "Expr", "Factor", "NullSpace", "Sparse", "nullspace",
+__all__ = ["CancelToken", "Cancelled", "DAE", "Error", "Expr", "Factor", "NullSpace", "Sparse", "Table", "eig", "nullspace",
            "read_matrix_market", "splu", "write_matrix_market"]

@@ -2,8 +2,10 @@
 // what users hand over live in the Python half (qxkernel/*.py), which is the only caller.
 
 #include "dae_binding.hpp"
+#include "dense_binding.hpp"
 #include "direct_binding.hpp"
 #include "failures.hpp"
+#include "interpolation_binding.hpp"
 #include "interruptible.hpp"
 #include "sparse_binding.hpp"
 #include "symbolic_binding.hpp"
@@ -25,4 +27,6 @@ PYBIND11_MODULE(_core, module)
     bindDae(module);
     bindSparse(module);
     bindDirect(module);
+    bindDense(module);
+    bindInterpolation(module);
 }

@@ -1,0 +1,38 @@
+"""Dense eigenvalues."""
+
+import numpy as np
+
+from . import _core
+from .sparse import _numbers
+
+__all__ = ["eig"]
+
+
+def eig(A, B=None, *, left=False, right=True, homogeneous=False):
+    """Eigenvalues of A x = w x, or of A x = w B x; a QZ iteration that does not converge is repeated with other shifts.
+
+    A, B          (n, n), real or complex, unchanged
+    left, right   which vectors to return: u^H A = w u^H B and A v = w B v
+    homogeneous   for a pencil: return (alpha, beta) with w = alpha / beta in place of w
+
+    Returns w (n) complex, infinite where beta is 0 (NaN for 0/0), then the wanted vectors as columns.
+    Fails: qxkernel.Error with "Iteration_in_the_QR_algorithm_failed", "Iteration_in_the_QZ_algorithm_failed".
+    """
+    if B is None:
+        if homogeneous:
+            raise ValueError("homogeneous eigenvalues are those of a pencil A, B")
+        values, VL, VR = _core.eig(_numbers(A), left, right)
+    else:
+        A, B = _numbers(A), _numbers(B)
+        if A.shape != B.shape:
+            raise ValueError(f"A is {A.shape}, B is {B.shape}")
+        alpha, beta, VL, VR = _core.eig_pencil(A, B, left, right)
+        values = (alpha, beta) if homogeneous else _quotients(alpha, beta)
+    wanted = [vectors for vectors, is_wanted in ((VL, left), (VR, right)) if is_wanted]
+    return (values, *wanted) if wanted else values
+
+
+def _quotients(alpha, beta):
+    with np.errstate(divide="ignore", invalid="ignore"):
+        finite = beta != 0
+        return np.where(finite, alpha / np.where(finite, beta, 1), np.where(alpha != 0, np.inf, np.nan))

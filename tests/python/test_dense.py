@@ -1,0 +1,36 @@
+import numpy as np
+import pytest
+from qxkernel import eig
+
+
+@pytest.mark.parametrize("complex_", [False, True])
+def test_eigenvectors_satisfy_their_equation(rng, complex_):
+    A = rng.standard_normal((9, 9)) + (1j * rng.standard_normal((9, 9)) if complex_ else 0)
+    kept = A.copy()
+
+    w, U, V = eig(A, left=True)
+
+    assert np.allclose(A @ V, V * w) and np.allclose(U.conj().T @ A, w[:, None] * U.conj().T)
+    assert np.array_equal(A, kept)
+
+
+@pytest.mark.parametrize("complex_", [False, True])
+def test_pencils_with_infinite_eigenvalues(rng, complex_):
+    A = rng.standard_normal((6, 6)) + (1j * rng.standard_normal((6, 6)) if complex_ else 0)
+    B = np.diag([1.0, 2.0, 3.0, 4.0, 5.0, 0.0])
+
+    w, V = eig(A, B)
+    alpha, beta = eig(A, B, right=False, homogeneous=True)
+
+    finite = np.isfinite(w)
+    assert finite.sum() == 5 and np.allclose(A @ V[:, finite], B @ V[:, finite] * w[finite])
+    assert np.allclose(alpha[beta != 0] / beta[beta != 0], w[finite])
+
+
+def test_what_has_no_eigenvalues_is_refused():
+    for A, B in [(np.ones((2, 3)), None), (np.eye(2), np.eye(3)), (np.ones(3), None)]:
+        with pytest.raises(ValueError):
+            eig(A, B)
+    with pytest.raises(ValueError):
+        eig(np.eye(2), homogeneous=True)
+    assert eig(np.zeros((0, 0)), right=False).shape == (0,)
