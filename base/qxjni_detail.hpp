@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <jni.h>
+#include <utility>
 
 namespace qxbase {
 
@@ -24,6 +25,8 @@ public:
             env_->DeleteLocalRef(object_);
         object_ = nullptr;
     }
+    void swap(LocalRef& other) noexcept { std::swap(object_, other.object_); }
+    void swap(LocalRef&& other) noexcept { swap(other); }
     /// The reference becomes the caller's.
     T release()
     {
