@@ -63,8 +63,8 @@ FunId operatorOf(Symbol::Type type)
 class TreeBuilder
 {
 public:
-    TreeBuilder(const std::string& text, const VarEvaluatorPtr& evaluator)
-        : text_(text), evaluator_(evaluator), maker_(*evaluator->getNodeMaker())
+    TreeBuilder(const std::string& text, const VarEvaluatorPtr& evaluator, const BoundNames& bound)
+        : text_(text), evaluator_(evaluator), bound_(bound), maker_(*evaluator->getNodeMaker())
     {
     }
 
@@ -87,7 +87,7 @@ private:
     {
         switch (symbol.type) {
         case Symbol::TypeIdentifier:
-            done_.push_back(maker_.makeVarNode(symbol.as<ExprImpl::Identifier>().var->getName()));
+            done_.push_back(named(symbol.as<ExprImpl::Identifier>().var->getName()));
             return;
         case Symbol::TypeConstant:
             done_.push_back(maker_.makeConstNode(symbol.getNumVal().toReal()));
@@ -110,6 +110,12 @@ private:
             for (int i = symbol.getChildCount(); i > 0; --i)
                 todo_.push_back({symbol.childAt(i - 1).get(), false});
         }
+    }
+
+    EvalNodePtr named(const std::string& name)
+    {
+        const auto bound = bound_.find(name);
+        return bound == bound_.end() ? maker_.makeVarNode(name) : bound->second;
     }
 
     void finish(const Symbol& symbol)
@@ -178,6 +184,7 @@ private:
 
     const std::string& text_;
     const VarEvaluatorPtr& evaluator_;
+    const BoundNames& bound_;
     NodeMaker& maker_;
     std::vector<std::pair<const Symbol*, bool>> todo_; // with true: the operands are finished
     EvalNodes done_;
@@ -185,12 +192,12 @@ private:
 
 } // namespace
 
-EvalNodePtr buildNodes(const std::string& text, const VarEvaluatorPtr& evaluator)
+EvalNodePtr buildNodes(const std::string& text, const VarEvaluatorPtr& evaluator, const BoundNames& bound)
 {
     ExprTree symbolic;
     symbolic.scan(text);
     symbolic.makeBinary();
-    return TreeBuilder(text, evaluator).build(*symbolic.getImpl()->getRoot());
+    return TreeBuilder(text, evaluator, bound).build(*symbolic.getImpl()->getRoot());
 }
 
 } // namespace qxeval

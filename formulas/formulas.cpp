@@ -1,0 +1,112 @@
+#include "formulas.hpp"
+
+#include "exprtree.hpp"
+#include "guarded_detail.hpp"
+#include "names_detail.hpp"
+#include "program_detail.hpp"
+
+#include <atomic>
+
+namespace qx {
+
+namespace {
+
+std::atomic<unsigned long> lastOwner{0};
+
+/// Raises "Syntax_error_in_expression" for a text that is no formula.
+void checkSyntax(const std::string& expression)
+{
+    ExprTree().scan(expression);
+}
+
+[[noreturn]] void refuse(const std::string& name, const char* reason)
+{
+    QX_RAISE("formulas", "Invalid_function", qxbase::ExceptionArgs{{"Name", name}, {"Reason", reason}});
+}
+
+void checkParameters(const std::string& name, const std::vector<std::string>& parameters)
+{
+    if (parameters.empty())
+        refuse(name, "no parameters");
+    std::set<std::string> seen;
+    for (const std::string& p : parameters)
+        if (!isName(p) || !seen.insert(p).second)
+            refuse(name, "parameters are different names");
+}
+
+/// A name that is still free for a value or a function.
+void requireFree(const std::set<std::string>& used, const std::string& name)
+{
+    if (!isName(name))
+        QX_RAISE("formulas", "Invalid_name", "Name", name);
+    if (used.count(name) != 0)
+        QX_RAISE("formulas", "Name_in_use", "Name", name);
+}
+
+} // namespace
+
+Formulas::Formulas(const std::vector<std::string>& variables) : text_(std::make_unique<FormulaText>())
+{
+    text_->owner = ++lastOwner;
+    for (const std::string& name : variables) {
+        requireFree(text_->names, name);
+        text_->names.insert(name);
+    }
+    text_->variables = variables;
+}
+
+Formulas::~Formulas() = default;
+Formulas::Formulas(Formulas&&) noexcept = default;
+Formulas& Formulas::operator=(Formulas&&) noexcept = default;
+
+Formulas& Formulas::define(const std::string& name, const std::string& expression)
+{
+    requireFree(text_->names, name);
+    checkSyntax(expression);
+    text_->definitions.emplace_back(name, expression);
+    try {
+        text_->names.insert(name);
+    } catch (...) {
+        text_->definitions.pop_back();
+        throw;
+    }
+    return *this;
+}
+
+Formulas& Formulas::function(const std::string& name, Function function)
+{
+    static const FunTable standard = qxeval::standardFunctions();
+    static const std::set<std::string> keywords{"d", "pd", "depends", "jacdepends", "islinear"};
+    requireFree(text_->functionNames, name);
+    if (standard.count(name) != 0 || keywords.count(name) != 0)
+        QX_RAISE("formulas", "Name_in_use", "Name", name);
+    checkParameters(name, function.parameters);
+    if (!function.real && !function.complex)
+        refuse(name, "neither a real nor a complex body");
+    if (!function.derivatives.empty() && function.derivatives.size() != function.parameters.size())
+        refuse(name, "not one derivative for each parameter");
+    for (const std::string& d : function.derivatives)
+        checkSyntax(d);
+    text_->functions.emplace_back(name, std::make_shared<const Function>(std::move(function)));
+    try {
+        text_->functionNames.insert(name);
+    } catch (...) {
+        text_->functions.pop_back();
+        throw;
+    }
+    return *this;
+}
+
+Formula Formulas::add(const std::string& expression)
+{
+    checkSyntax(expression);
+    text_->formulas.push_back(expression);
+    return Formula(text_->owner, text_->formulas.size() - 1);
+}
+
+Program Formulas::compile() const
+{
+    return guarded([&] { return Program(std::make_shared<const CompiledFormulas>(*text_)); }, kNoMemoryToCompile);
+}
+
+} // namespace qx
