@@ -1,13 +1,14 @@
 #include "derivativenodes.hpp"
 
 #include "errinfo.hpp"
-#include "evalrep.hpp"
+#include "evalrep_detail.hpp"
 #include "evalshadow.hpp"
 #include "graphwalk_detail.hpp"
 #include "nodemaker.hpp"
 #include "noderelease_detail.hpp"
 #include "qxexception.hpp"
 #include "stackroom_detail.hpp"
+#include "valrepcache.hpp"
 #include "varevaluator.hpp"
 
 #include <ostream>
@@ -45,6 +46,40 @@ EvalNodePtr resolved(const EvalNode& node, const VarEvaluatorPtr& evaluator, Res
     return shadow->root;
 }
 
+/// Opens a line of the record of rep: "message" = message.
+ErrInfo& newLine(const ValRepPtr& rep, const char* message, int line)
+{
+    ErrInfo& errors = *rep->getErrors();
+    errors.newLine("evalnodes", line);
+    errors["message"] = message;
+    return errors;
+}
+
+/// The value that the cache keeps under a key: filled by compute(rep) once in an evaluation, a NaN again as a variable's
+/// is. A complex value where none is allowed becomes a NaN of `var`.
+template <class Compute>
+ValRepPtr keptValue(const std::string& key, const std::string& var, const VarEvaluatorPtr& evaluator,
+                    const ValRepCachePtr& cache, unsigned flags, Compute&& compute)
+{
+    const EvaluationScope scope(evaluator);
+    ValRepPtr rep = cache->getVar(key, flags).second;
+    if (ValRepOps::isKnownFailure(*rep, evaluator, flags))
+        return rep;
+    if (rep->isNaN())
+        rep->reset(cache->getEmpty(), true);
+    if (!rep->isEvaluated()) {
+        compute(rep);
+        rep->setEvaluated();
+    }
+    if ((flags & EvalValues) && (flags & EvalNoComplex) && !rep->isNaN() && rep->isComplex()) {
+        rep->setNaN();
+        newLine(rep, "varcmplx", __LINE__)["var"] = var;
+    }
+    if (rep->isNaN())
+        ValRepOps::rememberFailure(*rep, evaluator, flags);
+    return rep;
+}
+
 } // namespace
 
 // GenOpNode ----------------------------------------------------------------------------------------------------------
@@ -62,6 +97,7 @@ GenOpNode::~GenOpNode()
 ValRepPtr GenOpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
     qxeval::requireStack();
+    const EvaluationScope scope(evaluator);
     std::vector<ValRepPtr> values;
     values.reserve(args_.size());
     for (const EvalNodePtr& arg : args_)
@@ -123,7 +159,8 @@ int GenOpNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) cons
 // VarDiffNode --------------------------------------------------------------------------------------------------------
 
 VarDiffNode::VarDiffNode(const EvalNodePtr& base, const std::string& name, const std::string& var, unsigned long id)
-    : EvalNode(id), base_(base), name_(name), var_(var), text_("d(" + name + ',' + var + ')')
+    : EvalNode(id), base_(base), name_(name), var_(var), text_("d(" + name + ',' + var + ')'),
+      key_(ValRepCache::derivativeMark + text_)
 {
 }
 
@@ -143,40 +180,33 @@ EvalNodePtr VarDiffNode::resolve(const VarEvaluatorPtr& evaluator) const
 
 ValRepPtr VarDiffNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
+    return keptValue(key_, name_, evaluator, cache, flags,
+                     [&](const ValRepPtr& rep) { compute(rep, evaluator, cache, flags); });
+}
+
+void VarDiffNode::compute(const ValRepPtr& rep, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache,
+                          unsigned flags) const
+{
     EvalNodePtr root;
     try {
         root = resolve(evaluator);
     } catch (const qxbase::Exception& e) {
         if (e.getId() != "circvar")
             throw;
-        const ValRepPtr nan = ValRep::makeNaN(); // what raises in a derivative is a NaN in an evaluation
-        ErrInfo& errors = *nan->getErrors();
-        errors.newLine("evalnodes", __LINE__);
-        errors["message"] = "circvar";
-        errors["var"] = name_;
-        return nan;
+        rep->setNaN(); // what raises in a derivative is a NaN in an evaluation
+        newLine(rep, "circvar", __LINE__)["var"] = name_;
+        return;
     }
     const RecLimCheck check(evaluator, text_);
     if (check.isError()) {
-        const ValRepPtr nan = ValRep::makeNaN();
-        nan->getErrors()->append(*check.getErrors());
-        return nan;
+        rep->setNaN();
+        rep->getErrors()->append(*check.getErrors());
+        return;
     }
-    ValRepPtr value = root->eval(evaluator, cache, flags);
-    if (!(flags & EvalValues))
-        return value;
-    const bool forbidden = !value->isNaN() && (flags & EvalNoComplex) && value->isComplex();
-    if (!forbidden && !value->isNaN())
-        return value;
-    if (value.use_count() > 1)
-        value = value->clone(); // a constant's or a cached value's record is not ours to extend
-    if (forbidden)
-        value->setNaN();
-    ErrInfo& errors = *value->getErrors();
-    errors.newLine("evalnodes", __LINE__);
-    errors["message"] = forbidden ? "varcmplx" : "diffvareval";
-    errors["var"] = name_;
-    return value;
+    const ValRepPtr value = root->eval(evaluator, cache, flags);
+    rep->reset(value, true);
+    if ((flags & EvalValues) && rep->isNaN())
+        newLine(rep, "diffvareval", __LINE__)["var"] = name_;
 }
 
 EvalNodePtr VarDiffNode::diff(const std::string& var, const VarEvaluatorPtr& evaluator) const
@@ -213,7 +243,7 @@ void VarDiffNode::ostreamOperator(std::ostream& out) const
 // DiffNode -----------------------------------------------------------------------------------------------------------
 
 DiffNode::DiffNode(const EvalNodePtr& expr, const EvalNodePtr& var, unsigned mode, unsigned long id)
-    : EvalNode(id), expr_(expr), var_(var), mode_(mode)
+    : EvalNode(id), expr_(expr), var_(var), mode_(mode), key_(ValRepCache::derivativeMark + std::to_string(id))
 {
 }
 
@@ -232,9 +262,12 @@ EvalNodePtr DiffNode::resolve(const VarEvaluatorPtr& evaluator) const
 ValRepPtr DiffNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
     const EvalNodePtr root = resolve(evaluator);
-    if (root->isZero() && !(flags & numbersWanted))
-        return ValRep::makeNaN();
-    return root->eval(evaluator, cache, flags);
+    return keptValue(key_, var_->getVarName(), evaluator, cache, flags, [&](const ValRepPtr& rep) {
+        if (root->isZero() && !(flags & numbersWanted))
+            rep->setNaN();
+        else
+            rep->reset(root->eval(evaluator, cache, flags), true);
+    });
 }
 
 EvalNodePtr DiffNode::diff(const std::string& var, const VarEvaluatorPtr& evaluator) const

@@ -3,7 +3,7 @@
 #include "errinfo.hpp"
 #include "evalfun.hpp"
 #include "evalprogram_detail.hpp"
-#include "evalrep.hpp"
+#include "evalrep_detail.hpp"
 #include "evalshadow.hpp"
 #include "graphwalk_detail.hpp"
 #include "noderelease_detail.hpp"
@@ -313,6 +313,7 @@ const qxeval::Program* OpNode::program() const
 
 ValRepPtr OpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
+    const EvaluationScope scope(evaluator);
     if (flags & numbersWanted)
         if (const qxeval::Program* const compiled = program()) {
             ValRepPtr value;
@@ -410,13 +411,16 @@ VarNode::~VarNode() = default;
 
 ValRepPtr VarNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
+    const EvaluationScope scope(evaluator);
     auto [found, rep] = cache->getVar(name_, flags);
-    // A NaN is computed again: the attempt before may have had weaker flags.
+    if (ValRepOps::isKnownFailure(*rep, evaluator, flags)) [[unlikely]]
+        return std::move(rep); // with the story that it has
     const bool known = rep->isEvaluated() && !rep->isNaN();
-    if (!known && !compute(found, rep, evaluator, cache, flags))
-        return rep;
-    if ((flags & EvalValues) && (rep->isNaN() || ((flags & EvalNoComplex) && rep->isComplex())))
+    const bool entered = known || compute(found, rep, evaluator, cache, flags);
+    if (entered && (flags & EvalValues) && (rep->isNaN() || ((flags & EvalNoComplex) && rep->isComplex())))
         reportFailure(rep, evaluator, flags);
+    if (rep->isNaN())
+        ValRepOps::rememberFailure(*rep, evaluator, flags);
     return std::move(rep);
 }
 
@@ -427,6 +431,8 @@ __attribute__((noinline)) bool VarNode::compute(bool found, const ValRepPtr& rep
 {
     const RecLimCheck check(evaluator, name_);
     if (check.isError()) {
+        if (rep->isNaN())
+            rep->reset(cache->getEmpty(), true);
         rep->setNaN();
         rep->getErrors()->append(*check.getErrors());
         return false;

@@ -176,6 +176,7 @@ void ValRep::reset(bool scalar, bool complex, unsigned long size)
     zero_ = nan_ = evaluated_ = false;
     nBlocks_ = 0;
     size_ = static_cast<unsigned>(size);
+    attempt_ = Attempt();
     errors_.reset();
 }
 
@@ -228,6 +229,7 @@ void ValRep::reset(const ValRepPtr& other, bool steal)
     if (allocator_ != other->allocator_)
         allocator_ = other->allocator_;
     errors_.swap(errors);
+    attempt_ = Attempt();
     nBlocks_ = hasData ? other->nBlocks_ : 0;
     if (!hasData)
         return;

@@ -5,6 +5,7 @@
 #include "errinfo.hpp"
 #include "evalrep.hpp"
 #include "qxexception.hpp"
+#include "varevaluator.hpp"
 
 #include <atomic>
 #include <boost/make_shared.hpp>
@@ -137,6 +138,19 @@ public:
     static boost::shared_ptr<ErrInfo> copyOf(const boost::shared_ptr<ErrInfo>& errors)
     {
         return errors ? boost::make_shared<ErrInfo>(*errors) : errors;
+    }
+
+    /// Remembers that this evaluation left a NaN in a value that a cache keeps.
+    static void rememberFailure(ValRep& v, const VarEvaluatorPtr& evaluator, unsigned flags)
+    {
+        v.attempt_ = {evaluator->getRecCount()->getMark().stamp(), evaluator->getVersion()->getNumber(), flags};
+    }
+    /// A NaN that this evaluation, with these flags and at this version, has found already.
+    static bool isKnownFailure(const ValRep& v, const VarEvaluatorPtr& evaluator, unsigned flags)
+    {
+        return v.nan_ && v.attempt_.flags == flags &&
+               evaluator->getRecCount()->getMark().isCurrent(v.attempt_.stamp) &&
+               v.attempt_.version == evaluator->getVersion()->getNumber();
     }
 
     static void check(bool condition)

@@ -264,6 +264,7 @@ ValRepPtr EvalTree::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr&
     const EvalNodePtr& root = requireRoot(evaluator);
     if (root->isZero())
         return ValRep::makeZero();
+    const EvaluationScope scope(evaluator);
     ValRepPtr result = root->eval(evaluator, cache, flags);
     addStory(result, flags);
     return result;

@@ -6,6 +6,7 @@
 #include "evalrep.hpp"
 #include "evaltree.hpp"
 #include "qxexception.hpp"
+#include "varevaluator.hpp"
 
 EvalTreeSet::EvalTreeSet(std::vector<EvalTreePtr> trees) : trees_(std::move(trees)) {}
 
@@ -34,6 +35,7 @@ void EvalTreeSet::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& c
                        std::vector<ValRepPtr>& values)
 {
     prepare(evaluator);
+    const EvaluationScope scope(evaluator);
     values.resize(trees_.size());
     for (ValRepPtr& v : values)
         v.reset(); // the arrays of the last call serve this one

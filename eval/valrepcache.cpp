@@ -17,27 +17,50 @@ ValRepCache::ValRepCache(const ArrayAllocatorPtr& allocator) : allocator_(alloca
 
 ValRepCache::~ValRepCache() = default;
 
-std::pair<bool, ValRepPtr> ValRepCache::getVar(const std::string& name, unsigned flags)
+std::pair<bool, ValRepPtr> ValRepCache::Table::get(const std::string& name, unsigned variant,
+                                                   const ArrayAllocatorPtr& allocator)
 {
-    const unsigned variant = flags & EvalVariantMask;
     const QxHashFun hash;
     const QxHashLookup hit =
-        values_.lookupWith(QxHashFun::combine(hash(name), hash(variant)),
-                           [&](const Key& key) { return key.second == variant && key.first == name; });
+        values.lookupWith(QxHashFun::combine(hash(name), hash(variant)),
+                          [&](const Key& key) { return key.second == variant && key.first == name; });
     if (hit) {
-        Kept& kept = values_.at(hit.slot);
+        Kept& kept = values.at(hit.slot);
         if (kept.live)
             return {true, kept.value};
         if (!kept.value)
-            kept.value = ValRep::make(allocator_);
+            kept.value = ValRep::make(allocator);
         kept.live = true;
-        ++live_;
+        ++live;
         return {false, kept.value};
     }
-    ValRepPtr rep = ValRep::make(allocator_);
-    values_.insert(Key(name, variant), Kept{rep, true});
-    ++live_;
+    ValRepPtr rep = ValRep::make(allocator);
+    values.insert(Key(name, variant), Kept{rep, true});
+    ++live;
     return {false, rep};
+}
+
+void ValRepCache::Table::reset(const ArrayAllocatorPtr& allocator)
+{
+    const bool keepValues = live <= tooManyNames;
+    if (values.size() - live > tooManyNames)
+        values.reset();
+    else
+        for (auto& entry : values) {
+            Kept& kept = entry.value;
+            kept.live = false;
+            if (keepValues && kept.value && ValRepOps::isOnlyReference(kept.value))
+                ValRepOps::renew(*kept.value, allocator);
+            else
+                kept.value.reset();
+        }
+    live = 0;
+}
+
+std::pair<bool, ValRepPtr> ValRepCache::getVar(const std::string& name, unsigned flags)
+{
+    Table& table = !name.empty() && name.front() == derivativeMark ? derivatives_ : variables_;
+    return table.get(name, flags & EvalVariantMask, allocator_);
 }
 
 ValRepPtr ValRepCache::getEmpty()
@@ -52,19 +75,8 @@ void ValRepCache::setBVar(const std::string& name)
 
 void ValRepCache::reset()
 {
-    const bool keepValues = live_ <= tooManyNames;
-    if (values_.size() - live_ > tooManyNames)
-        values_.reset();
-    else
-        for (auto& entry : values_) {
-            Kept& kept = entry.value;
-            kept.live = false;
-            if (keepValues && kept.value && ValRepOps::isOnlyReference(kept.value))
-                ValRepOps::renew(*kept.value, allocator_);
-            else
-                kept.value.reset();
-        }
-    live_ = 0;
+    variables_.reset(allocator_);
+    derivatives_.reset(allocator_);
     bVars_.reset();
 }
 
@@ -72,7 +84,7 @@ void ValRepCache::report(std::ostream& out) const
 {
     out << "The following variable names are stored in cache:\n"
         << "=================================================\n";
-    for (const auto& entry : values_)
+    for (const auto& entry : variables_.values)
         if (entry.value.live) {
             const ValRep& value = *entry.value.value;
             out << entry.key.first << "            : " << (value.isScalar() ? "scalar    " : "nonscalar ")

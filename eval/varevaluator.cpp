@@ -7,6 +7,7 @@
 #include "stackroom_detail.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <boost/make_shared.hpp>
 
 namespace {
@@ -27,6 +28,15 @@ unsigned VersionMaster::newKey()
 VersionKey::VersionKey() : master_(boost::make_shared<VersionMaster>()), number_(master_->newKey()) {}
 
 VersionKey::VersionKey(const VersionKeyPtr& other) : master_(other->master_), number_(master_->newKey()) {}
+
+namespace {
+
+/// Where the next mark begins to count: more apart than anyone evaluates.
+std::atomic<std::uint64_t> nextFirstTick{0};
+
+} // namespace
+
+EvaluationMark::EvaluationMark() : tick_(nextFirstTick.fetch_add(std::uint64_t(1) << 40, std::memory_order_relaxed)) {}
 
 RecCount::~RecCount() = default;
 
@@ -69,8 +79,11 @@ RecLimCheck::~RecLimCheck()
 
 void RecLimCheck::leave()
 {
-    if (count_)
-        count_->leave();
+    if (!count_)
+        return;
+    count_->leave();
+    if (count_->getDepth() == 0)
+        count_->getMark().surface();
 }
 
 void RecLimCheck::init(const boost::shared_ptr<RecCount>& count, const std::string& name, const RecVarData& data)
@@ -91,6 +104,8 @@ bool RecLimCheck::isInfiniteLoop() const
 
 void RecLimCheck::setCircular(const std::string& name)
 {
+    if (count_)
+        count_->getMark().meetLimit();
     if (!errors_)
         errors_ = boost::make_shared<ErrInfo>();
     errors_->newLine("varevaluator", __LINE__);

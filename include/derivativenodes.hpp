@@ -29,7 +29,8 @@ private:
     EvalNodes args_;
 };
 
-/// The derivative of a host variable, resolved by VarEvaluator::diff at its first use and again for each version.
+/// The derivative of a host variable, resolved by VarEvaluator::diff at its first use and again for each version. Its value
+/// is computed once in an evaluation: the ValRepCache keeps it under the node's text.
 class QX_API VarDiffNode : public EvalNode
 {
 public:
@@ -49,14 +50,17 @@ public:
 
 private:
     EvalNodePtr resolve(const VarEvaluatorPtr&) const;
+    void compute(const ValRepPtr& rep, const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const;
 
     EvalNodePtr base_;
     const std::string name_;
     const std::string var_;
     const std::string text_;
+    const std::string key_;
 };
 
-/// d(expression,variable) or pd(expression,variable), met by the parser: differentiates itself at its first use.
+/// d(expression,variable) or pd(expression,variable), met by the parser: differentiates itself at its first use. Its value
+/// is computed once in an evaluation: the ValRepCache keeps it under the node's id.
 ///
 /// A second argument that is no variable raises "Can_only_diff_wrt_variables" at that use.
 class QX_API DiffNode : public EvalNode
@@ -66,6 +70,7 @@ public:
     DiffNode(const EvalNodePtr& expr, const EvalNodePtr& var, unsigned mode, unsigned long id);
     ~DiffNode() override;
 
+    /// A complex value under EvalNoComplex becomes a NaN with the line "varcmplx".
     ValRepPtr eval(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const override;
     EvalNodePtr diff(const std::string& var, const VarEvaluatorPtr&) const override;
     DepInfo depends(const std::vector<std::string>& vars, const VarEvaluatorPtr&) const override;
@@ -83,6 +88,7 @@ private:
     EvalNodePtr expr_;
     EvalNodePtr var_;
     const unsigned mode_;
+    const std::string key_;
 };
 
 /// Common part of the four tests: 1 or 0 as values, constant under differentiation.

@@ -247,6 +247,11 @@ private:
 };
 
 /// A named value. The evaluator gives its definition or fills its value; a ValRepCache keeps it for one evaluation.
+///
+/// A NaN is kept too: it is computed again in another evaluation, with other flags or at another version, never at a
+/// second use in the same evaluation. One that was found while the nesting limit or a loop stood may be the fault of the
+/// way that led to it, and is computed again as soon as no variable is being evaluated. So a definition that fails is as
+/// much work as one that succeeds, and a circular one 10000 levels.
 class QX_API VarNode : public EvalNode
 {
 public:

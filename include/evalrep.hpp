@@ -7,6 +7,7 @@
 #include "recycling.hpp"
 
 #include <complex>
+#include <cstdint>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -185,6 +186,14 @@ private:
     friend class CValRepReader;
     friend class ValRepOps;
 
+    /// Which evaluation left a NaN in a value that a cache keeps, at which version and with which flags.
+    struct Attempt
+    {
+        std::uint64_t stamp = 0; // EvaluationMark::stamp; 0: none
+        unsigned version = 0;
+        unsigned flags = 0;
+    };
+
     template <class P>
     using Blocks = std::vector<P, qxeval::Recycling<P>>;
     using DScalars = Blocks<boost::shared_ptr<double>>;
@@ -211,6 +220,7 @@ private:
     bool evaluated_ = false;
     unsigned int size_ = 0;
     unsigned int nBlocks_ = 0;
+    Attempt attempt_;
     ArrayAllocatorPtr allocator_;
     boost::shared_ptr<ErrInfo> errors_;
     DScalars dScalars_;

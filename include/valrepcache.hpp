@@ -12,11 +12,15 @@
 ///
 /// A key is a name with the flag bits of EvalVariantMask, so one name has up to four values. reset() starts the next
 /// pass; names and storage of the last one are kept, so that a pass with the same names and shapes allocates nothing.
+/// Derivatives of definitions are kept beside the variables, under names that begin with derivativeMark.
 /// One object belongs to one thread.
 class QX_API ValRepCache
 {
 public:
     using BVarIterator = QxHashSet<std::string>::const_iterator;
+
+    /// First byte of a key that is no variable's name.
+    static constexpr char derivativeMark = '\0';
 
     /// With an allocator new values lease their arrays from it; it may be null.
     explicit ValRepCache(const ArrayAllocatorPtr& allocator = ArrayAllocatorPtr());
@@ -36,7 +40,7 @@ public:
     const ArrayAllocatorPtr& getAllocator() const { return allocator_; }
     BVarIterator bVarBegin() const { return bVars_.begin(); }
     BVarIterator bVarEnd() const { return bVars_.end(); }
-    /// A listing for diagnosis.
+    /// A listing of the variables for diagnosis.
     void report(std::ostream& out) const;
 
 private:
@@ -48,9 +52,16 @@ private:
         ValRepPtr value;
         bool live = false;
     };
+    struct Table
+    {
+        QxHashMap<Kept, Key> values;
+        unsigned live = 0;
+
+        std::pair<bool, ValRepPtr> get(const std::string& name, unsigned variant, const ArrayAllocatorPtr& allocator);
+        void reset(const ArrayAllocatorPtr& allocator);
+    };
 
     ArrayAllocatorPtr allocator_;
-    QxHashMap<Kept, Key> values_;
-    unsigned live_ = 0;
+    Table variables_, derivatives_;
     QxHashSet<std::string> bVars_;
 };

@@ -40,6 +40,7 @@ public:
     /// Takes a new number: everything filled at the old one is stale.
     void update() { number_ = master_->newKey(); }
     bool operator==(const VersionKey& other) const { return number_ == other.number_; }
+    unsigned getNumber() const { return number_; }
 
 private:
     boost::shared_ptr<VersionMaster> master_;
@@ -59,6 +60,49 @@ struct RecVarData
     }
 };
 
+/// Which evaluation is going on, so that a value that failed is tried once in it and not at every use.
+///
+/// An evaluation begins where nothing is being evaluated yet: with a tree, a set of trees or a node. What fails after the
+/// nesting limit or an infinite loop was met says nothing about the value itself; such a failure counts only until the
+/// check for circular definitions is back at depth 0.
+class QX_API EvaluationMark
+{
+public:
+    EvaluationMark();
+
+    /// False, and nothing is done, inside an evaluation.
+    bool begin()
+    {
+        if (open_)
+            return false;
+        open_ = true;
+        evaluation_ = ++tick_;
+        descent_ = ++tick_;
+        limitMet_ = false;
+        return true;
+    }
+    void end() { open_ = false; }
+
+    void meetLimit() { limitMet_ = true; }
+    /// Back at depth 0.
+    void surface()
+    {
+        if (limitMet_)
+            descent_ = ++tick_;
+        limitMet_ = false;
+    }
+
+    /// What to remember of a failure now, for isCurrent.
+    std::uint64_t stamp() const { return limitMet_ ? descent_ : evaluation_; }
+    /// A failure with this stamp need not be tried again yet.
+    bool isCurrent(std::uint64_t stamp) const { return open_ && (stamp == evaluation_ || stamp == descent_); }
+
+private:
+    std::uint64_t tick_; // no two marks give the same stamp: each counts on from a number of its own
+    std::uint64_t evaluation_ = 0, descent_ = 0;
+    bool open_ = false, limitMet_ = false;
+};
+
 /// The state of the check for circular definitions: how deep variables are nested, which one came first, and whether it
 /// was met again. One object belongs to one thread.
 class QX_API RecCount
@@ -72,6 +116,11 @@ public:
     virtual void leave() = 0;
     virtual int getDepth() const = 0;
     virtual bool isInfiniteLoop() const = 0;
+
+    EvaluationMark& getMark() { return mark_; }
+
+private:
+    EvaluationMark mark_;
 };
 
 /// The working form.
@@ -138,6 +187,24 @@ private:
     RecCount* count_ = nullptr;
     const std::string& name_;
     boost::shared_ptr<ErrInfo> errors_;
+};
+
+/// The scope of an evaluation; one inside another belongs to the outer one.
+class QX_API EvaluationScope
+{
+public:
+    explicit EvaluationScope(const VarEvaluatorPtr& evaluator);
+    ~EvaluationScope()
+    {
+        if (begun_)
+            mark_.end();
+    }
+    EvaluationScope(const EvaluationScope&) = delete;
+    EvaluationScope& operator=(const EvaluationScope&) = delete;
+
+private:
+    EvaluationMark& mark_;
+    const bool begun_;
 };
 
 /// What a host remembers about one call of one of its operators.
@@ -245,3 +312,8 @@ private:
     boost::shared_ptr<ShadowHandler> shadows_;
     std::map<std::string, boost::shared_ptr<OperatorData>> operatorData_;
 };
+
+inline EvaluationScope::EvaluationScope(const VarEvaluatorPtr& evaluator)
+    : mark_(evaluator->getRecCount()->getMark()), begun_(mark_.begin())
+{
+}

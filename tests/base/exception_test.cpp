@@ -1,5 +1,7 @@
 #include "errinfo.hpp"
 #include "qxexception.hpp"
+#include "support/alloc_fault.hpp"
+#include "support/deep_stack.hpp"
 
 #include <gtest/gtest.h>
 
@@ -125,6 +127,46 @@ TEST(ErrInfo, MakesOneEntryALineWithMessageAsIdentifier)
     EXPECT_EQ(e.getArgs(0), (qxbase::ExceptionArgs{{"fun", "sqrt"}}));
     EXPECT_EQ(e.getId(1), "Unexpected_NaN");
     EXPECT_EQ(e.getLine(1), 20);
+}
+
+TEST(ErrInfo, CopiesAreIndependentWhicheverOfThemGrows)
+{
+    ErrInfo first;
+    first.newLine("f", 1);
+    first["message"] = "one";
+    ErrInfo second(first);
+
+    second["message"] = "other";
+    second.newLine("g", 2);
+    first.newLine("h", 3);
+    first["message"] = "three";
+
+    EXPECT_EQ(first.size(), 2u);
+    EXPECT_EQ(first.get(0, "message"), "one");
+    EXPECT_EQ(first.get(1, "message"), "three");
+    EXPECT_EQ(first.getFile(1), "h");
+    EXPECT_EQ(second.get(0, "message"), "other");
+    EXPECT_EQ(second.getFile(1), "g");
+    EXPECT_THROW(second.get(2, "message"), std::out_of_range);
+}
+
+TEST(ErrInfo, OfAnyLengthIsCopiedAtOnceAndEndsOnASmallStack)
+{
+    qxtest::runOnStack(qxtest::javaStack / 4, [] {
+        ErrInfo errors;
+        for (int i = 0; i < 200000; ++i)
+            errors.newLine("f", i);
+
+        const long before = qxtest::allocationCount();
+        ErrInfo copy(errors);
+        EXPECT_EQ(qxtest::allocationCount(), before);
+
+        copy.newLine("g", 0);
+        EXPECT_EQ(copy.size(), 200001u);
+        EXPECT_EQ(errors.size(), 200000u);
+        EXPECT_EQ(copy.getFile(0), "f");
+        EXPECT_EQ(copy.makeException().getLine(199999), 199999);
+    });
 }
 
 TEST(ErrInfo, AppendOfItselfDoublesTheLines)

@@ -49,6 +49,7 @@ public:
     std::map<std::string, int> evaluations;                   ///< how often a basic variable was asked for
     std::function<FunObjPtr(const std::string&, int, const std::vector<std::string>&, const std::vector<int>&)> stringFun;
     bool fails = false; ///< basic variables become NaN
+    long entered = 0;   ///< how often a variable or a derivative was entered: the work of an evaluation in steps
 
     using VarEvaluator::diff;
     using VarEvaluator::depends;
@@ -139,6 +140,12 @@ public:
     {
         const auto found = operators.find(name);
         return found != operators.end() && found->second == nArgs;
+    }
+
+    void initRecLimCheck(RecLimCheck& check, const std::string& name) override
+    {
+        ++entered;
+        VarEvaluator::initRecLimCheck(check, name);
     }
 
 private:

@@ -58,6 +58,34 @@ TEST(ValRepCache, ForgetsValuesAndNamesAtAReset)
     EXPECT_NE(rep, before);
 }
 
+TEST(ValRepCache, KeepsDerivativesBesideTheVariables)
+{
+    const std::string mark(1, ValRepCache::derivativeMark);
+    ValRepCache cache;
+    const ValRepPtr variable = cache.getVar("d(u,x)", 0).second;
+    const ValRepPtr derivative = cache.getVar(mark + "d(u,x)", 0).second;
+    EXPECT_NE(variable, derivative);
+    EXPECT_EQ(cache.getVar(mark + "d(u,x)", 0).second, derivative);
+
+    std::ostringstream listing;
+    cache.report(listing);
+    EXPECT_EQ(listing.str().find(mark), std::string::npos);
+    cache.reset();
+    EXPECT_FALSE(cache.getVar(mark + "d(u,x)", 0).first);
+}
+
+TEST(ValRepCache, CountsNoDerivativesTowardsTheNamesAtWhichValuesAreDropped)
+{
+    ValRepCache cache;
+    const ValRep* const kept = cache.getVar("x", 0).second.get();
+    for (int i = 0; i < 1100; ++i)
+        cache.getVar(std::string(1, ValRepCache::derivativeMark) + std::to_string(i), 0);
+
+    cache.reset();
+
+    EXPECT_EQ(cache.getVar("x", 0).second.get(), kept) << "its object serves the next pass";
+}
+
 TEST(ValRepCache, DropsItsReferencesAtAReset)
 {
     ValRepCache cache;
