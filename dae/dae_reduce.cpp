@@ -89,7 +89,8 @@ void Dae::raiseUnmatched(int line, const std::string& id, Matching& matching, qx
 
 /// Raises unless there are as many equations as unknowns, and each equation can be matched to an unknown of its own
 /// whatever the orders of the derivatives; an equation without unknowns and an unknown without equations make a pair.
-void Dae::checkRegular()
+/// Returns the number of these pairs.
+int Dae::checkRegular()
 {
     const int nUnknowns = qxdae::countUnknowns(vars_);
     const int nEqs = static_cast<int>(eqs_.size());
@@ -98,75 +99,94 @@ void Dae::checkRegular()
     if (nUnknowns != nEqs)
         raiseUnmatched(__LINE__, inconsistent, matching,
                        {{"Variables", std::to_string(nUnknowns)}, {"Equations", std::to_string(nEqs)}});
-    if (matching.size() == nUnknowns)
-        return;
     const auto nEmptyEqs = std::count_if(eqs_.begin(), eqs_.end(), [](const Eq& eq) { return eq.occurrences.empty(); });
+    if (matching.size() == nUnknowns)
+        return 0;
     const auto nEmptyVars = std::count_if(vars_.begin(), vars_.end(), [](const Var& var) {
         return var.isUnknown() && var.order == 0 && var.occurrences.empty();
     });
     if (matching.size() + nEmptyEqs != nUnknowns || nEmptyEqs != nEmptyVars)
-        raiseUnmatched(__LINE__, overDetermined, matching);
+        raiseUnmatched(__LINE__, overDetermined, matching, overDeterminedPart(matching));
+    return static_cast<int>(nEmptyEqs);
 }
 
-/// Finds the derivatives that lose their role, makes new unknowns for them and puts these in their place.
+/// The equations and unknowns that a failed search from an unmatched equation has seen: one equation too many.
+qxbase::ExceptionArgs Dae::overDeterminedPart(Matching& matching) const
+{
+    int start = -1; // an equation without unknowns says little: another one if there is any
+    for (int i = static_cast<int>(eqs_.size()) - 1; i >= 0; --i)
+        if (!matching.isEqMatched(i) && (start < 0 || !eqs_[at(i)].occurrences.empty() || eqs_[at(start)].occurrences.empty()))
+            start = i;
+    matching.removeAllMarks();
+    augmentPath(matching, start);
+    std::vector<int> eqs = matching.getMarkedEqs(), vars = matching.getMarkedVars();
+    std::sort(eqs.begin(), eqs.end());
+    std::sort(vars.begin(), vars.end());
+    TextList equations, variables;
+    for (const int eq : eqs)
+        equations.add(getEq(eq));
+    for (const int var : vars)
+        variables.add(getVarName(var));
+    qxbase::ExceptionArgs args;
+    equations.addTo(args, "Overdetermined_equations");
+    variables.addTo(args, "Overdetermined_variables");
+    return args;
+}
+
+/// Derivatives that lose their role, the new unknowns for them, and the equations with these in their place. Until it is
+/// stored, the Dae knows the new unknowns but has its old equations; the destructor takes them back then.
 class Dae::DummyDerivatives
 {
 public:
-    DummyDerivatives(Dae& dae, const std::vector<std::vector<VarOrder>>& pairs) : dae_(dae), pairs_(pairs) {}
-
-    /// As many as there are equations from nOriginal on; in passes, one at most for each of these equations in each
-    /// pass: its highest derivative that is none yet. False if a pass makes none.
-    bool make(int nOriginal)
+    DummyDerivatives(Dae& dae, const std::vector<VarOrder>& chosen) : dae_(dae), nVars_(dae.vars_.size())
     {
-        struct Choice
-        {
-            std::vector<VarOrder> pairs; // highest derivatives first
-            std::size_t next = 0;
-        };
-        std::vector<Choice> choices;
-        const std::size_t wanted = pairs_.size() - at(nOriginal);
-        for (std::size_t i = at(nOriginal); i < pairs_.size(); ++i)
-            choices.push_back({highestFirst(pairs_[i])});
-        while (made_.size() < wanted) {
-            const std::size_t before = made_.size();
-            for (std::size_t i = 0; i < choices.size() && made_.size() < wanted; ++i) {
-                auto& [pairs, next] = choices[i];
-                while (next < pairs.size() && made_.count(pairs[next]))
-                    ++next;
-                if (next < pairs.size())
-                    makeDummy(pairs[next]);
-            }
-            if (made_.size() == before)
-                return false;
+        for (const VarOrder& pair : chosen)
+            makeDummy(pair);
+    }
+    DummyDerivatives(const DummyDerivatives&) = delete;
+    DummyDerivatives& operator=(const DummyDerivatives&) = delete;
+    ~DummyDerivatives()
+    {
+        if (stored_)
+            return;
+        for (std::size_t i = nVars_; i < dae_.vars_.size(); ++i) {
+            dae_.vars_[i].var->setType(ExprVar::TypeIndependent);
+            dae_.varIndex_.erase(dae_.vars_[i].var.get());
         }
-        return true;
+        dae_.vars_.erase(dae_.vars_.begin() + static_cast<std::ptrdiff_t>(nVars_), dae_.vars_.end());
     }
 
-    void replaceIn(Eq& eq, const std::vector<VarOrder>& pairs) const
+    /// pairs[i]: what occurs in equation i.
+    void replaceAll(const std::vector<std::vector<VarOrder>>& pairs, const qxutil::RunInfo* info)
     {
-        if (!holdsReplaced(pairs))
-            return;
-        auto tree = replaced(*eq.expr);
-        std::vector<VarOrder> left;
-        dae_.getVarOccurrences(*tree, left);
-        // A derivative of a product or the like hides the derivatives of its variables: carry it out first.
-        if (holdsReplaced(left))
-            tree = replaced(*qxdae::simplified(*eq.expr));
-        eq.expr = tree;
+        pairs_ = pairs;
+        for (std::size_t i = 0; i < pairs.size(); ++i) {
+            if (info)
+                info->throwIfCancelled("dae", __LINE__);
+            trees_.push_back(dae_.eqs_[i].expr);
+            if (!holdsReplaced(pairs[i]))
+                continue;
+            trees_[i] = replaced(*trees_[i]);
+            dae_.getVarOccurrences(*trees_[i], pairs_[i]);
+            // A derivative of a product or the like hides the derivatives of its variables: carry it out first.
+            if (holdsReplaced(pairs_[i])) {
+                trees_[i] = replaced(*qxdae::simplified(*dae_.eqs_[i].expr));
+                dae_.getVarOccurrences(*trees_[i], pairs_[i]);
+            }
+        }
+    }
+
+    /// What occurs in each equation now.
+    const std::vector<std::vector<VarOrder>>& getPairs() const { return pairs_; }
+
+    void store()
+    {
+        for (std::size_t i = 0; i < trees_.size(); ++i)
+            dae_.eqs_[i].expr.swap(trees_[i]);
+        stored_ = true;
     }
 
 private:
-    std::vector<VarOrder> highestFirst(std::vector<VarOrder> pairs) const
-    {
-        const auto isOther = [this](const VarOrder& pair) {
-            return pair.second == 0 || !dae_.vars_[at(pair.first)].isUnknown();
-        };
-        pairs.erase(std::remove_if(pairs.begin(), pairs.end(), isOther), pairs.end());
-        std::stable_sort(pairs.begin(), pairs.end(),
-                         [](const VarOrder& a, const VarOrder& b) { return a.second > b.second; });
-        return pairs;
-    }
-
     void makeDummy(const VarOrder& pair)
     {
         const boost::shared_ptr<ExprVar> source = dae_.vars_[at(pair.first)].var;
@@ -193,9 +213,12 @@ private:
     }
 
     Dae& dae_;
-    const std::vector<std::vector<VarOrder>>& pairs_;
+    const std::size_t nVars_;
     std::set<VarOrder> made_;
     ExprVarMap map_;
+    std::vector<boost::shared_ptr<ExprTree>> trees_;
+    std::vector<std::vector<VarOrder>> pairs_;
+    bool stored_ = false;
 };
 
 void Dae::pantelides(qxutil::RunInfo* info)
@@ -215,7 +238,7 @@ void Dae::reduceIndex(qxutil::RunInfo* info)
 
 void Dae::reduce(qxutil::RunInfo* info)
 {
-    checkRegular();
+    const int nFreePairs = checkRegular();
     const int nOriginal = static_cast<int>(eqs_.size());
     TextEquations text(*this);
     qxdae::Pantelides structure(vars_, eqs_, text);
@@ -223,17 +246,35 @@ void Dae::reduce(qxutil::RunInfo* info)
     if (endless >= 0)
         QX_RAISE("dae", "Index_reduction_failed", "Equation", getEq(endless));
 
-    DummyDerivatives dummies(*this, structure.getPairs());
-    if (!dummies.make(nOriginal))
-        QX_RAISE("dae", "Index_reduction_failed", "New_equations", eqs_.size() - at(nOriginal));
-    for (std::size_t i = 0; i < eqs_.size(); ++i) {
-        if (info)
-            info->throwIfCancelled("dae", __LINE__);
-        dummies.replaceIn(eqs_[i], structure.getPairs()[i]);
+    if (!replaceDerivatives(qxdae::chooseHighestOrders(vars_, structure.getPairs(), nOriginal), structure.getPairs(),
+                            nFreePairs, info)) {
+        // Highest orders alone take a derivative that an equation needs, or leave a gap in the orders of a variable.
+        std::vector<VarOrder> matched = structure.getMatchedDerivatives(nOriginal);
+        for (auto& [var, order] : matched)
+            var = findVar(*vars_[at(var)].var);
+        if (!replaceDerivatives(matched, structure.getPairs(), nFreePairs, info))
+            QX_RAISE("dae", "Index_reduction_failed", "New_equations", eqs_.size() - at(nOriginal));
     }
 
     syncVars();
     qxdae::fillOccurrences(vars_, eqs_, text);
+}
+
+/// Puts new unknowns in the place of the chosen derivatives, unless that leaves the system singular in structure or with a
+/// gap in the orders of a variable: false then, and nothing has changed. pairs[i]: what occurs in equation i.
+bool Dae::replaceDerivatives(const std::vector<VarOrder>& chosen, const std::vector<std::vector<VarOrder>>& pairs,
+                             int nFreePairs, qxutil::RunInfo* info)
+{
+    const auto isUnknown = [this](int var) { return vars_[at(var)].isUnknown(); };
+    const std::size_t nNew = eqs_.size() - at(qxdae::countUnknowns(vars_));
+    if (chosen.size() != nNew || !qxdae::areTopOrders(chosen, pairs, isUnknown))
+        return false;
+    DummyDerivatives dummies(*this, chosen);
+    dummies.replaceAll(pairs, info);
+    if (nNew > 0 && qxdae::countHighestMatched(dummies.getPairs(), isUnknown) + nFreePairs < static_cast<int>(eqs_.size()))
+        return false;
+    dummies.store();
+    return true;
 }
 
 void Dae::orderByVariables()

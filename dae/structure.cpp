@@ -6,6 +6,7 @@
 #include "qxrun.hpp"
 
 #include <algorithm>
+#include <set>
 
 namespace qxdae {
 
@@ -243,6 +244,112 @@ bool Pantelides::hasUnknown(int eq) const
     const auto& pairs = pairs_[at(eq)];
     return std::any_of(pairs.begin(), pairs.end(),
                        [this](const Dae::VarOrder& pair) { return vars_[at(pair.first)].isUnknown(); });
+}
+
+std::vector<Dae::VarOrder> Pantelides::getMatchedDerivatives(int nOriginal) const
+{
+    std::vector<Dae::VarOrder> chosen;
+    for (int i = 0; i < nOriginal; ++i) {
+        int last = i;
+        int count = 0;
+        while (eqs_[at(last)].deriv >= nOriginal) { // links to equations that were there before are of an earlier run
+            last = eqs_[at(last)].deriv;
+            ++count;
+        }
+        const int var = matching_.getEqMatch(last);
+        for (int k = 0; var >= 0 && k < count; ++k)
+            chosen.push_back({var, vars_[at(var)].order - k});
+    }
+    return chosen;
+}
+
+std::vector<Dae::VarOrder> chooseHighestOrders(const std::vector<Dae::Var>& vars,
+                                               const std::vector<std::vector<Dae::VarOrder>>& pairs, int nOriginal)
+{
+    struct Candidates
+    {
+        std::vector<Dae::VarOrder> pairs; // highest derivatives first
+        std::size_t next = 0;
+    };
+    const auto highestFirst = [&vars](std::vector<Dae::VarOrder> all) {
+        all.erase(std::remove_if(all.begin(), all.end(),
+                                 [&vars](const Dae::VarOrder& pair) {
+                                     return pair.second == 0 || !vars[at(pair.first)].isUnknown();
+                                 }),
+                  all.end());
+        std::stable_sort(all.begin(), all.end(),
+                         [](const Dae::VarOrder& a, const Dae::VarOrder& b) { return a.second > b.second; });
+        return all;
+    };
+    std::vector<Candidates> equations;
+    for (std::size_t i = at(nOriginal); i < pairs.size(); ++i)
+        equations.push_back({highestFirst(pairs[i])});
+
+    const std::size_t wanted = equations.size();
+    std::vector<Dae::VarOrder> chosen;
+    std::set<Dae::VarOrder> isChosen;
+    for (std::size_t before = wanted; chosen.size() < wanted && chosen.size() != before;) {
+        before = chosen.size();
+        for (auto& [candidates, next] : equations) {
+            while (next < candidates.size() && isChosen.count(candidates[next]))
+                ++next;
+            if (next == candidates.size() || chosen.size() == wanted)
+                continue;
+            chosen.push_back(candidates[next]);
+            isChosen.insert(candidates[next]);
+        }
+    }
+    return chosen;
+}
+
+namespace {
+
+/// The highest order of each variable; -1: it does not occur or is no unknown.
+std::vector<int> highestOrders(const std::vector<std::vector<Dae::VarOrder>>& pairs,
+                               const std::function<bool(int)>& isUnknown)
+{
+    std::vector<int> highest;
+    for (const auto& equation : pairs)
+        for (const auto& [var, order] : equation) {
+            if (at(var) >= highest.size())
+                highest.resize(at(var) + 1, -1);
+            if (isUnknown(var))
+                highest[at(var)] = std::max(highest[at(var)], order);
+        }
+    return highest;
+}
+
+} // namespace
+
+bool areTopOrders(const std::vector<Dae::VarOrder>& chosen, const std::vector<std::vector<Dae::VarOrder>>& pairs,
+                  const std::function<bool(int)>& isUnknown)
+{
+    const std::vector<int> highest = highestOrders(pairs, isUnknown);
+    std::vector<int> count(highest.size(), 0), lowest(highest);
+    for (const auto& [var, order] : chosen) {
+        ++count[at(var)];
+        lowest[at(var)] = std::min(lowest[at(var)], order);
+    }
+    for (std::size_t var = 0; var < highest.size(); ++var)
+        if (count[var] > 0 && lowest[var] != highest[var] - count[var] + 1)
+            return false;
+    return true;
+}
+
+int countHighestMatched(const std::vector<std::vector<Dae::VarOrder>>& pairs, const std::function<bool(int)>& isUnknown)
+{
+    const std::vector<int> highest = highestOrders(pairs, isUnknown);
+    std::vector<Dae::Eq> eqs(pairs.size());
+    for (std::size_t i = 0; i < pairs.size(); ++i)
+        for (const auto& [var, order] : pairs[i])
+            if (order == highest[at(var)])
+                eqs[i].occurrences.push_back(var);
+    Dae::Matching matching(static_cast<int>(highest.size()), static_cast<int>(eqs.size()));
+    for (std::size_t i = 0; i < eqs.size(); ++i) {
+        matching.removeAllMarks();
+        augmentPath(eqs, matching, static_cast<int>(i));
+    }
+    return matching.size();
 }
 
 } // namespace qxdae

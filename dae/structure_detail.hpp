@@ -3,6 +3,7 @@
 #include "dae.hpp"
 
 #include <cstddef>
+#include <functional>
 #include <vector>
 
 namespace qxutil {
@@ -57,6 +58,10 @@ public:
     int run(qxutil::RunInfo* info);
     /// Occurrences of each equation as last reported.
     const std::vector<std::vector<Dae::VarOrder>>& getPairs() const { return pairs_; }
+    /// For each equation differentiated c times, in order: the c top orders of the variable that its last derivative is
+    /// matched to, highest first, as (any entry of the variable, order). Equations that are matched to nothing add none.
+    /// Each variable keeps as many orders as the smallest offsets leave it, without a gap.
+    std::vector<Dae::VarOrder> getMatchedDerivatives(int nOriginal) const;
 
 private:
     bool matchOrDifferentiate(int eq, qxutil::RunInfo* info);
@@ -80,5 +85,18 @@ private:
     std::vector<std::vector<Dae::VarOrder>> pairs_;
     std::vector<Dae::VarOrder> found_;
 };
+
+/// As many derivatives as there are equations from nOriginal on, fewer if there are no more. In passes, one at most for each
+/// of these equations in each pass: its derivative of the highest order that is not chosen yet, among equals the one of
+/// the variable that was added first. pairs[i]: what occurs in equation i.
+std::vector<Dae::VarOrder> chooseHighestOrders(const std::vector<Dae::Var>& vars,
+                                               const std::vector<std::vector<Dae::VarOrder>>& pairs, int nOriginal);
+
+/// Whether the chosen derivatives of each unknown are its highest ones, without a gap.
+bool areTopOrders(const std::vector<Dae::VarOrder>& chosen, const std::vector<std::vector<Dae::VarOrder>>& pairs,
+                  const std::function<bool(int)>& isUnknown);
+
+/// How many equations can be matched to the highest derivatives of unknowns.
+int countHighestMatched(const std::vector<std::vector<Dae::VarOrder>>& pairs, const std::function<bool(int)>& isUnknown);
 
 } // namespace qxdae

@@ -23,18 +23,27 @@ class RunInfo;
 /// An unknown may occur with derivatives in time of any order. `reduceIndex` differentiates those equations whose highest
 /// derivatives cannot all be solved for, until each equation can be matched to a highest derivative of its own, and puts
 /// new unknowns, the dummy derivatives, in the place of as many derivatives as there are new equations. What comes out has
-/// as many equations as unknowns and index one at most in structure, unless the right values of the numbers in it make a
-/// structurally sound system singular: nothing here looks at values.
+/// as many equations as unknowns and index one at most in structure: its highest derivatives can be matched to all
+/// equations, and the dummies of each variable are its top orders, without a gap, so that the orders that are left are the
+/// number of initial values. The values of the numbers in it may still make a structurally sound system singular: nothing
+/// here looks at values.
 ///
 /// Which derivatives become dummies is decided by order first and then by the order of `addVar`: of two derivatives of
 /// the same order the one of the variable that was added first goes. Add first what is to be computed from the
-/// constraints, last what is to be integrated.
+/// constraints, last what is to be integrated. Where that choice would leave the system singular or with a gap, the
+/// matching decides instead: of an equation differentiated c times, the c top orders of the variable that its last
+/// derivative is matched to.
 ///
 /// Usual order of calls: `addVar` and `addEq` in any order, `reduceIndex`, `simplify` if wanted, then reading. A call that
 /// fails or is cancelled leaves variables and equations as they were.
 ///
 /// Names that occur in equations but were not added are constant parameters; the time is known by its name.
+/// A given function (second flag of `addVar`) has the time derivative 0, also where a constraint that holds it is
+/// differentiated. If its derivatives matter, add it as an unknown that is not matched (third flag): its derivatives then
+/// stay in the equations as derivatives, for the host to give. With x' = y and x = f: f given becomes x_dummy1 = 0, f
+/// excluded x_dummy1 = f'.
 /// Fails: qxbase::Exception with the source "dae" and what the reading and differentiation of expressions raise.
+/// std::bad_alloc passes through; no identifier stands for it.
 /// Threads: belongs to one thread. Cost: linear in the text of the equations, before and after, as long as the searches
 /// for augmenting paths stay short; see dae/README.md.
 /// Source: Pantelides, SIAM J. Sci. Stat. Comput. 9 (1988) 213-231; Mattsson and Soderlind, SIAM J. Sci. Comput. 14
@@ -57,7 +66,7 @@ public:
 
     /// Adds a variable and returns its index. The first of the three flags that is true decides what it is: a constant
     /// with a value, a function given from outside (its time derivative is taken as 0), an unknown that is never
-    /// matched. With none it is an unknown. A name added twice names the first entry.
+    /// matched, whose derivatives stay. With none it is an unknown. A name added twice names the first entry.
     int addVar(const std::string& name, bool isConstant = false, bool isFunction = false, bool isExcluded = false,
                double value = 0.0);
     /// Adds the equation text = 0, given as prefix text (see ExprImpl::InfixParser); "(DIFF) x t" is x'. Raises what the
@@ -74,7 +83,8 @@ public:
     ///   "Index_reduction_failed" with "Equation": its differentiation does not end; with "New_equations": there are not
     ///   as many derivatives that could be replaced in them.
     /// The first two also have "Unmatched_equations" and "Unmatched_variables" where there are any: texts and names,
-    /// separated by "; ", ten at most.
+    /// separated by "; ", ten at most. The second has "Overdetermined_equations" and "Overdetermined_variables" too: such a
+    /// part, with one equation more than unknowns in it.
     void reduceIndex(qxutil::RunInfo* info = nullptr);
     /// The first part of reduceIndex: everything but the new order. May be called again on what it gave.
     void pantelides(qxutil::RunInfo* info = nullptr);
@@ -134,7 +144,10 @@ private:
     class Simplification;
 
     void reduce(qxutil::RunInfo* info);
-    void checkRegular();
+    int checkRegular();
+    qxbase::ExceptionArgs overDeterminedPart(Matching& matching) const;
+    bool replaceDerivatives(const std::vector<VarOrder>& chosen, const std::vector<std::vector<VarOrder>>& pairs,
+                            int nFreePairs, qxutil::RunInfo* info);
     void orderByVariables();
     [[noreturn]] void raiseUnmatched(int line, const std::string& id, Matching& matching,
                                      qxbase::ExceptionArgs args = {}) const;

@@ -1,4 +1,5 @@
 // Index reduction of whole systems.
+#include "curves.hpp"
 #include "dae.hpp"
 #include "exprtree.hpp"
 #include "jet.hpp"
@@ -22,6 +23,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
 using testing::UnorderedElementsAre;
+using qxtest::Curves;
 using qxtest::Jet;
 using qxtest::makeDae;
 using qxtest::System;
@@ -81,46 +83,6 @@ qxbase::Exception refusal(Dae& dae)
     ADD_FAILURE() << "nothing raised";
     return qxbase::Exception();
 }
-
-/// Random smooth functions of time for all names, away from 0; a dummy is the derivative that it stands for.
-class Curves
-{
-public:
-    explicit Curves(unsigned seed) : random_(seed) {}
-
-    Jet operator()(const std::string& name)
-    {
-        if (name == "t")
-            return time_;
-        const std::size_t dummy = name.find("_dummy");
-        if (dummy != std::string::npos) {
-            Jet jet = (*this)(name.substr(0, dummy));
-            for (int k = std::stoi(name.substr(dummy + 6)); k > 0; --k)
-                jet = timeDerivative(jet);
-            return jet;
-        }
-        const auto [found, isNew] = jets_.insert({name, Jet()});
-        if (isNew)
-            for (int k = 0; k < Jet::n; ++k)
-                found->second.c[k] = k == 0 ? std::uniform_real_distribution<>(0.7, 1.6)(random_)
-                                            : std::uniform_real_distribution<>(-0.5, 0.5)(random_);
-        return found->second;
-    }
-
-    void makeConstant(const std::string& name)
-    {
-        jets_[name] = Jet::constant(std::uniform_real_distribution<>(0.7, 1.6)(random_));
-    }
-
-private:
-    std::mt19937 random_;
-    std::map<std::string, Jet> jets_;
-    Jet time_ = [] {
-        Jet t = Jet::constant(0.4);
-        t.c[1] = 1.0;
-        return t;
-    }();
-};
 
 class ReducedSystem : public testing::TestWithParam<System>
 {
@@ -314,7 +276,8 @@ TEST(ReduceIndex, TwoEquationsForOneOfTwoUnknownsAreRefused)
 
     EXPECT_EQ(e.getFile(0), "dae");
     EXPECT_EQ(e.getId(), overDetermined);
-    EXPECT_THAT(e.getArgs(0), ElementsAre(Pair("Unmatched_equations", "x-2"), Pair("Unmatched_variables", "y")));
+    EXPECT_THAT(e.getArgs(0), ElementsAre(Pair("Overdetermined_equations", "x-1; x-2"), Pair("Overdetermined_variables", "x"),
+                                         Pair("Unmatched_equations", "x-2"), Pair("Unmatched_variables", "y")));
 }
 
 TEST(ReduceIndex, OverDeterminedPartIsRefusedThoughTheCountsAgreeAndNothingIsEmpty)
@@ -324,7 +287,20 @@ TEST(ReduceIndex, OverDeterminedPartIsRefusedThoughTheCountsAgreeAndNothingIsEmp
     const qxbase::Exception e = refusal(*dae);
 
     EXPECT_EQ(e.getId(), overDetermined);
-    EXPECT_THAT(e.getArgs(0), ElementsAre(Pair("Unmatched_equations", "xt-2"), Pair("Unmatched_variables", "z")));
+    EXPECT_THAT(e.getArgs(0), ElementsAre(Pair("Overdetermined_equations", "x-1; xt-2"), Pair("Overdetermined_variables", "x"),
+                                         Pair("Unmatched_equations", "xt-2"), Pair("Unmatched_variables", "z")));
+}
+
+TEST(ReduceIndex, RefusalNamesTheWholeOverDeterminedPartAndNothingElse)
+{
+    // Three equations share a and b; the chain over c and d, and e, which nothing determines, have no part in it.
+    const auto dae = makeDae({"a", "b", "c", "d", "e"}, {"a+b", "c+d", "a-b", "d-1", "d(a,t)*b-2"});
+
+    const qxbase::Exception e = refusal(*dae);
+
+    EXPECT_EQ(e.getId(), overDetermined);
+    EXPECT_THAT(e.getArgs(0), testing::IsSupersetOf({Pair("Overdetermined_equations", "a+b; a-b; at*b-2"),
+                                                     Pair("Overdetermined_variables", "a; b")}));
 }
 
 TEST(ReduceIndex, LongListsOfTheUnmatchedAreCutAfterTen)

@@ -1,6 +1,7 @@
 // Pantelides' algorithm on plain tables, compared with the signature matrix method, which looks at the problem as an
 // assignment of orders (Pryce, BIT 41 (2001) 364-394).
 #include "dae/structure_detail.hpp"
+#include "offsets.hpp"
 #include "qxexception.hpp"
 #include "qxrun.hpp"
 
@@ -9,14 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <map>
-#include <numeric>
-#include <optional>
 #include <random>
 
 namespace {
 
-using Row = std::vector<Dae::VarOrder>;
+using qxtest::Row;
+using qxtest::signatureOffsets;
 
 /// Equations that are known by the highest order of each variable in them only.
 class TableEquations : public qxdae::Equations
@@ -67,54 +66,6 @@ Outcome reduce(const std::vector<Row>& rows, int nVars)
         out.highest.push_back(out.vars[last].order);
     }
     return out;
-}
-
-/// The smallest c, d >= 0 with d_j - c_i >= sigma_ij everywhere and equality along a transversal of largest sum, found
-/// by trying all; none if there is no transversal.
-struct Offsets
-{
-    std::vector<int> c, d;
-};
-
-std::optional<Offsets> signatureOffsets(const std::vector<Row>& rows)
-{
-    const int n = static_cast<int>(rows.size());
-    std::vector<std::map<int, int>> sigma(n);
-    for (int i = 0; i < n; ++i)
-        for (const auto& [var, order] : rows[i])
-            sigma[i][var] = std::max(order, sigma[i].count(var) ? sigma[i][var] : 0);
-    std::vector<int> columns(n), best;
-    std::iota(columns.begin(), columns.end(), 0);
-    int bestSum = -1;
-    do {
-        int sum = 0;
-        bool complete = true;
-        for (int i = 0; i < n && complete; ++i) {
-            const auto entry = sigma[i].find(columns[i]);
-            complete = entry != sigma[i].end();
-            if (complete)
-                sum += entry->second;
-        }
-        if (complete && sum > bestSum) {
-            bestSum = sum;
-            best = columns;
-        }
-    } while (std::next_permutation(columns.begin(), columns.end()));
-    if (best.empty())
-        return std::nullopt;
-    Offsets o{std::vector<int>(n, 0), std::vector<int>(n, 0)};
-    for (bool changed = true; changed;) {
-        changed = false;
-        for (int i = 0; i < n; ++i)
-            for (const auto& [j, order] : sigma[i])
-                if (o.d[j] < order + o.c[i]) {
-                    o.d[j] = order + o.c[i];
-                    changed = true;
-                }
-        for (int i = 0; i < n; ++i)
-            o.c[i] = o.d[best[i]] - sigma[i][best[i]];
-    }
-    return o;
 }
 
 } // namespace
