@@ -37,7 +37,7 @@ public:
     using AxesPtr = boost::shared_ptr<const Axes>;
     using ValuesPtr = boost::shared_ptr<const std::vector<double>>;
 
-    enum ExtMethod { ExtDefault = 0, ExtValue = 1, ExtEnd = 2, ExtContinue = 3, ExtLine = 4 };
+    enum ExtMethod : int { ExtDefault = 0, ExtValue = 1, ExtEnd = 2, ExtContinue = 3, ExtLine = 4 };
 
     virtual ~Interpolator();
 
