@@ -14,8 +14,9 @@ protected:
         qxoptim::initializeOptim();
         OptimState::setLibraryPath(QX_RECORDING_FOLDER);
         OptimState::loadLib();
-        const auto find = reinterpret_cast<recording::ScriptFunction*>(
-            OptimState::getOptlib()->getSymbolAddress("recordingScript"));
+        library = OptimState::getOptlib();
+        const auto find =
+            reinterpret_cast<recording::ScriptFunction*>(library->getSymbolAddress("recordingScript"));
         script = find();
         *script = recording::Script();
     }
@@ -35,5 +36,6 @@ protected:
         return found;
     }
 
+    boost::shared_ptr<qxbase::QxLib> library; ///< keeps the script in memory whatever a test opens
     recording::Script* script;
 };
