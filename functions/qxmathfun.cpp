@@ -21,12 +21,6 @@ double number(qxkernels::Unary K::*kernel, double x)
     return x;
 }
 
-double number(qxkernels::BinaryLoop K::*kernel, double x, double y)
-{
-    (kernels().*kernel)(&x, &x, &y, qxkernels::kXScalar | qxkernels::kYScalar, 1);
-    return x;
-}
-
 /// The value of a special function that has one everywhere: limits and NaN are results.
 template <class T, class F>
 T valueOf(F function, const T& x)
@@ -53,23 +47,6 @@ Complex besselOrRaise(BesselKind kind, double nu, const Complex& z)
 }
 
 } // namespace
-
-double acosDouble(double x) { return number(&K::Acos, x); }
-double asinDouble(double x) { return number(&K::Asin, x); }
-double atan(double x) { return number(&K::Atan, x); }
-double atan2(double y, double x) { return number(&K::Atan2, y, x); }
-double cos(double x) { return number(&K::Cos, x); }
-double cosh(double x) { return number(&K::Cosh, x); }
-double exp(double x) { return number(&K::Exp, x); }
-double log2Double(double x) { return number(&K::Log2, x); }
-double log10Double(double x) { return number(&K::Log10, x); }
-double logDouble(double x) { return number(&K::Log, x); }
-double mod(double x, double y) { return number(&K::Mod, x, y); }
-double sin(double x) { return number(&K::Sin, x); }
-double sinh(double x) { return number(&K::Sinh, x); }
-double sqrtDouble(double x) { return number(&K::Sqrt, x); }
-double tan(double x) { return number(&K::Tan, x); }
-double tanh(double x) { return number(&K::Tanh, x); }
 
 int besselStatus(BesselKind kind, double nu, const Complex& z, Complex& result)
 {

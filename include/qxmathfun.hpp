@@ -1,30 +1,12 @@
 #pragma once
 
 #include "qxexport.hpp"
+#include "qxreal.hpp"
 
 #include <complex>
 
-/// Scalar mathematics: the plain real functions with the bits of the expression language's array forms, and checked
-/// wrappers around the special functions. Threads: all may be called on any thread at once.
+/// Scalar mathematics: checked wrappers around the special functions, beside the plain real ones of qxreal.hpp. Threads: all may be called on any thread at once.
 namespace qxmath {
-
-// Real functions; NaN where there is no real value. Accuracy as stated at the function objects.
-QX_API double acosDouble(double x);
-QX_API double asinDouble(double x);
-QX_API double atan(double x);
-QX_API double atan2(double y, double x);
-QX_API double cos(double x);
-QX_API double cosh(double x);
-QX_API double exp(double x);
-QX_API double log2Double(double x);
-QX_API double log10Double(double x);
-QX_API double logDouble(double x);
-QX_API double mod(double x, double y);
-QX_API double sin(double x);
-QX_API double sinh(double x);
-QX_API double sqrtDouble(double x);
-QX_API double tan(double x);
-QX_API double tanh(double x);
 
 /// Which Bessel function: J, Y (first and second kind), I, K (modified).
 enum class BesselKind { J = 0, Y = 1, I = 2, K = 3 };

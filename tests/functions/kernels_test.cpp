@@ -1,6 +1,8 @@
 // The vector units against each other: which processor computes must not show in the results.
 
+#include "base/qxreal_detail.hpp"
 #include "functions/kernels_detail.hpp"
+#include "qxreal.hpp"
 #include "tests/functions/fun_support.hpp"
 
 #include <gtest/gtest.h>
@@ -45,6 +47,50 @@ std::string firstDifference(const std::vector<double>& a, const std::vector<doub
         if (!same(a[i], b[i]))
             return "number " + std::to_string(i) + ": " + std::to_string(a[i]) + " and " + std::to_string(b[i]);
     return "";
+}
+
+TEST(SingleNumbers, HaveTheBitsOfTheArrayForms)
+{
+    using F = double (*)(double);
+    const KernelTable& k = kernels();
+    const std::vector<std::pair<F, Unary>> functions{
+        {qxmath::exp, k.Exp}, {qxmath::logDouble, k.Log}, {qxmath::log10Double, k.Log10}, {qxmath::log2Double, k.Log2},
+        {qxmath::sin, k.Sin}, {qxmath::cos, k.Cos}, {qxmath::tan, k.Tan}, {qxmath::asinDouble, k.Asin},
+        {qxmath::acosDouble, k.Acos}, {qxmath::atan, k.Atan}, {qxmath::sinh, k.Sinh}, {qxmath::cosh, k.Cosh},
+        {qxmath::tanh, k.Tanh}, {qxmath::sqrtDouble, k.Sqrt}};
+    const std::vector<double> x = numbers(7000, 5), y = numbers(7000, 6);
+
+    std::vector<double> array(x.size()), single(x.size());
+    for (std::size_t f = 0; f < functions.size(); ++f) {
+        functions[f].second.real(array.data(), x.data(), x.size());
+        for (std::size_t i = 0; i < x.size(); ++i)
+            single[i] = functions[f].first(x[i]);
+        EXPECT_EQ(firstDifference(single, array), "") << "function " << f;
+    }
+    using G = double (*)(double, double);
+    for (const auto& [g, kernel] : {std::pair<G, BinaryLoop>(qxmath::atan2, k.Atan2), {qxmath::mod, k.Mod}}) {
+        kernel(array.data(), x.data(), y.data(), 0, x.size());
+        for (std::size_t i = 0; i < x.size(); ++i)
+            single[i] = g(x[i], y[i]);
+        EXPECT_EQ(firstDifference(single, array), "");
+    }
+}
+
+TEST(SingleNumbers, WithoutFmaAgreeWithThePortableArrays)
+{
+    const KernelTable& k = *kernelsOf(Unit::Portable);
+    const qxmath::RealFunctions& f = qxmath::portableFunctions;
+    const std::vector<std::pair<double (*)(double), Unary>> functions{
+        {f.exp, k.Exp}, {f.log, k.Log}, {f.sin, k.Sin}, {f.sinh, k.Sinh}, {f.cosh, k.Cosh}, {f.tanh, k.Tanh}};
+    const std::vector<double> x = numbers(2000, 7);
+
+    std::vector<double> array(x.size()), single(x.size());
+    for (std::size_t i = 0; i < functions.size(); ++i) {
+        functions[i].second.real(array.data(), x.data(), x.size());
+        for (std::size_t j = 0; j < x.size(); ++j)
+            single[j] = functions[i].first(x[j]);
+        EXPECT_EQ(firstDifference(single, array), "") << "function " << i;
+    }
 }
 
 class VectorUnit : public testing::TestWithParam<Unit>

@@ -1,0 +1,2 @@
+#define QX_REAL_TABLE portableFunctions
+#include "base/qxreal_unit_detail.hpp"

@@ -1,7 +1,0 @@
-#include "qxversion.hpp"
-
-namespace qxkernel {
-
-const char* version() { return QX_VERSION; }
-
-} // namespace qxkernel
