@@ -2,11 +2,11 @@
 .PHONY: demo check bench docs install python
 
 demo:
-	tools/bootstrap demo
+	tools/bootstrap
 	tools/demo
 
 check:
-	tools/bootstrap check $(if $(CI),ci)
+	tools/bootstrap
 	tools/check
 
 bench:
@@ -15,14 +15,13 @@ bench:
 
 docs:
 	tools/bootstrap docs
-	mkdir -p build
 	doxygen docs/Doxyfile
 
 install:
-	tools/bootstrap install
+	tools/bootstrap
 	cmake --preset release
-	cmake --build --preset release --target qx_installed
-	cmake --install build/release $(if $(PREFIX),--prefix "$(PREFIX)")
+	cmake --build --preset release
+	cmake --install build/release $(if $(PREFIX),--prefix $(PREFIX))
 
 python:
 	tools/bootstrap python

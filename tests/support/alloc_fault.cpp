@@ -1,5 +1,4 @@
 #include "support/alloc_fault.hpp"
-#include "support/guard_pages.hpp"
 
 #include <atomic>
 #include <cstddef>
@@ -30,9 +29,7 @@ void* take(std::size_t size, std::size_t alignment)
         return nullptr;
     if (size == 0)
         size = 1;
-    void* block = qxtest::takeGuarded(size);
-    if (!block)
-        block = alignment > alignof(std::max_align_t)
+    void* block = alignment > alignof(std::max_align_t)
                       ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
                       : std::malloc(size);
     if (block)
@@ -52,10 +49,7 @@ void give(void* block) noexcept
     if (!block)
         return;
     live.fetch_sub(1, std::memory_order_relaxed);
-    if (qxtest::isGuarded(block))
-        qxtest::giveGuarded(block);
-    else
-        std::free(block);
+    std::free(block);
 }
 
 } // namespace

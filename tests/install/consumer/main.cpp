@@ -2,7 +2,6 @@
 #include <qxexception.hpp>
 #include <qxhash.hpp>
 #include <qxnumber.hpp>
-#include <qxversion.hpp>
 
 #include <cstdio>
 #include <string>
@@ -20,6 +19,6 @@ int main()
         raises = e.getId() == "Text_is_not_a_number";
     }
 
-    std::printf("%s reads: %d, raises: %d\n", qxkernel::version(), reads, raises);
+    std::printf("reads: %d, raises: %d\n", reads, raises);
     return reads && raises ? 0 : 1;
 }
