@@ -2,11 +2,11 @@
 .PHONY: demo check bench docs install python
 
 demo:
-	tools/bootstrap
+	tools/bootstrap demo
 	tools/demo
 
 check:
-	tools/bootstrap
+	tools/bootstrap check $(if $(CI),ci)
 	tools/check
 
 bench:
@@ -15,13 +15,14 @@ bench:
 
 docs:
 	tools/bootstrap docs
+	mkdir -p build
 	doxygen docs/Doxyfile
 
 install:
-	tools/bootstrap
+	tools/bootstrap install
 	cmake --preset release
-	cmake --build --preset release
-	cmake --install build/release $(if $(PREFIX),--prefix $(PREFIX))
+	cmake --build --preset release --target qx_installed
+	cmake --install build/release $(if $(PREFIX),--prefix "$(PREFIX)")
 
 python:
 	tools/bootstrap python

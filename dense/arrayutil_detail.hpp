@@ -6,6 +6,7 @@
 #include "dense/lapack_detail.hpp"
 #include "qxnumber.hpp"
 
+#include <algorithm>
 #include <climits>
 #include <string_view>
 
@@ -47,7 +48,7 @@ inline int workSize(const cplx& answer) { return workSize(answer.real()); }
 /// lwork = workQuery; the array is allocated before the first of them does its work, so that a failure changes nothing.
 constexpr int workQuery = -1;
 template <class T, class... Calls>
-void withWorkspace(Calls... calls)
+void withSpareWorkspace(int spare, Calls... calls)
 {
     int size = 1;
     const auto ask = [&size](auto& call) {
@@ -56,9 +57,45 @@ void withWorkspace(Calls... calls)
         size = std::max(size, workSize(answer));
     };
     (ask(calls), ...);
-    Array<T, 1> work(size);
+    Array<T, 1> work(static_cast<unsigned long>(size) + static_cast<unsigned long>(spare));
     (calls(work.data(), size), ...);
 }
+template <class T, class... Calls>
+void withWorkspace(Calls... calls)
+{
+    withSpareWorkspace<T>(0, calls...);
+}
+
+/// An array as routines take it that reduce a matrix to bidiagonal form. There the product of a complex matrix with a row
+/// reads the row's next element behind its end where BLAS has the defect of OpenBLAS before 0.3.22: a column behind the
+/// array. Complex arrays are therefore copies with one column more, O(m n) beside O(m n^2); real ones are lent.
+template <class T, int N>
+class WithSpareColumn
+{
+public:
+    explicit WithSpareColumn(Array<T, N>& A) : original_(A)
+    {
+        if (copies && A.size() != 0) {
+            copy_.resize(A.extent(0), A.size() / A.extent(0) + 1);
+            std::copy_n(A.data(), A.size(), copy_.data());
+            std::fill(copy_.data() + A.size(), copy_.end(), T(0));
+        }
+    }
+    T* data() { return copies && original_.size() != 0 ? copy_.data() : original_.data(); }
+    /// What the routine left goes to the original.
+    void giveBack()
+    {
+        if (copies)
+            std::copy_n(copy_.data(), original_.size(), original_.data());
+    }
+    /// Elements that work arrays need behind their end for the same reason.
+    static int spare(int m, int n) { return copies ? std::max(m, n) : 0; }
+
+private:
+    static constexpr bool copies = std::is_same_v<T, cplx>;
+    Array<T, N>& original_;
+    Array<T, 2> copy_;
+};
 
 /// Work array that complex routines want beside the complex one.
 template <class T>

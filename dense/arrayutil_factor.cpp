@@ -111,11 +111,15 @@ int svd(const char* jobu, const char* jobvt, Array<T, 2>& A, Array<T, 2>& U, Arr
         return 0;
     }
     Array<double, 1> rwork = realWork<T>(5 * k);
+    WithSpareColumn a(A), u(U), vt(VT);
     int info = 0;
-    withWorkspace<T>([&](T* work, int lwork) {
-        Lapack<T>::gesvd(jobu, jobvt, &m, &n, A.data(), &lda, s.data(), U.data(), &ldu, VT.data(), &ldvt, work, &lwork,
+    withSpareWorkspace<T>(a.spare(m, n), [&](T* work, int lwork) {
+        Lapack<T>::gesvd(jobu, jobvt, &m, &n, a.data(), &lda, s.data(), u.data(), &ldu, vt.data(), &ldvt, work, &lwork,
                          rwork.data(), &info);
     });
+    a.giveBack();
+    u.giveBack();
+    vt.giveBack();
     return judge(info, flags, svdFailed);
 }
 

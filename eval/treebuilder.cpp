@@ -1,5 +1,6 @@
 #include "treebuilder_detail.hpp"
 
+#include "array.hpp"
 #include "callback.hpp"
 #include "evalnodes.hpp"
 #include "exprimpl.hpp"
@@ -9,6 +10,7 @@
 #include "varevaluator.hpp"
 
 #include <algorithm>
+#include <boost/make_shared.hpp>
 
 namespace qxeval {
 
@@ -179,7 +181,22 @@ private:
         const FunObjPtr f = evaluator_->getStringFun(name, static_cast<int>(args.size()), strings, positions);
         if (!others.empty())
             return maker_.makeOpNode(f, others);
-        return maker_.makeConstNode(Callback::evalText(name, strings)); // an external function of texts is called at once
+        return maker_.makeConstNode(callOutside(name, strings));
+    }
+
+    /// A function of texts alone is called at once; the result is one complex number.
+    static std::complex<double> callOutside(const std::string& name, const std::vector<std::string>& texts)
+    {
+        Callback::Args args;
+        for (const std::string& text : texts) {
+            const auto bytes = boost::make_shared<Array<char, 1>>(text.size());
+            std::copy(text.begin(), text.end(), bytes->begin());
+            args.push_back(boost::make_shared<Callback::Char>(bytes));
+        }
+        const auto result = boost::make_shared<Array<std::complex<double>, 1>>(1);
+        (*result)[0] = 0.0;
+        Callback::requireSuccess(name, Callback::evalMat(name, args, {boost::make_shared<Callback::DCmplx>(result)}));
+        return (*result)[0];
     }
 
     const std::string& text_;

@@ -13,7 +13,12 @@
 
 namespace qxarray_detail {
 
-/// First element count that is refused: a block must stay below 2^32 bytes.
+/// Elements behind the end that a block has room for: matrix-vector products of some BLAS libraries read one complex
+/// number too many. Nobody uses what is there.
+template <class T>
+constexpr std::uint32_t spareElements = std::is_same_v<T, std::complex<double>> ? 1 : 0;
+
+/// First element count that is refused, spare ones included: a block must stay below 2^32 bytes.
 template <class T>
 constexpr std::uint64_t elementLimit() { return 0xffffffffULL / sizeof(T); }
 
@@ -36,7 +41,7 @@ inline void adviseHugePages(void* block, std::size_t bytes)
 ///
 /// T is double, std::complex<double>, int, long, unsigned long, char or bool. New elements are not initialised (complex
 /// ones are zero by their constructor; do not rely on it). A request whose element count times sizeof(T) reaches
-/// 2^32 - 1 bytes, or whose product of extents reaches 4294967295, throws std::bad_alloc and leaves extents and capacity
+/// 2^32 - 1 bytes (one element less for complex numbers, whose blocks have 16 spare bytes behind them), or whose product of extents reaches 4294967295, throws std::bad_alloc and leaves extents and capacity
 /// 0, stride 1 and the data pointer null. There is no growth slack: the capacity is the count asked for last.
 ///
 /// Ownership: the block is the array's own. Copies are deep, over the whole capacity. Threads: as for a plain value.
@@ -178,7 +183,7 @@ private:
         double product = 1.0;
         for (unsigned long e : extents)
             product *= static_cast<double>(e);
-        const bool tooMany = product >= static_cast<double>(qxarray_detail::elementLimit<T>());
+        const bool tooMany = product + spare >= static_cast<double>(qxarray_detail::elementLimit<T>());
         if (tooMany || (N > 1 && product >= 4294967295.0)) {
             discard();
             throw std::bad_alloc();
@@ -202,7 +207,8 @@ private:
 
     // On a cache line, which the widest vector loads need to be fast.
     static constexpr std::align_val_t kAlignment{64};
-    static T* newBlock(std::uint32_t n) { return new (kAlignment) T[n]; }
+    static constexpr std::uint32_t spare = qxarray_detail::spareElements<T>;
+    static T* newBlock(std::uint32_t n) { return new (kAlignment) T[n == 0 ? 0 : n + spare]; }
     static void deleteBlock(T* block) noexcept
     {
         static_assert(std::is_trivially_destructible_v<T>);

@@ -1,8 +1,464 @@
 #include "callback.hpp"
 
-#include "qxexception.hpp"
+#include "jbridge/callback_detail.hpp"
 
-std::complex<double> Callback::evalText(const std::string& name, const std::vector<std::string>&)
+#include "base/qxjni_detail.hpp"
+#include "qxexception.hpp"
+#include "qxjni.hpp"
+
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <limits>
+#include <new>
+#include <stdexcept>
+
+using qxbase::LocalRef;
+using Complex = std::complex<double>;
+
+namespace {
+
+constinit qxbase::StaticMethod solverEvent("com/quorix/solver/SolverCallback", "eval", "(I)V");
+constinit qxbase::StaticMethod matlabFunction("com/quorix/server/MatlabEvaluator", "evalMat", "(Ljava/lang/String;[D[D)I");
+
+constexpr const char* internalError = "Internal_error_callback";
+
+/// Clears what is pending and raises with its story.
+[[noreturn]] void raiseCallback(JNIEnv* env, const char* id, qxbase::ExceptionArgs args = {})
 {
-    QX_RAISE("callback", "Internal_error_callback", "Name", name);
+    if (env)
+        for (auto& line : qxcallback::takeStory(env))
+            args.push_back(std::move(line));
+    QX_RAISE("callback", id, args);
 }
+
+/// Work in which a failing allocation is this module's failure.
+template <class Work>
+auto guarded(Work&& work)
+{
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+    } catch (const std::length_error&) {
+    }
+    raiseCallback(nullptr, internalError);
+}
+
+/// One side of the flat array: pieces that lie one behind the other in Java.
+template <class P>
+struct Piece
+{
+    P* data;
+    std::size_t size;
+};
+using Input = std::vector<Piece<const double>>;
+using Output = std::vector<Piece<double>>;
+
+template <class Pieces>
+jsize totalOf(const Pieces& pieces)
+{
+    std::size_t total = 0;
+    for (const auto& piece : pieces)
+        total += piece.size;
+    if (total > static_cast<std::size_t>(std::numeric_limits<jsize>::max()))
+        QX_RAISE("callback", "Matrix_too_large_for_callback");
+    return static_cast<jsize>(total);
+}
+
+/// Java text; the failure of making one is this module's.
+jstring newName(JNIEnv* env, const std::string& name)
+{
+    try {
+        return qxbase::toJavaNew(env, name, qxbase::PendingException::Keep);
+    } catch (const qxbase::Exception&) {
+        return nullptr;
+    }
+}
+
+int callMatlab(JNIEnv* env, const std::string& name, const Input& in, const Output& out)
+{
+    const auto fail = [&](const char* id) { raiseCallback(env, id, {{"Function", name}}); };
+    if (!env || env->ExceptionCheck())
+        fail(internalError);
+    const jsize nIn = totalOf(in), nOut = totalOf(out);
+
+    const LocalRef<jdoubleArray> jIn(env, env->NewDoubleArray(nIn));
+    if (!jIn)
+        fail(internalError);
+    const LocalRef<jdoubleArray> jOut(env, env->NewDoubleArray(nOut));
+    if (!jOut)
+        fail(internalError);
+    jsize at = 0;
+    for (const auto& piece : in) {
+        if (piece.size != 0)
+            env->SetDoubleArrayRegion(jIn.get(), at, static_cast<jsize>(piece.size), piece.data);
+        if (env->ExceptionCheck())
+            fail(internalError);
+        at += static_cast<jsize>(piece.size);
+    }
+
+    auto method = matlabFunction.find(env);
+    if (!method.id)
+        fail(internalError);
+    LocalRef<jstring> jName(env, newName(env, name));
+    if (!jName)
+        fail(internalError);
+    const jint status = env->CallStaticIntMethod(method.type.get(), method.id, jName.get(), jIn.get(), jOut.get());
+    jName.clear();
+    method.type.clear();
+    if (env->ExceptionCheck())
+        fail("Error_in_callback");
+
+    at = 0;
+    for (const auto& piece : out) {
+        if (piece.size != 0)
+            env->GetDoubleArrayRegion(jOut.get(), at, static_cast<jsize>(piece.size), piece.data);
+        if (env->ExceptionCheck())
+            fail(internalError);
+        at += static_cast<jsize>(piece.size);
+    }
+    return status;
+}
+
+int callMatlabAttached(const std::string& name, const Input& in, const Output& out)
+{
+    const qxutil::AttachThread attached;
+    return callMatlab(qxutil::VMData::getJNIEnv(), name, in, out);
+}
+
+// ---- the parts of complex numbers side by side
+
+template <class T>
+void split(const T* from, std::size_t n, double* to)
+{
+    for (std::size_t i = 0; i < n; ++i)
+        to[i] = static_cast<double>(from[i]);
+}
+void split(const Complex* from, std::size_t n, double* to)
+{
+    for (std::size_t i = 0; i < n; ++i) {
+        to[i] = from[i].real();
+        to[n + i] = from[i].imag();
+    }
+}
+void split(const char* from, std::size_t n, double* to)
+{
+    for (std::size_t i = 0; i < n; ++i)
+        to[i] = static_cast<unsigned char>(from[i]);
+}
+
+void join(const double* from, std::size_t n, double* to) { std::copy_n(from, n, to); }
+void join(const double* from, std::size_t n, Complex* to)
+{
+    for (std::size_t i = 0; i < n; ++i)
+        to[i] = {from[i], from[n + i]};
+}
+void join(const double* from, std::size_t n, char* to)
+{
+    const auto isByte = [](double x) { return x >= 0.0 && x < 256.0; };
+    for (std::size_t i = 0; i < n; ++i)
+        to[i] = isByte(from[i]) ? static_cast<char>(static_cast<unsigned char>(from[i])) : '?';
+}
+
+template <class T>
+constexpr int partsOf = std::is_same_v<T, Complex> ? 2 : 1;
+
+/// A number of elements that the flat array can hold.
+template <class T>
+void requireFit(std::size_t elements)
+{
+    totalOf(Output{{nullptr, elements > std::numeric_limits<std::size_t>::max() / 2 ? elements : elements * partsOf<T>}});
+}
+
+/// Complex arrays of given lengths through flat ones.
+struct ComplexCall
+{
+    std::vector<Piece<const Complex>> in;
+    std::vector<Piece<Complex>> out;
+
+    int run(const std::string& name) const
+    {
+        const auto count = [](const auto& pieces) {
+            std::size_t n = 0;
+            for (const auto& piece : pieces)
+                n += piece.size;
+            requireFit<Complex>(n);
+            return 2 * n;
+        };
+        std::vector<double> flatIn(count(in)), flatOut(count(out));
+        double* to = flatIn.data();
+        for (const auto& piece : in) {
+            split(piece.data, piece.size, to);
+            to += 2 * piece.size;
+        }
+        const int status = callMatlabAttached(name, {{flatIn.data(), flatIn.size()}}, {{flatOut.data(), flatOut.size()}});
+        const double* from = flatOut.data();
+        for (const auto& piece : out) {
+            join(from, piece.size, piece.data);
+            from += 2 * piece.size;
+        }
+        return status;
+    }
+};
+
+int run(const std::string& name, const std::vector<Piece<const double>>& in, const std::vector<Piece<double>>& out)
+{
+    return callMatlabAttached(name, in, out);
+}
+int run(const std::string& name, const std::vector<Piece<const Complex>>& in, const std::vector<Piece<Complex>>& out)
+{
+    return ComplexCall{in, out}.run(name);
+}
+
+template <class T>
+int evalMatrices(const std::string& name, const Callback::Matrices<T>& inputs, const Callback::Matrices<T>& outputs)
+{
+    return guarded([&] {
+        std::vector<Piece<const T>> in;
+        std::vector<Piece<T>> out;
+        Callback::getArraySize(inputs);
+        Callback::getArraySize(outputs);
+        for (const auto& matrix : inputs)
+            in.push_back({matrix->data(), matrix->size()});
+        for (const auto& matrix : outputs)
+            out.push_back({matrix->data(), matrix->size()});
+        return run(name, in, out);
+    });
+}
+
+template <class T>
+int evalPoints(const std::string& name, const std::vector<const T*>& inputs, std::size_t n, T* out)
+{
+    return guarded([&] {
+        std::vector<Piece<const T>> in;
+        for (const T* input : inputs)
+            in.push_back({input, n});
+        return run(name, in, {{out, n}});
+    });
+}
+
+} // namespace
+
+// ---- the story of a Java exception
+
+namespace {
+
+/// Calls a method without arguments that gives an object; null, and nothing pending, if that fails.
+template <class J>
+LocalRef<J> ask(JNIEnv* env, jobject object, const char* method, const char* signature)
+{
+    J answer = nullptr;
+    {
+        const LocalRef<jclass> type(env, env->GetObjectClass(object));
+        if (const jmethodID id = env->GetMethodID(type.get(), method, signature))
+            answer = static_cast<J>(env->CallObjectMethod(object, id));
+    }
+    if (env->ExceptionCheck()) {
+        env->ExceptionClear();
+        answer = nullptr;
+    }
+    return {env, answer};
+}
+
+std::string textOf(JNIEnv* env, jobject object)
+{
+    const LocalRef<jstring> text = ask<jstring>(env, object, "toString", "()Ljava/lang/String;");
+    return text ? qxbase::jStr2CppStr(env, text.get()) : std::string();
+}
+
+} // namespace
+
+qxbase::ExceptionArgs qxcallback::takeStory(JNIEnv* env) noexcept
+{
+    constexpr jsize kLines = 20;
+    qxbase::ExceptionArgs story;
+    const LocalRef<jthrowable> thrown(env, env->ExceptionOccurred());
+    env->ExceptionClear();
+    if (!thrown)
+        return story;
+    try {
+        story.emplace_back("Exception", textOf(env, thrown.get()));
+        const auto stack = ask<jobjectArray>(env, thrown.get(), "getStackTrace", "()[Ljava/lang/StackTraceElement;");
+        const jsize n = stack ? std::min(kLines, env->GetArrayLength(stack.get())) : 0;
+        for (jsize i = 0; i < n; ++i) {
+            const LocalRef<jobject> line(env, env->GetObjectArrayElement(stack.get(), i));
+            if (env->ExceptionCheck() || !line)
+                break;
+            story.emplace_back("Stack", textOf(env, line.get()));
+        }
+    } catch (const qxbase::Exception&) { // the story is as long as it is
+    } catch (const std::bad_alloc&) {
+    }
+    if (env->ExceptionCheck())
+        env->ExceptionClear();
+    return story;
+}
+
+void qxcallback::forgetMethods()
+{
+    solverEvent.forget();
+    matlabFunction.forget();
+}
+
+// ---- operations
+
+void Callback::solverCallback(int code)
+{
+    guarded([&] {
+        const qxutil::AttachThread attached;
+        JNIEnv* env = qxutil::VMData::getJNIEnv();
+        if (!env || env->ExceptionCheck())
+            raiseCallback(env, internalError);
+        auto method = solverEvent.find(env);
+        if (!method.id)
+            raiseCallback(env, internalError);
+        env->CallStaticVoidMethod(method.type.get(), method.id, static_cast<jint>(code));
+        method.type.clear();
+        if (env->ExceptionCheck())
+            raiseCallback(env, internalError);
+    });
+}
+
+int Callback::evalMat(const std::string& name, const std::vector<double>& in, std::vector<double>& out, JNIEnv* env)
+{
+    return guarded([&] { return callMatlab(env, name, {{in.data(), in.size()}}, {{out.data(), out.size()}}); });
+}
+
+int Callback::evalMat(const std::string& name, const Args& args, const Dims& dims, const Args& results,
+                      const Dims& resultDims)
+{
+    if (args.size() != dims.size() || results.size() != resultDims.size())
+        raiseCallback(nullptr, internalError, {{"Function", name}});
+    return guarded([&] {
+        Input in;
+        Output out;
+        for (std::size_t k = 0; k < args.size(); ++k) {
+            args[k]->toCArray(dims[k]);
+            in.push_back({args[k]->getCArray().data(), args[k]->getCArray().size()});
+        }
+        for (std::size_t k = 0; k < results.size(); ++k) {
+            results[k]->toCArray(resultDims[k]);
+            out.push_back({results[k]->getCArray().data(), results[k]->getCArray().size()});
+        }
+        const int status = callMatlabAttached(name, in, out);
+        for (const auto& result : results)
+            result->fromCArray();
+        return status;
+    });
+}
+
+int Callback::evalMat(const std::string& name, const Args& args, const Args& results)
+{
+    const auto dimsOf = [](const Args& list) {
+        Dims dims;
+        for (const auto& arg : list)
+            dims.push_back(arg->getDims());
+        return dims;
+    };
+    return guarded([&] { return evalMat(name, args, dimsOf(args), results, dimsOf(results)); });
+}
+
+template <class T>
+int Callback::evalMat(const std::string& name, const Matrices<T>& inputs, const Dims& resultDims, Matrices<T>& results)
+{
+    return guarded([&] {
+        Matrices<T> made;
+        for (const std::vector<int>& dims : resultDims) {
+            if (dims.size() != 2 || dims[0] < 0 || dims[1] < 0)
+                raiseCallback(nullptr, internalError, {{"Function", name}});
+            const auto m = static_cast<unsigned long>(dims[0]), n = static_cast<unsigned long>(dims[1]);
+            requireFit<T>(m * n);
+            made.push_back(boost::make_shared<Array<T, 2>>(m, n));
+        }
+        const int status = evalMatrices(name, inputs, made);
+        results.swap(made);
+        return status;
+    });
+}
+template QX_API int Callback::evalMat(const std::string&, const Matrices<double>&, const Dims&, Matrices<double>&);
+template QX_API int Callback::evalMat(const std::string&, const Matrices<Complex>&, const Dims&, Matrices<Complex>&);
+
+template <class T, int N>
+int Callback::getArraySize(const std::vector<boost::shared_ptr<Array<T, N>>>& arrays)
+{
+    std::size_t total = 0;
+    for (const auto& array : arrays) {
+        total += array->size();
+        requireFit<T>(total);
+    }
+    return static_cast<int>(total);
+}
+template QX_API int Callback::getArraySize(const std::vector<boost::shared_ptr<Array<double, 1>>>&);
+template QX_API int Callback::getArraySize(const std::vector<boost::shared_ptr<Array<double, 2>>>&);
+template QX_API int Callback::getArraySize(const std::vector<boost::shared_ptr<Array<Complex, 1>>>&);
+template QX_API int Callback::getArraySize(const std::vector<boost::shared_ptr<Array<Complex, 2>>>&);
+
+int Callback::evalDblMat(const std::string& name, const Matrices<double>& inputs, const Matrices<double>& outputs)
+{
+    return evalMatrices(name, inputs, outputs);
+}
+
+int Callback::evalDCmplxMat(const std::string& name, const Matrices<Complex>& inputs, const Matrices<Complex>& outputs)
+{
+    return evalMatrices(name, inputs, outputs);
+}
+
+int Callback::evalDblMat(const std::string& name, const std::vector<const double*>& inputs, std::size_t n, double* out)
+{
+    return evalPoints(name, inputs, n, out);
+}
+
+int Callback::evalDCmplxMat(const std::string& name, const std::vector<const Complex*>& inputs, std::size_t n, Complex* out)
+{
+    return evalPoints(name, inputs, n, out);
+}
+
+void Callback::requireSuccess(const std::string& name, int status)
+{
+    if (status != 0)
+        QX_RAISE("callback", "Error_in_callback",
+                 qxbase::ExceptionArgs{{"Function", name}, {"Status", std::to_string(status)}});
+}
+
+// ---- arguments
+
+Callback::Arg::~Arg() = default;
+
+std::size_t Callback::Arg::setUpCArray(const std::vector<int>& dims, std::size_t available, int parts)
+{
+    if (std::any_of(dims.begin(), dims.end(), [](int n) { return n < 0; }))
+        raiseCallback(nullptr, internalError);
+    std::size_t count = 1;
+    if (std::find(dims.begin(), dims.end(), 0) != dims.end())
+        count = 0;
+    for (std::size_t k = 0; k < dims.size() && count != 0; ++k) {
+        count *= static_cast<std::size_t>(dims[k]); // at most 2^31 times 2^31
+        totalOf(Output{{nullptr, count * static_cast<std::size_t>(parts)}});
+    }
+    if (count > available)
+        raiseCallback(nullptr, internalError);
+    cArray_.resize(count * static_cast<std::size_t>(parts));
+    return count;
+}
+
+template <class T>
+Callback::TypedArg<T>::TypedArg(const boost::shared_ptr<Array<T, 1>>& array)
+    : Arg({static_cast<int>(std::min<unsigned long>(array->size(), std::numeric_limits<int>::max()))}), array_(array)
+{
+}
+
+template <class T>
+void Callback::TypedArg<T>::toCArray(const std::vector<int>& dims)
+{
+    count_ = setUpCArray(dims, array_->size(), partsOf<T>);
+    split(array_->data(), count_, getCArray().data());
+}
+
+template <class T>
+void Callback::TypedArg<T>::fromCArray()
+{
+    join(getCArray().data(), count_, array_->data());
+}
+
+template class Callback::TypedArg<double>;
+template class Callback::TypedArg<Complex>;
+template class Callback::TypedArg<char>;

@@ -3,6 +3,7 @@
 
 #include "qxexception.hpp"
 #include "support/fake_jni.hpp"
+#include "support/fake_vm.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,45 +22,7 @@ extern "C" void JNI_OnUnload(JavaVM*, void*);
 
 namespace {
 
-/// A virtual machine that notes what is asked of it. One at a time.
-class FakeVM
-{
-public:
-    FakeVM()
-    {
-        current = this;
-        table.GetEnv = [](JavaVM*, void** env, jint) -> jint {
-            *env = current->attached ? current->jni.env() : nullptr;
-            return current->attached ? JNI_OK : JNI_EDETACHED;
-        };
-        table.AttachCurrentThreadAsDaemon = [](JavaVM*, void** env, void*) -> jint { // its machine does not wait for it
-            current->calls.push_back("attach");
-            if (current->refuses)
-                return JNI_ERR;
-            current->attached = true;
-            *env = current->jni.env();
-            return JNI_OK;
-        };
-        table.DetachCurrentThread = [](JavaVM*) -> jint {
-            current->calls.push_back("detach");
-            current->attached = false;
-            return JNI_OK;
-        };
-        vm.functions = &table;
-        QxJCall::setVM(&vm);
-    }
-    ~FakeVM() { QxJCall::setVM(nullptr); }
-
-    bool attached = false;
-    bool refuses = false;
-    std::vector<std::string> calls;
-    JavaVM vm{};
-    qxtest::FakeJni jni;
-
-private:
-    JNIInvokeInterface_ table{};
-    static inline FakeVM* current = nullptr;
-};
+using FakeVM = qxtest::FakeVM<qxtest::FakeJni>;
 
 std::string idOf(const std::function<void()>& work)
 {

@@ -270,6 +270,8 @@ TEST(Heat, ProgressIsForTerminalsOnly)
 
 TEST(Heat, AFactorisationShowsItsProgressOnATerminalAndAnInterruptStopsItCleanly)
 {
+    if (!hasTerminals())
+        GTEST_SKIP() << "no /dev/pts";
     const ScratchDirectory scratch;
 
     const Outcome o = runOnTerminal(kProgram, {kMesh, "--fixed", "inlet: 1", "--refine", "4", "--vtu", scratch.path("u.vtu")},

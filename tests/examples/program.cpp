@@ -50,6 +50,17 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
     return {status, ScratchDirectory::read(outPath), ScratchDirectory::read(errPath)};
 }
 
+bool hasTerminals()
+{
+    int ours = -1;
+    int theirs = -1;
+    if (openpty(&ours, &theirs, nullptr, nullptr, nullptr) != 0)
+        return false;
+    close(ours);
+    close(theirs);
+    return true;
+}
+
 Outcome runOnTerminal(const std::string& program, const std::vector<std::string>& arguments, const std::string& awaited,
                       const std::string& keys)
 {

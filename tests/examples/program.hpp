@@ -14,6 +14,9 @@ struct Outcome
 /// Runs a program and waits for it.
 Outcome run(const std::string& program, const std::vector<std::string>& arguments);
 
+/// Whether this system lends terminals: in a bare chroot there is no /dev/pts.
+bool hasTerminals();
+
 /// Runs a program on a terminal of its own: out is all that it writes there, err is empty. As soon as the text `awaited`
 /// has been written, `keys` are typed; "\x03" is the interrupt key.
 Outcome runOnTerminal(const std::string& program, const std::vector<std::string>& arguments,

@@ -1,3 +1,4 @@
+#include "examples/program.hpp"
 #include "support/progress.hpp"
 
 #include <gmock/gmock.h>
@@ -86,6 +87,8 @@ TEST(Progress, IsSilentWhereThereIsNoTerminal)
 
 TEST(Progress, DrawsABarOnATerminalAndWipesIt)
 {
+    if (!hasTerminals())
+        GTEST_SKIP() << "no /dev/pts";
     RedirectedErrors errors(RedirectedErrors::To::Terminal);
     {
         Progress progress("counting", 8, false, atOnce);
@@ -97,6 +100,8 @@ TEST(Progress, DrawsABarOnATerminalAndWipesIt)
 
 TEST(Progress, ShortWorkShowsNothingOnATerminal)
 {
+    if (!hasTerminals())
+        GTEST_SKIP() << "no /dev/pts";
     RedirectedErrors errors(RedirectedErrors::To::Terminal);
     {
         Progress progress("counting", 8, false, std::chrono::hours(1));

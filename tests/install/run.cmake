@@ -20,6 +20,9 @@ run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
 run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${work}/cmake -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -G Ninja)
 run(${CMAKE_COMMAND} --build ${work}/cmake)
 run(${work}/cmake/consumer)
+if(NOT output MATCHES "^${VERSION} ")
+  message(FATAL_ERROR "the library says that it is version ${output}")
+endif()
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(pkg-config --cflags --libs qxkernel)
@@ -39,6 +42,44 @@ run(${CXX} -std=c++20 -o ${work}/readme ${work}/readme.cpp ${flags})
 run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${work}/readme)
 if(NOT output STREQUAL wanted)
   message(FATAL_ERROR "the program in the README prints\n${output}and not\n${wanted}")
+endif()
+
+# The README's lines for CMake, as a reader copies them, nothing about the language standard added.
+string(REGEX MATCH "```cmake\n([^`]*)```" found "${readme}")
+if(NOT found)
+  message(FATAL_ERROR "the README shows no lines for CMake")
+endif()
+set(wanted_lines "${CMAKE_MATCH_1}")
+file(MAKE_DIRECTORY ${work}/from_readme)
+file(WRITE ${work}/from_readme/CMakeLists.txt "cmake_minimum_required(VERSION 3.25)\nproject(reader LANGUAGES CXX)\n"
+  "add_executable(your_program ${work}/readme.cpp)\n${wanted_lines}")
+run(${CMAKE_COMMAND} -S ${work}/from_readme -B ${work}/from_readme/build -DCMAKE_PREFIX_PATH=${prefix}
+  -DCMAKE_CXX_COMPILER=${CXX} -G Ninja)
+run(${CMAKE_COMMAND} --build ${work}/from_readme/build)
+run(${work}/from_readme/build/your_program)
+if(NOT output STREQUAL wanted)
+  message(FATAL_ERROR "the program in the README, built by CMake, prints\n${output}and not\n${wanted}")
+endif()
+
+# The runtime component alone is what a program needs to run.
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${work}/runtime --component runtime)
+file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE ${work}/runtime ${work}/runtime/*)
+list(FILTER files EXCLUDE REGEX "^${LIBDIR}/libqxkernel\\.so\\.[0-9.]+$")
+if(files OR NOT EXISTS ${work}/runtime/${LIBDIR}/libqxkernel.so.${SOVERSION})
+  message(FATAL_ERROR "the component runtime is not the library alone: ${files}")
+endif()
+
+# As part of another project: no tests, examples or installation, and nobody asks for GoogleTest.
+file(MAKE_DIRECTORY ${work}/parent)
+file(WRITE ${work}/parent/CMakeLists.txt "cmake_minimum_required(VERSION 3.25)\nproject(parent LANGUAGES C CXX)\n"
+  "add_subdirectory(\"${SOURCE}\" qxkernel)\nadd_executable(program main.cpp)\n"
+  "target_link_libraries(program PRIVATE qxkernel::qxkernel)\n")
+file(WRITE ${work}/parent/main.cpp "int main() {}\n")
+run(${CMAKE_COMMAND} -S ${work}/parent -B ${work}/parent/build -DCMAKE_CXX_COMPILER=${CXX} -G Ninja
+  -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON)
+run(ninja -C ${work}/parent/build -t targets all)
+if(output MATCHES "qx_[a-z]*_tests|evaluate:" OR NOT output MATCHES "libqxkernel.so")
+  message(FATAL_ERROR "a project that includes this one gets more than the library")
 endif()
 
 # The name that programs record, and a search path for drop-in libraries beside the library itself.

@@ -1,4 +1,5 @@
 #include "support/alloc_fault.hpp"
+#include "support/guard_pages.hpp"
 
 #include <atomic>
 #include <cstddef>
@@ -29,7 +30,9 @@ void* take(std::size_t size, std::size_t alignment)
         return nullptr;
     if (size == 0)
         size = 1;
-    void* block = alignment > alignof(std::max_align_t)
+    void* block = qxtest::takeGuarded(size);
+    if (!block)
+        block = alignment > alignof(std::max_align_t)
                       ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
                       : std::malloc(size);
     if (block)
@@ -49,7 +52,10 @@ void give(void* block) noexcept
     if (!block)
         return;
     live.fetch_sub(1, std::memory_order_relaxed);
-    std::free(block);
+    if (qxtest::isGuarded(block))
+        qxtest::giveGuarded(block);
+    else
+        std::free(block);
 }
 
 } // namespace

@@ -100,6 +100,17 @@ std::vector<std::vector<double>> FakeJava::rowsOf(jobject array) const
     return rows;
 }
 
+std::string FakeJava::textOf(jobject text) const
+{
+    std::string bytes;
+    for (char16_t c : std::get<std::u16string>(at(text).value)) {
+        if (c >= 0x80)
+            bytes += static_cast<char>(0xc0 | c >> 6);
+        bytes += static_cast<char>(c < 0x80 ? c : 0x80 | (c & 0x3f));
+    }
+    return bytes;
+}
+
 void FakeJava::addArrays()
 {
     table.GetArrayLength = [](JNIEnv* env, jarray array) {

@@ -31,6 +31,9 @@ public:
     template <class J>
     const std::vector<J>& valuesOf(jobject array) const { return std::get<std::vector<J>>(at(array).value); }
     std::vector<std::vector<double>> rowsOf(jobject array) const;
+    /// The text as UTF-8; characters beyond U+07FF are not needed.
+    std::string textOf(jobject text) const;
+    void setNumbers(jobject array, const std::vector<double>& values) { at(array).value = values; }
     /// GetArrayLength answers this instead of the truth.
     void claimLength(jobject array, jsize length) { claimed_[array] = length; }
 

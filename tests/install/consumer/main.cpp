@@ -2,6 +2,7 @@
 #include <qxexception.hpp>
 #include <qxhash.hpp>
 #include <qxnumber.hpp>
+#include <qxversion.hpp>
 
 #include <cstdio>
 #include <string>
@@ -19,6 +20,6 @@ int main()
         raises = e.getId() == "Text_is_not_a_number";
     }
 
-    std::printf("reads: %d, raises: %d\n", reads, raises);
+    std::printf("%s reads: %d, raises: %d\n", qxkernel::version(), reads, raises);
     return reads && raises ? 0 : 1;
 }
