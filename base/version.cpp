@@ -1,0 +1,7 @@
+#include "qxversion.hpp"
+
+namespace qxkernel {
+
+const char* version() { return QX_VERSION; }
+
+} // namespace qxkernel
