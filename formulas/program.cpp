@@ -354,6 +354,8 @@ Failures CompiledFormulas::gradient(const Points& points, Formula formula, const
 
 // The public form ----------------------------------------------------------------------------------------------------
 
+Program::Program() : Program(Formulas({}).compile()) {}
+
 Failures Program::evaluate(const Points& points, Formula formula, Target values, const Options& options) const
 {
     const Output output{formula, values};

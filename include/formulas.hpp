@@ -220,6 +220,9 @@ struct Pattern
 class QX_API Program
 {
 public:
+    /// A program without formulas.
+    Program();
+
     Failures evaluate(const Points& points, Formula formula, Target values, const Options& options = {}) const;
     Failures evaluate(const Points& points, std::initializer_list<Output> outputs, const Options& options = {}) const;
     Failures evaluate(const Points& points, std::span<const Output> outputs, const Options& options = {}) const;

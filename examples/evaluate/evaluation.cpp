@@ -1,15 +1,12 @@
 #include "evaluation.hpp"
 
-#include "formulas/blocks.hpp"
 #include "formulas/explain.hpp"
-#include "formulas/pointevaluator.hpp"
-#include "support/progress.hpp"
+#include "formulas/progressbar.hpp"
 
-#include "evaltree.hpp"
-#include "nodemaker.hpp"
+#include "formulas.hpp"
 #include "qxexception.hpp"
 
-#include <boost/make_shared.hpp>
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -24,135 +21,114 @@ std::string rowText(const Table& table, std::size_t row)
     return text + ")";
 }
 
-// The whole work: formulas against blocks of rows.
+/// Formulas with the names of their columns.
 class Evaluation
 {
 public:
     Evaluation(const Table& table, const std::vector<Formula>& definitions, const std::vector<Formula>& formulas,
                const EvaluationOptions& options)
-        : table_(table), options_(options), nodeMaker_(boost::make_shared<NodeMaker>())
+        : table_(table), options_(options), host_(table.names)
     {
-        for (const Formula& d : definitions) {
-            if (table.find(d.name) >= 0)
-                throw EvaluationError("definition '" + d.name + "' has the name of a column");
-            if (!definitions_.emplace(d.name, boost::make_shared<EvalTree>(d.text, false)).second)
-                throw EvaluationError("'" + d.name + "' is defined twice");
+        for (const Formula& d : definitions)
+            define(d);
+        for (const Formula& f : formulas) {
+            add(f.name, f.text);
+            for (const std::string& x : options_.gradient)
+                add("d(" + f.name + "," + x + ")", "d(" + f.text + "," + x + ")");
         }
-        for (const Formula& f : formulas)
-            add(f);
-        parse();
     }
 
     std::vector<Column> run()
     {
-        Progress progress("evaluating", static_cast<long>(table_.rows()), options_.progress,
-                          std::chrono::milliseconds(options_.progress ? 0 : 500));
-        const Range bad = runBlocks(
-            table_.rows(), options_.block, options_.threads, [&] { return makeWorker(); },
-            [&](BlockEvaluator& worker, Range rows) {
-                evaluateRows(worker, rows);
-                progress.advance(static_cast<long>(rows.count));
-            });
-        if (bad.count > 0)
-            tell(bad);
+        qx::Points points(table_.rows());
+        for (std::size_t k = 0; k < table_.names.size(); ++k)
+            points.set(table_.names[k], table_.columns[k]);
+        std::vector<qx::Output> outputs;
+        for (std::size_t k = 0; k < columns_.size(); ++k) {
+            if (options_.complex)
+                outputs.push_back({formulas_[k], columns_[k].complex});
+            else
+                outputs.push_back({formulas_[k], columns_[k].real});
+        }
+        ProgressBar bar("evaluating", options_.progress, std::chrono::milliseconds(options_.progress ? 0 : 500));
+        qxutil::RunInfo run(&bar);
+        const qx::Program program = compile();
+        try {
+            program.evaluate(points, outputs, {.threads = options_.threads, .block = options_.block, .run = &run});
+        } catch (const qxbase::Exception& e) {
+            tell(e);
+        }
         return std::move(columns_);
     }
 
 private:
-    void add(const Formula& f)
+    void define(const Formula& d)
     {
-        append(f.name, boost::make_shared<EvalTree>(f.text, false));
-        for (const std::string& x : options_.gradient)
-            append("d(" + f.name + "," + x + ")", boost::make_shared<EvalTree>("d(" + f.text + "," + x + ")", false));
+        if (table_.find(d.name) >= 0)
+            throw EvaluationError("definition '" + d.name + "' has the name of a column");
+        try {
+            host_.define(d.name, d.text);
+        } catch (const qxbase::Exception& e) {
+            if (e.getId() == "Name_in_use")
+                throw EvaluationError("'" + d.name + "' is defined twice");
+            throw EvaluationError("definition '" + d.name + "' cannot be read" + explain(e));
+        }
     }
 
-    void append(const std::string& name, const EvalTreePtr& tree)
+    void add(const std::string& name, const std::string& text)
     {
         for (const Column& c : columns_)
             if (c.name == name)
                 throw EvaluationError("there are two formulas '" + name + "'");
-        trees_.push_back(tree);
-        columns_.emplace_back();
-        columns_.back().name = name;
+        Column column{name, {}, {}};
         if (options_.complex)
-            columns_.back().complex.resize(table_.rows());
+            column.complex.resize(table_.rows());
         else
-            columns_.back().real.resize(table_.rows());
-    }
-
-    // Unreadable text is found before any number is computed.
-    void parse()
-    {
-        const BlockEvaluator worker = makeWorker();
-        const auto read = [&](const std::string& what, const EvalTreePtr& tree) {
-            try {
-                tree->parse(worker.evaluator());
-            } catch (const qxbase::Exception& e) {
-                throw EvaluationError(what + " cannot be read" + explain(e));
-            }
-        };
-        for (const auto& [name, tree] : definitions_)
-            read("definition '" + name + "'", tree);
-        for (std::size_t k = 0; k < trees_.size(); ++k)
-            read("formula '" + columns_[k].name + "'", trees_[k]);
-    }
-
-    BlockEvaluator makeWorker() const
-    {
-        return BlockEvaluator(table_.names, definitions_, nodeMaker_, options_.block);
-    }
-
-    void setRows(BlockEvaluator& worker, Range rows) const
-    {
-        std::vector<const double*> values;
-        for (const std::vector<double>& column : table_.columns)
-            values.push_back(column.data() + rows.first);
-        worker.setPoints(std::move(values), rows.count);
-    }
-
-    void evaluateFormula(BlockEvaluator& worker, std::size_t k, std::size_t first)
-    {
-        if (options_.complex)
-            worker.values(*trees_[k], columns_[k].complex.data() + first);
-        else
-            worker.values(*trees_[k], columns_[k].real.data() + first);
-    }
-
-    void evaluateRows(BlockEvaluator& worker, Range rows)
-    {
-        setRows(worker, rows);
-        for (std::size_t k = 0; k < trees_.size(); ++k)
-            evaluateFormula(worker, k, rows.first);
-    }
-
-    // What stops formula k on these rows; empty if nothing does.
-    std::string failure(BlockEvaluator& worker, std::size_t k, Range rows)
-    {
-        return storyOf([&] {
-            setRows(worker, rows);
-            evaluateFormula(worker, k, rows.first);
-        });
-    }
-
-    // Tells the story of the first failing formula at the first row where it fails.
-    [[noreturn]] void tell(Range rows)
-    {
-        BlockEvaluator worker = makeWorker();
-        for (std::size_t k = 0; k < trees_.size(); ++k) {
-            if (failure(worker, k, rows).empty())
-                continue;
-            const std::size_t row = firstFailing(rows, [&](Range r) { return !failure(worker, k, r).empty(); });
-            throw EvaluationError("formula '" + columns_[k].name + "' fails at " + rowText(table_, row) +
-                                  failure(worker, k, {row, 1}));
+            column.real.resize(table_.rows());
+        try {
+            formulas_.push_back(host_.add(text));
+        } catch (const qxbase::Exception& e) {
+            throw EvaluationError("formula '" + name + "' cannot be read" + explain(e));
         }
-        throw EvaluationError("a block of rows failed for a reason that is gone: probably memory ran out");
+        texts_.push_back(text);
+        columns_.push_back(std::move(column));
+    }
+
+    qx::Program compile() const
+    {
+        try {
+            return host_.compile();
+        } catch (const qxbase::Exception& e) {
+            const std::string definition = argumentOf(e, "In_definition", "Name");
+            const std::string text = argumentOf(e, "In_formula", "Expression");
+            const std::string what = !definition.empty() ? "definition '" + definition + "' cannot be read"
+                                     : !text.empty()     ? "formula '" + nameOf(text) + "' cannot be read"
+                                                         : "the definitions cannot be read";
+            throw EvaluationError(what + explain(e));
+        }
+    }
+
+    const std::string& nameOf(const std::string& text) const
+    {
+        const auto at = std::find(texts_.begin(), texts_.end(), text);
+        return at == texts_.end() ? text : columns_[static_cast<std::size_t>(at - texts_.begin())].name;
+    }
+
+    /// The formula and the row that a failure is about, and its story.
+    [[noreturn]] void tell(const qxbase::Exception& e) const
+    {
+        const std::string point = argumentOf(e, "Evaluation_failed_at_point", "Point");
+        if (point.empty())
+            throw EvaluationError("the formulas cannot be evaluated" + explain(e));
+        throw EvaluationError("formula '" + nameOf(argumentOf(e, "Evaluation_failed_at_point", "Expression")) + "' fails at " +
+                              rowText(table_, std::stoul(point)) + explain(e));
     }
 
     const Table& table_;
     const EvaluationOptions& options_;
-    NodeMakerPtr nodeMaker_;
-    Definitions definitions_;
-    std::vector<EvalTreePtr> trees_;
+    qx::Formulas host_;
+    std::vector<qx::Formula> formulas_;
+    std::vector<std::string> texts_;
     std::vector<Column> columns_;
 };
 

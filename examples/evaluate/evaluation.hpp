@@ -26,8 +26,7 @@ struct EvaluationOptions
 
 /// Evaluates the formulas over all rows of the table, block by block, in parallel.
 ///
-/// Each thread has an evaluator, a cache and an allocator of its own; the graphs of the formulas are shared. The values
-/// do not depend on the number of threads. Raises EvaluationError naming the first failing formula at the first failing
-/// row of the first failing block.
+/// The values do not depend on the number of threads. Raises EvaluationError naming the first failing formula at the first
+/// failing row of the first failing block.
 std::vector<Column> evaluate(const examples::Table& table, const std::vector<examples::Formula>& definitions,
                              const std::vector<examples::Formula>& formulas, const EvaluationOptions& options);

@@ -1,12 +1,11 @@
 // Evaluates formulas that a user types over the points of a table, and draws them.
 //
-// Builds on: the evaluation engine alone (evaltree.hpp, varevaluator.hpp, valrepcache.hpp).
+// Builds on: formulas.hpp alone.
 // Run:       evaluate examples/data/finned_pipe_points.csv "q=k*(T-22)" --define "k=1+0.01*T" --summary
 //
-//   1. Each formula becomes an EvalTree: text in, graph of operations out, equal subexpressions once (evaluation.cpp).
-//   2. A VarEvaluator says what names mean: columns are basic variables, definitions are expanded (pointevaluator.cpp).
-//   3. Blocks of rows are evaluated; a ValRepCache keeps named values so that a definition used twice is computed once.
-//   4. A point without a value stops the run with its whole story: function, definitions, formula, row (explain.cpp).
+//   1. Columns are the variables; definitions and formulas are added as text and compiled (evaluation.cpp).
+//   2. The program evaluates all formulas together, block by block, on several threads; what they share is computed once.
+//   3. A point without a value stops the run with its whole story: function, definitions, formula, row (explain.cpp).
 //
 // To try: --define "a=log(b)" --define "b=T-50" "2*a"; --gradient x,y; --complex "exp(i*20*x)".
 

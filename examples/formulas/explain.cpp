@@ -1,9 +1,8 @@
 #include "explain.hpp"
 
-#include "pointevaluator.hpp"
-#include "support/csv.hpp"
-
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 
 namespace examples {
 namespace {
@@ -34,10 +33,11 @@ constexpr Wording kWordings[] = {
     {"diffvareval", "in the derivative of {var}"},
     {"expreval", "in the formula     {exprs}"},
     {"varcmplx", "{var} is complex"},
-    {"circvar", "the definition of {var} leads back to itself"},
+    {"circvar", "the definition of {var} leads back to itself: {Circle}"},
     {"Unknown_variable_name", "{Name} is neither a column nor a definition"},
     {"Unknown_function_name", "there is no function {Name}"},
-    {"Wrong_number_of_function_arguments", "{Name} takes another number of arguments"},
+    {"Wrong_number_of_function_arguments", "{Name} takes another number of arguments: {Expected}, not {Found}"},
+    {"Complex_number_in_real_expression", "the value is complex: {Value} (--complex allows complex values)"},
     {"Syntax_error_in_expression", "this is no formula: {Expression}"},
     {"Strings_are_only_allowed_in_function_arguments", "a text between quotes can only be an argument of a function"},
     {"Can_only_diff_wrt_variables", "the second argument of d must be the name of a variable"},
@@ -64,33 +64,44 @@ std::string plain(const std::string& id, const qxbase::ExceptionArgs& args)
     return text;
 }
 
+// Entries that say where.
+constexpr const char* kPlaces[] = {"In_formula", "In_definition", "In_derivative", "Evaluation_failed_at_point"};
+
+std::string lineOf(const std::string& id, const qxbase::ExceptionArgs& args)
+{
+    for (const Wording& w : kWordings) {
+        if (id != w.id)
+            continue;
+        std::string line = filled(w.text, args);
+        for (const auto& [key, value] : args)
+            if (key == "Nearest")
+                line += "; is " + value + " meant?";
+        return line;
+    }
+    return plain(id, args);
+}
+
 } // namespace
 
 std::string explain(const qxbase::Exception& failure)
 {
     std::string story;
     for (std::size_t i = 0; i < failure.size(); ++i) {
-        const Wording* found = nullptr;
-        for (const Wording& w : kWordings)
-            if (failure.getId(i) == w.id)
-                found = &w;
-        const auto& args = failure.getArgs(i);
-        story += "\n  " + (found ? filled(found->text, args) : plain(failure.getId(i), args));
+        const std::string& id = failure.getId(i);
+        if (std::none_of(std::begin(kPlaces), std::end(kPlaces), [&](const char* place) { return id == place; }))
+            story += "\n  " + lineOf(id, failure.getArgs(i));
     }
     return story;
 }
 
-std::string storyOf(const std::function<void()>& evaluation)
+std::string argumentOf(const qxbase::Exception& failure, const std::string& id, const std::string& key)
 {
-    try {
-        evaluation();
-        return {};
-    } catch (const qxbase::Exception& e) {
-        return explain(e);
-    } catch (const ComplexValue& c) {
-        return "\n  the value is complex: " + toText(c.value.real()) + (c.value.imag() < 0.0 ? "" : "+") +
-               toText(c.value.imag()) + "*i (--complex allows complex values)";
-    }
+    for (std::size_t i = failure.size(); i-- > 0;)
+        if (failure.getId(i) == id)
+            for (const auto& [k, value] : failure.getArgs(i))
+                if (k == key)
+                    return value;
+    return {};
 }
 
 } // namespace examples

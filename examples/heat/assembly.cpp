@@ -1,6 +1,9 @@
 #include "assembly.hpp"
 
+#include "formulas/explain.hpp"
 #include "support/csv.hpp"
+
+#include "qxexception.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -51,6 +54,9 @@ struct Shape
     }
 };
 
+/// So many cells have their points in memory at a time.
+constexpr std::size_t kCellsAtOnce = 1 << 17;
+
 double dot(const Point& a, const Point& b)
 {
     return a[0] * b[0] + a[1] * b[1];
@@ -59,14 +65,13 @@ double dot(const Point& a, const Point& b)
 } // namespace
 
 Assembly::Assembly(const NamedMesh& mesh, const HeatModel& model, const Effort& effort)
-    : mesh_(mesh), effort_(effort), coefficients_(model.definitions)
+    : mesh_(mesh), model_(model), effort_(effort)
 {
-    body_ = part<3>("element", mesh.triangles,
-                    {coefficients_.read("source", model.source), coefficients_.read("conductivity", model.conductivity)});
-    linear_ = linear_ && !body_.coefficients[1].slope;
+    body_ = part<3>("element", mesh.triangles, {read("source", model.source), read("conductivity", model.conductivity)});
+    linear_ = linear_ && !body_.coefficients[1].dependsOnU();
     for (const BoundaryFormula& q : model.flux)
         boundaries_.push_back(part<2>("edge of " + q.boundary, mesh.boundary(q.boundary),
-                                      {coefficients_.read("flux on " + q.boundary, q.text)}));
+                                      {read("flux on " + q.boundary, q.text)}));
 }
 
 template <int N>
@@ -83,7 +88,7 @@ Assembly::Part<N> Assembly::part(const std::string& cell, std::vector<std::array
             }
         }
     for (const Coefficient& c : p.coefficients)
-        linear_ = linear_ && !c.slopeVaries;
+        linear_ = linear_ && !c.slopeVaries();
     return p;
 }
 
@@ -105,73 +110,72 @@ Points Assembly::pointsOf(const Part<N>& part, Range cells, const std::vector<do
     return points;
 }
 
+/// `cell` is what messages call the place: "element", or empty where there are no cells.
+template <class T>
+Assembly::Values<T> Assembly::evaluate(const Coefficient& c, const Points& points, const std::string& cell,
+                                       std::size_t firstCell, std::size_t pointsOfCell) const
+{
+    Values<T> v;
+    try {
+        c.evaluate(points, effort_, v.value, v.slope);
+    } catch (const qxbase::CancelException&) {
+        throw;
+    } catch (const qxbase::Exception& e) {
+        const std::string point = argumentOf(e, "Evaluation_failed_at_point", "Point");
+        if (point.empty())
+            throw;
+        const std::size_t k = std::stoul(point);
+        const std::string where = cell.empty() ? "" : " in " + cell + " " + std::to_string(firstCell + k / pointsOfCell + 1);
+        const std::string u = cell.empty() ? "" : ", u = " + toText(points.u[k]);
+        throw EvaluationError(c.name() + " fails" + where + " at x = " + toText(points.x[k]) + ", y = " +
+                              toText(points.y[k]) + u + explain(e));
+    }
+    return v;
+}
+
+/// What one cell adds to its place among the triplets (J) and loads (F); its points begin at firstPoint.
+template <class T, int N>
+void Assembly::addCell(const Part<N>& part, std::size_t cell, std::size_t firstPoint, const std::vector<double>& u,
+                       const Values<T>& f, const Values<T>& k, T* J, T* F) const
+{
+    const Shape<N> shape(mesh_, part.nodes[cell]);
+    const double weight = shape.measure / N;
+    Point slopeOfU{0.0, 0.0};
+    for (std::size_t i = 0; i < N; ++i)
+        for (std::size_t d = 0; d < 2; ++d)
+            slopeOfU[d] += u[static_cast<std::size_t>(part.nodes[cell][i])] * shape.gradient[i][d];
+    for (std::size_t q = 0; q < N; ++q) {
+        const auto& phi = Rule<N>::phi[q];
+        const std::size_t p = firstPoint + q;
+        for (std::size_t i = 0; i < N; ++i) {
+            const double into = dot(slopeOfU, shape.gradient[i]);
+            F[i] -= weight * f.value[p] * phi[i];
+            if constexpr (N == 3)
+                F[i] += weight * k.value[p] * into;
+            for (std::size_t j = 0; j < N; ++j) {
+                J[N * i + j] -= weight * f.slope[p] * (phi[j] * phi[i]);
+                if constexpr (N == 3)
+                    J[N * i + j] += weight * (k.value[p] * dot(shape.gradient[j], shape.gradient[i]) +
+                                              k.slope[p] * (phi[j] * into));
+            }
+        }
+    }
+}
+
 template <class T, int N>
 void Assembly::assemblePart(const Part<N>& part, const std::vector<double>& u, std::vector<T>& triplets,
                             std::vector<T>& loads) const
 {
-    const auto work = [&](BlockEvaluator& evaluator, Range cells) {
-        effort_.pulse();
+    for (std::size_t first = 0; first < part.nodes.size(); first += kCellsAtOnce) {
+        const Range cells{first, std::min(kCellsAtOnce, part.nodes.size() - first)};
         const Points points = pointsOf(part, cells, u);
-        evaluator.setPoints({points.x.data(), points.y.data(), points.u.data()}, points.size());
-        std::vector<T> f, fSlope, k, kSlope;
-        Coefficients::evaluate(evaluator, part.coefficients[0], points, f, fSlope);
-        if constexpr (N == 3)
-            Coefficients::evaluate(evaluator, part.coefficients[1], points, k, kSlope);
-
-        for (std::size_t c = cells.first; c < cells.first + cells.count; ++c) {
-            const Shape<N> shape(mesh_, part.nodes[c]);
-            const double weight = shape.measure / N;
-            const std::size_t first = N * (c - cells.first);
-            T* const J = &triplets[part.firstTriplet + N * N * c];
-            T* const F = &loads[part.firstLoad + N * c];
-            Point slopeOfU{0.0, 0.0};
-            for (std::size_t i = 0; i < N; ++i)
-                for (std::size_t d = 0; d < 2; ++d)
-                    slopeOfU[d] += u[static_cast<std::size_t>(part.nodes[c][i])] * shape.gradient[i][d];
-            for (std::size_t q = 0; q < N; ++q) {
-                const auto& phi = Rule<N>::phi[q];
-                for (std::size_t i = 0; i < N; ++i) {
-                    const double into = dot(slopeOfU, shape.gradient[i]);
-                    F[i] -= weight * f[first + q] * phi[i];
-                    if constexpr (N == 3)
-                        F[i] += weight * k[first + q] * into;
-                    for (std::size_t j = 0; j < N; ++j) {
-                        J[N * i + j] -= weight * fSlope[first + q] * (phi[j] * phi[i]);
-                        if constexpr (N == 3)
-                            J[N * i + j] += weight * (k[first + q] * dot(shape.gradient[j], shape.gradient[i]) +
-                                                      kSlope[first + q] * (phi[j] * into));
-                    }
-                }
-            }
-        }
-    };
-    const Range bad = runBlocks(
-        part.nodes.size(), effort_.block, effort_.threads,
-        [&] { return coefficients_.makeEvaluator(N * effort_.block); }, work);
-    if (bad.count > 0)
-        tell<T>(part, bad, u);
-}
-
-template <class T, int N>
-void Assembly::tell(const Part<N>& part, Range cells, const std::vector<double>& u) const
-{
-    effort_.pulse(); // stopped by the user: raises again
-    for (const Coefficient& c : part.coefficients) {
-        const auto fails = [&](Range r) { return !coefficients_.failure<T>(c, pointsOf(part, r, u)).empty(); };
-        if (!fails(cells))
-            continue;
-        const std::size_t cell = firstFailing(cells, fails);
-        const Points points = pointsOf(part, {cell, 1}, u);
-        for (std::size_t k = 0; k < points.size(); ++k) {
-            const Points point{{points.x[k]}, {points.y[k]}, {points.u[k]}};
-            const std::string story = coefficients_.failure<T>(c, point);
-            if (!story.empty())
-                throw EvaluationError(c.name + " fails in " + part.cell + " " + std::to_string(cell + 1) + " at x = " +
-                                      toText(point.x[0]) + ", y = " + toText(point.y[0]) + ", u = " +
-                                      toText(point.u[0]) + story);
-        }
+        const Values<T> f = evaluate<T>(part.coefficients[0], points, part.cell, first, N);
+        const Values<T> k = N == 3 ? evaluate<T>(part.coefficients[1], points, part.cell, first, N) : Values<T>();
+#pragma omp parallel for num_threads(effort_.threads)
+        for (std::size_t c = first; c < first + cells.count; ++c)
+            addCell<T, N>(part, c, N * (c - first), u, f, k, &triplets[part.firstTriplet + N * N * c],
+                          &loads[part.firstLoad + N * c]);
     }
-    throw EvaluationError("a block of elements failed for a reason that is gone: probably memory ran out");
 }
 
 template <class T>
@@ -193,51 +197,29 @@ void Assembly::assemble(const std::vector<double>& u, Sparse& J, std::vector<T>&
 template <class T>
 std::vector<T> Assembly::atNodes(const std::string& name, const std::string& text, const std::vector<int>& nodes) const
 {
-    const Coefficient c = coefficients_.read(name, text);
-    if (c.slope)
+    const Coefficient c = read(name, text);
+    if (c.dependsOnU())
         throw EvaluationError(name + " may use x and y, not u: " + text);
-    const auto pointsAt = [&](Range r) {
-        Points p;
-        p.resize(r.count);
-        for (std::size_t k = 0; k < r.count; ++k) {
-            const Point& node = mesh_.points[static_cast<std::size_t>(nodes[r.first + k])];
-            p.x[k] = node[0];
-            p.y[k] = node[1];
-        }
-        return p;
-    };
-    const auto fails = [&](Range r) { return !coefficients_.failure<T>(c, pointsAt(r)).empty(); };
-    const Range all{0, nodes.size()};
-    if (nodes.empty())
-        return {};
-    if (fails(all)) {
-        const std::size_t k = firstFailing(all, fails);
-        const Points p = pointsAt({k, 1});
-        throw EvaluationError(name + " fails at x = " + toText(p.x[0]) + ", y = " + toText(p.y[0]) +
-                              coefficients_.failure<T>(c, p));
+    Points points;
+    points.resize(nodes.size());
+    for (std::size_t k = 0; k < nodes.size(); ++k) {
+        const Point& node = mesh_.points[static_cast<std::size_t>(nodes[k])];
+        points.x[k] = node[0];
+        points.y[k] = node[1];
     }
-    const Points points = pointsAt(all);
-    BlockEvaluator evaluator = coefficients_.makeEvaluator(points.size());
-    evaluator.setPoints({points.x.data(), points.y.data(), points.u.data()}, points.size());
-    std::vector<T> value, slope;
-    Coefficients::evaluate(evaluator, c, points, value, slope);
-    return value;
+    return evaluate<T>(c, points, "", 0, 1).value;
 }
 
 template <class T>
 double Assembly::error(const std::vector<T>& u, const std::string& exact) const
 {
-    const Coefficient c = coefficients_.read("exact solution", exact);
-    BlockEvaluator evaluator = coefficients_.makeEvaluator(3 * effort_.block);
+    const Coefficient c = read("exact solution", exact);
     const std::vector<double> zero(u.size(), 0.0);
     double sum = 0.0;
-    for (std::size_t first = 0; first < body_.nodes.size(); first += effort_.block) {
-        const Range cells{first, std::min(effort_.block, body_.nodes.size() - first)};
-        const Points points = pointsOf(body_, cells, zero);
-        evaluator.setPoints({points.x.data(), points.y.data(), points.u.data()}, points.size());
-        std::vector<T> value, slope;
-        Coefficients::evaluate(evaluator, c, points, value, slope);
-        for (std::size_t k = 0; k < points.size(); ++k) {
+    for (std::size_t first = 0; first < body_.nodes.size(); first += kCellsAtOnce) {
+        const Range cells{first, std::min(kCellsAtOnce, body_.nodes.size() - first)};
+        const std::vector<T> value = evaluate<T>(c, pointsOf(body_, cells, zero), body_.cell, first, 3).value;
+        for (std::size_t k = 0; k < value.size(); ++k) {
             const auto& nodes = body_.nodes[first + k / 3];
             T difference = -value[k];
             for (std::size_t i = 0; i < 3; ++i)

@@ -1,26 +1,16 @@
 #pragma once
 
 #include "coefficient.hpp"
-#include "formulas/blocks.hpp"
 #include "mesh.hpp"
 
 #include "sparse.hpp"
 
 #include <array>
 #include <complex>
-#include <functional>
 #include <string>
 #include <vector>
 
 namespace examples {
-
-/// How the work is cut up.
-struct Effort
-{
-    int threads = 1;
-    std::size_t block = 1000;           ///< cells evaluated together
-    std::function<void()> pulse = [] {}; ///< called before each block, on any thread; raises to stop
-};
 
 /// The finite-element form of a model on linear triangles, with shape functions phi_i and u = sum u_j phi_j:
 ///
@@ -29,7 +19,7 @@ struct Effort
 ///                        - int f' phi_j phi_i - int_boundary q' phi_j phi_i
 ///
 /// where ' is d/du, from the evaluation graph. Integrals by three points a triangle and two Gauss points an edge: exact for
-/// products of two linear functions. Formulas are evaluated for blocks of points, on several threads; each element has its
+/// products of two linear functions. Formulas are evaluated at all points of many elements, on several threads; each element has its
 /// own place among the triplets and sums run in element order, so results have the same bits for any number of threads.
 /// Source: Braess, Finite Elements, 3rd ed., Cambridge 2007, chapter II.
 class Assembly
@@ -67,20 +57,38 @@ private:
         std::size_t firstLoad = 0;
     };
 
+    /// A half-open range of cells.
+    struct Range
+    {
+        std::size_t first;
+        std::size_t count;
+    };
+    /// Value and slope of a coefficient at the points of some cells.
+    template <class T>
+    struct Values
+    {
+        std::vector<T> value, slope;
+    };
+
+    Coefficient read(const std::string& name, const std::string& text) const { return {name, text, model_.definitions}; }
     template <int N>
     Part<N> part(const std::string& cell, std::vector<std::array<int, N>> nodes,
                  std::vector<Coefficient> coefficients);
     template <int N>
     Points pointsOf(const Part<N>& part, Range cells, const std::vector<double>& u) const;
+    template <class T>
+    Values<T> evaluate(const Coefficient& c, const Points& points, const std::string& cell, std::size_t firstCell,
+                       std::size_t pointsOfCell) const;
     template <class T, int N>
     void assemblePart(const Part<N>& part, const std::vector<double>& u, std::vector<T>& triplets,
                       std::vector<T>& loads) const;
     template <class T, int N>
-    [[noreturn]] void tell(const Part<N>& part, Range cells, const std::vector<double>& u) const;
+    void addCell(const Part<N>& part, std::size_t cell, std::size_t firstPoint, const std::vector<double>& u,
+                 const Values<T>& f, const Values<T>& k, T* J, T* F) const;
 
     const NamedMesh& mesh_;
+    const HeatModel& model_;
     Effort effort_;
-    Coefficients coefficients_;
     Part<3> body_;
     std::vector<Part<2>> boundaries_;
     std::vector<unsigned long> rows_, columns_; // of all triplets

@@ -3,15 +3,33 @@
 #include "formulas/explain.hpp"
 #include "support/options.hpp"
 
-#include "depinfo.hpp"
-#include "evaltree.hpp"
-#include "nodemaker.hpp"
 #include "qxexception.hpp"
 
 #include <algorithm>
-#include <boost/make_shared.hpp>
 
 namespace examples {
+namespace {
+
+const std::vector<std::string> kVariables{"x", "y", "u"};
+
+qx::Formulas hostOf(const std::vector<Formula>& definitions)
+{
+    qx::Formulas host(kVariables);
+    for (const Formula& d : definitions) {
+        try {
+            host.define(d.name, d.text);
+        } catch (const qxbase::Exception& e) {
+            if (e.getId() != "Name_in_use")
+                throw EvaluationError("definition " + d.name + " cannot be read: " + d.text + explain(e));
+            const bool hides = std::find(kVariables.begin(), kVariables.end(), d.name) != kVariables.end();
+            throw EvaluationError(hides ? "definition '" + d.name + "' hides the variable of that name"
+                                        : "'" + d.name + "' is defined twice");
+        }
+    }
+    return host;
+}
+
+} // namespace
 
 BoundaryFormula BoundaryFormula::parse(const std::string& typed)
 {
@@ -28,67 +46,38 @@ void Points::resize(std::size_t n)
     u.resize(n);
 }
 
-Coefficients::Coefficients(const std::vector<Formula>& definitions) : nodeMaker_(boost::make_shared<NodeMaker>())
+Coefficient::Coefficient(const std::string& name, const std::string& text, const std::vector<Formula>& definitions)
+    : name_(name)
 {
-    for (const Formula& d : definitions) {
-        if (std::find(names_.begin(), names_.end(), d.name) != names_.end())
-            throw EvaluationError("definition '" + d.name + "' hides the variable of that name");
-        if (!definitions_.emplace(d.name, boost::make_shared<EvalTree>(d.text, false)).second)
-            throw EvaluationError("'" + d.name + "' is defined twice");
-    }
-    for (const auto& [name, tree] : definitions_)
-        read("definition " + name, tree->getExpr());
-}
-
-Coefficient Coefficients::read(const std::string& name, const std::string& text) const
-{
-    const BlockEvaluator block = makeEvaluator(1);
-    Coefficient c{name, boost::make_shared<EvalTree>(text, false), EvalTreePtr()};
+    qx::Formulas host = hostOf(definitions);
     try {
-        EvalTreePtr slope = c.value->diff("u", block.evaluator());
-        if (!slope->getRoot(block.evaluator())->isZero()) {
-            c.slope = slope;
-            c.slopeVaries = slope->depends({"u"}, block.evaluator()).isSolDepAll();
-        }
+        formula_ = host.add(text);
+        program_ = host.compile();
+        program_.dependsOn(formula_, "u"); // makes the derivative: what has none is told now
     } catch (const qxbase::Exception& e) {
-        throw EvaluationError(name + " cannot be read: " + text + explain(e));
+        const std::string definition = argumentOf(e, "In_definition", "Name");
+        throw EvaluationError((definition.empty() ? name : "definition " + definition) + " cannot be read: " +
+                              (definition.empty() ? text : argumentOf(e, "In_definition", "Expression")) + explain(e));
     }
-    return c;
-}
-
-BlockEvaluator Coefficients::makeEvaluator(std::size_t blockSize) const
-{
-    return BlockEvaluator(names_, definitions_, nodeMaker_, blockSize);
 }
 
 template <class T>
-void Coefficients::evaluate(BlockEvaluator& evaluator, const Coefficient& c, const Points& points,
-                            std::vector<T>& value, std::vector<T>& slope)
+void Coefficient::evaluate(const Points& points, const Effort& effort, std::vector<T>& value,
+                           std::vector<T>& slope) const
 {
+    qx::Points at(points.size());
+    at.set("x", points.x).set("y", points.y).set("u", points.u);
+    const qx::Options options{.threads = effort.threads, .block = effort.block, .run = effort.run};
     value.resize(points.size());
     slope.assign(points.size(), T(0.0));
-    evaluator.values(*c.value, value.data());
-    if (c.slope)
-        evaluator.values(*c.slope, slope.data());
+    if (dependsOnU())
+        program_.gradient(at, formula_, value, {{"u", slope}}, options);
+    else
+        program_.evaluate(at, formula_, value, options);
 }
 
-template <class T>
-std::string Coefficients::failure(const Coefficient& c, const Points& points) const
-{
-    return storyOf([&] {
-        BlockEvaluator evaluator = makeEvaluator(points.size());
-        evaluator.setPoints({points.x.data(), points.y.data(), points.u.data()}, points.size());
-        std::vector<T> value;
-        std::vector<T> slope;
-        evaluate(evaluator, c, points, value, slope);
-    });
-}
-
-template void Coefficients::evaluate(BlockEvaluator&, const Coefficient&, const Points&, std::vector<double>&,
-                                     std::vector<double>&);
-template void Coefficients::evaluate(BlockEvaluator&, const Coefficient&, const Points&,
-                                     std::vector<std::complex<double>>&, std::vector<std::complex<double>>&);
-template std::string Coefficients::failure<double>(const Coefficient&, const Points&) const;
-template std::string Coefficients::failure<std::complex<double>>(const Coefficient&, const Points&) const;
+template void Coefficient::evaluate(const Points&, const Effort&, std::vector<double>&, std::vector<double>&) const;
+template void Coefficient::evaluate(const Points&, const Effort&, std::vector<std::complex<double>>&,
+                                    std::vector<std::complex<double>>&) const;
 
 } // namespace examples

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "formulas/pointevaluator.hpp"
 #include "model.hpp"
+
+#include "formulas.hpp"
 
 #include <complex>
 #include <string>
@@ -9,13 +10,12 @@
 
 namespace examples {
 
-/// A formula of x, y and u with its derivative by u, which the evaluation graph makes.
-struct Coefficient
+/// How the work is cut up.
+struct Effort
 {
-    std::string name;       ///< for messages: "conductivity"
-    EvalTreePtr value;
-    EvalTreePtr slope;      ///< null when the formula does not depend on u
-    bool slopeVaries = false; ///< the slope depends on u itself
+    int threads = 1;
+    std::size_t block = 3000;       ///< points evaluated together
+    qxutil::RunInfo* run = nullptr; ///< progress and cancel
 };
 
 /// Points at which formulas are evaluated.
@@ -27,30 +27,28 @@ struct Points
     void resize(std::size_t n);
 };
 
-/// The formulas of a model, read once; evaluators for the threads.
-class Coefficients
+/// A formula of x, y and u with its derivative by u, which the evaluation graph makes.
+class Coefficient
 {
 public:
-    /// Raises EvaluationError for a definition that cannot be read or hides x, y or u.
-    explicit Coefficients(const std::vector<Formula>& definitions);
+    /// `name` is for messages: "conductivity". Raises EvaluationError with the story for a text that cannot be read.
+    Coefficient(const std::string& name, const std::string& text, const std::vector<Formula>& definitions);
 
-    /// Reads a formula. Raises EvaluationError with the story when it cannot be read or differentiated.
-    Coefficient read(const std::string& name, const std::string& text) const;
-    /// For blocks of at most blockSize points.
-    BlockEvaluator makeEvaluator(std::size_t blockSize) const;
+    const std::string& name() const { return name_; }
+    std::string text() const { return program_.text(formula_); }
+    bool dependsOnU() const { return program_.dependsOn(formula_, "u"); }
+    /// The derivative by u depends on u itself.
+    bool slopeVaries() const { return program_.isNonlinearIn(formula_, {"u"}); }
 
-    /// Value and slope at the points (slope 0 without one). T is double or std::complex<double>.
+    /// Value and derivative by u at the points. T is double or std::complex<double>. What fails leaves as the library's
+    /// exception.
     template <class T>
-    static void evaluate(BlockEvaluator& evaluator, const Coefficient& c, const Points& points, std::vector<T>& value,
-                         std::vector<T>& slope);
-    /// What stops the formula at these points; empty if nothing does.
-    template <class T>
-    std::string failure(const Coefficient& c, const Points& points) const;
+    void evaluate(const Points& points, const Effort& effort, std::vector<T>& value, std::vector<T>& slope) const;
 
 private:
-    std::vector<std::string> names_{"x", "y", "u"};
-    Definitions definitions_;
-    NodeMakerPtr nodeMaker_;
+    std::string name_;
+    qx::Formula formula_;
+    qx::Program program_;
 };
 
 } // namespace examples

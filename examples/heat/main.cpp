@@ -103,7 +103,7 @@ Task readTask(Options& options, int argc, char** argv)
     if (words.size() != 1)
         throw UsageError("one mesh is needed, see heat --help");
     t.mesh = words.front();
-    t.options.effort.pulse = [] { runInfo.throwIfCancelled("heat", __LINE__); };
+    t.options.effort.run = &runInfo;
     return t;
 }
 

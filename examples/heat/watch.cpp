@@ -4,13 +4,11 @@
 
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdio>
 
 namespace examples {
 namespace {
 
-constexpr long kSteps = 1000;     // of a bar
 constexpr double kPatience = 0.5; // seconds in which a short run shows nothing
 
 } // namespace
@@ -24,7 +22,7 @@ Watch::~Watch()
 
 void Watch::wipe()
 {
-    bar_.reset();
+    end();
     if (!shown_.empty())
         std::fputs("\r\033[K", stderr);
     shown_.clear();
@@ -38,19 +36,6 @@ void Watch::phase(const std::string& name)
     shown_ = name;
     std::fprintf(stderr, "%s ...", name.c_str());
     std::fflush(stderr);
-}
-
-void Watch::onProgress(const std::string& title, double fraction)
-{
-    const long done = std::lround(static_cast<double>(kSteps) * fraction);
-    if (!bar_ || done < done_) {
-        bar_ = std::make_unique<Progress>(title, kSteps);
-        done_ = 0;
-    }
-    bar_->advance(done - done_);
-    done_ = done;
-    if (done == kSteps)
-        bar_.reset();
 }
 
 } // namespace examples

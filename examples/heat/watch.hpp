@@ -1,16 +1,13 @@
 #pragma once
 
-#include "support/progress.hpp"
+#include "formulas/progressbar.hpp"
 
-#include "qxrun.hpp"
-
-#include <memory>
 #include <string>
 
 namespace examples {
 
 /// Shows on a terminal what a long run does: the phase it is in, and a bar where the library reports progress.
-class Watch : public qxutil::RunListener
+class Watch : public ProgressBar
 {
 public:
     Watch();
@@ -18,7 +15,6 @@ public:
 
     /// A phase begins; an empty name: none.
     void phase(const std::string& name);
-    void onProgress(const std::string& title, double fraction) override;
 
 private:
     void wipe();
@@ -26,8 +22,6 @@ private:
     bool terminal_;
     double start_;
     std::string shown_;
-    std::unique_ptr<Progress> bar_;
-    long done_ = 0;
 };
 
 } // namespace examples

@@ -1,11 +1,11 @@
 // A pendulum and a slider-crank as one writes them down, made solvable by index reduction, and set in motion.
 //
-// Builds on: dae.hpp for the reduction, exprimpl.hpp for reading infix text, evaltree.hpp for the numbers.
+// Builds on: dae.hpp for the reduction, exprimpl.hpp for reading infix text, formulas.hpp for the numbers.
 // Run:       pendulum pendulum --svg pendulum.svg          or          pendulum slider-crank
 //
 //   1. The equations of motion in Cartesian coordinates hold constraint forces that no equation gives: index 3 (models.cpp).
 //   2. Dae differentiates the constraints twice and makes unknowns of the derivatives that they determine.
-//   3. The reduced equations, again text, become evaluation trees; Newton's method solves them for the highest
+//   3. The reduced equations, again text, become formulas; Newton's method solves them for the highest
 //      derivatives, and Runge-Kutta steps integrate what is below those (reducedmotion.cpp).
 //   4. Energy is not used by the integration: how little it drifts tells how good the motion is.
 //

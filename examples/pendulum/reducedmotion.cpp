@@ -3,11 +3,8 @@
 #include "array.hpp"
 #include "arrayutil.hpp"
 #include "dae.hpp"
-#include "evaltree.hpp"
 #include "exprimpl.hpp"
-#include "nodemaker.hpp"
 
-#include <boost/make_shared.hpp>
 #include <algorithm>
 #include <cmath>
 #include <sstream>
@@ -56,7 +53,7 @@ ReducedMotion::ReducedMotion(const MotionText& text) : values_(text.parameters)
     values_["t"] = time_;
     for (const auto& [name, value] : text.start)
         values_[name] = value;
-    makeTrees(dae, text.energy);
+    makeFormulas(dae, text.energy);
     solve();
 }
 
@@ -84,56 +81,51 @@ void ReducedMotion::readStructure(const Dae& dae)
     }
 }
 
-// From here on the equations belong to the evaluation engine: a tree for each, and for each derivative that is not zero.
-void ReducedMotion::makeTrees(const Dae& dae, const std::string& energy)
+// From here on the equations are formulas of all that has a value.
+void ReducedMotion::makeFormulas(const Dae& dae, const std::string& energy)
 {
     for (const auto& names : {states_, computed_})
         for (const std::string& name : names)
             values_.insert({name, 0.0});
+    std::vector<std::string> names;
     for (const auto& entry : values_)
-        names_.push_back(entry.first);
-    evaluator_ = std::make_unique<BlockEvaluator>(names_, definitions_, boost::make_shared<NodeMaker>(), 1);
-
-    for (std::size_t i = 0; i < dae.getEqs().size(); ++i) {
-        const auto tree = boost::make_shared<EvalTree>(dae.getEq(static_cast<int>(i)), false);
-        equations_.push_back(tree);
-        EvalTree::Pairs derivatives;
-        tree->linearize(evaluator_->evaluator(), computed_, derivatives);
-        for (const auto& [name, derivative] : derivatives) {
-            const auto column = std::find(computed_.begin(), computed_.end(), name);
-            jacobian_.push_back({i, static_cast<std::size_t>(column - computed_.begin()), derivative});
-        }
-    }
-    energy_ = boost::make_shared<EvalTree>(energy, false);
+        names.push_back(entry.first);
+    qx::Formulas host(names);
+    for (std::size_t i = 0; i < dae.getEqs().size(); ++i)
+        equations_.push_back({host.add(dae.getEq(static_cast<int>(i))), {}});
+    energy_ = host.add(energy);
+    program_ = host.compile();
+    for (Equation& e : equations_)
+        for (std::size_t j = 0; j < computed_.size(); ++j)
+            if (program_.dependsOn(e.formula, computed_[j]))
+                e.unknowns.push_back(j);
 }
 
-void ReducedMotion::setPoint()
+qx::Points ReducedMotion::point() const
 {
-    std::vector<const double*> point;
-    for (const auto& entry : values_) // in the order of names_
-        point.push_back(&entry.second);
-    evaluator_->setPoints(point, 1);
+    qx::Points p(1);
+    for (const auto& [name, value] : values_)
+        p.set(name, value);
+    return p;
 }
 
-double ReducedMotion::evaluate(EvalTree& tree)
+double ReducedMotion::evaluate(qx::Formula formula) const
 {
     double value = 0.0;
-    evaluator_->values(tree, &value);
+    program_.evaluate(point(), formula, std::span(&value, 1));
     return value;
 }
 
-double ReducedMotion::getEnergy()
+double ReducedMotion::getEnergy() const
 {
-    setPoint();
-    return evaluate(*energy_);
+    return evaluate(energy_);
 }
 
-double ReducedMotion::getResidual()
+double ReducedMotion::getResidual() const
 {
-    setPoint();
     double largest = 0.0;
-    for (const EvalTreePtr& equation : equations_)
-        largest = std::max(largest, std::abs(evaluate(*equation)));
+    for (const Equation& e : equations_)
+        largest = std::max(largest, std::abs(evaluate(e.formula)));
     return largest;
 }
 
@@ -143,14 +135,15 @@ void ReducedMotion::solve()
     Array<double, 2> A(n, n);
     Array<double, 1> b(n);
     for (int iteration = 0; iteration < 30; ++iteration) {
-        setPoint();
+        const qx::Points p = point();
+        A = 0.0;
         for (std::size_t i = 0; i < n; ++i) {
-            b(i) = -evaluate(*equations_[i]);
-            for (std::size_t j = 0; j < n; ++j)
-                A(i, j) = 0.0;
+            std::vector<qx::Derivative> row;
+            for (const std::size_t j : equations_[i].unknowns)
+                row.push_back({computed_[j], std::span(&A(i, j), 1)});
+            program_.gradient(p, equations_[i].formula, std::span(&b(i), 1), row);
+            b(i) = -b(i);
         }
-        for (const Entry& entry : jacobian_)
-            A(entry.equation, entry.unknown) = evaluate(*entry.derivative);
         const int raiseIfSingular = 1;
         qxarray::linsolv(A, b, raiseIfSingular);
         double change = 0.0;

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "formulas/pointevaluator.hpp"
+#include "formulas.hpp"
 
 #include <cstddef>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -51,36 +50,32 @@ public:
     double getTime() const { return time_; }
     /// The present value of any name.
     double getValue(const std::string& name) const { return values_.at(name); }
-    double getEnergy();
+    double getEnergy() const;
     /// Largest residual of an equation at present.
-    double getResidual();
+    double getResidual() const;
     /// One step of the classical Runge-Kutta method, order 4.
     void step(double h);
 
 private:
-    struct Entry
+    struct Equation
     {
-        std::size_t equation;
-        std::size_t unknown;
-        EvalTreePtr derivative;
+        qx::Formula formula;
+        std::vector<std::size_t> unknowns; ///< positions in computed_ of those that it depends on
     };
 
     void readStructure(const Dae& dae);
-    void makeTrees(const Dae& dae, const std::string& energy);
+    void makeFormulas(const Dae& dae, const std::string& energy);
     /// Solves for what is computed at the present time and states.
     void solve();
     std::vector<double> rates();
-    double evaluate(EvalTree& tree);
-    void setPoint();
+    qx::Points point() const;
+    double evaluate(qx::Formula formula) const;
 
     std::string original_, reduced_;
     std::vector<std::string> states_, rates_, computed_; // rates_[i] is the name of the derivative of states_[i]
-    std::vector<EvalTreePtr> equations_;
-    std::vector<Entry> jacobian_; // entries that are not zero
-    EvalTreePtr energy_;
-    std::vector<std::string> names_;
-    Definitions definitions_;
-    std::unique_ptr<BlockEvaluator> evaluator_;
+    std::vector<Equation> equations_;
+    qx::Formula energy_;
+    qx::Program program_;
     Values values_;
     double time_ = 0.0;
 };

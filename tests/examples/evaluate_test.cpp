@@ -195,7 +195,7 @@ TEST_F(Evaluate, AComplexValueAmongRealOnesIsAnErrorThatNamesTheRow)
 
     EXPECT_EQ(o.status, 1);
     EXPECT_THAT(o.err, HasSubstr("formula 'sqrt(x)' fails at " + points + ":3 (x = -3, y = 0.5)\n  the value is complex: "
-                                 "0+1.7320508075688772*i (--complex allows"));
+                                 "(0+1.7320508075688772*i) (--complex allows"));
 }
 
 TEST_F(Evaluate, MistakesInFormulasAreToldInWords)

@@ -242,6 +242,14 @@ TEST(Program, RefusesFormulasOfOthersAndOptionsThatMakeNoSense)
               "Unknown_variable_name");
 }
 
+TEST(Program, IsEmptyWhenMadeOfNothing)
+{
+    double out = 0;
+
+    EXPECT_EQ(idOf([&] { qx::Program().evaluate(qx::Points(1), qx::Formula(), std::span(&out, 1)); }), "Unknown_formula");
+    EXPECT_TRUE(qx::Program().variables().empty());
+}
+
 TEST(Program, TellsWhatDependsOnWhat)
 {
     qx::Formulas f({"u", "v", "w"});
