@@ -101,7 +101,8 @@ QX_API void jdA1cppdA2(JNIEnv_* env, _jdoubleArray* array, int m, int n, Array<d
 /// "Internal_error_array_processing". Storage of that type and size that the matrix does not share is kept.
 QX_API void jVDblVDbl2CppV(JNIEnv_* env, _jdoubleArray* re, _jdoubleArray* im, Matrix<1>& matrix);
 
-/// One handle for each row, which owns the row's reference. Room for that many local references is made first.
+/// One handle for each row, which owns the row's reference. Room for that many local references and 16 more is asked for
+/// first; who holds the handles of several matrices at once asks for more by EnsureLocalCapacity.
 QX_API void jiM2viAH(JNIEnv_* env, _jobjectArray* matrix, std::vector<boost::shared_ptr<jintArrayRH>>& handles);
 QX_API void jfM2vfAH(JNIEnv_* env, _jobjectArray* matrix, std::vector<boost::shared_ptr<jfloatArrayRH>>& handles);
 QX_API void jdM2vdAH(JNIEnv_* env, _jobjectArray* matrix, std::vector<boost::shared_ptr<jdoubleArrayRH>>& handles);

@@ -455,12 +455,15 @@ void putPlanes(JNIEnv* env, const Array<T, 3>& source, jobjectArray& array)
     outer.finish(array);
 }
 
+/// One handle for each row; pinned counts the rows whose references are held.
 template <class T>
-void pinRows(JNIEnv* env, jobjectArray array, std::vector<boost::shared_ptr<JavaArrayRH<T>>>& handles)
+void pinRows(JNIEnv* env, jobjectArray array, std::vector<boost::shared_ptr<JavaArrayRH<T>>>& handles, jsize& pinned)
 {
     using Handle = JavaArrayRH<T>;
+    constexpr jsize reserve = 16;
     const jsize m = lengthOf(env, array);
-    if (env->EnsureLocalCapacity(m < std::numeric_limits<jsize>::max() - 16 ? m + 16 : m) != JNI_OK)
+    pinned = javaSize(static_cast<std::size_t>(pinned) + static_cast<std::size_t>(m) + reserve) - reserve;
+    if (env->EnsureLocalCapacity(pinned + reserve) != JNI_OK)
         raiseJni(__LINE__);
     std::vector<boost::shared_ptr<Handle>> made;
     made.reserve(static_cast<std::size_t>(m));
@@ -478,7 +481,8 @@ void pinMatrix(JNIEnv* env, jobjectArray matrix, std::vector<boost::shared_ptr<J
 {
     convert(env, [&] {
         requireType<T, 2>(env, matrix);
-        pinRows<T>(env, matrix, handles);
+        jsize pinned = 0;
+        pinRows<T>(env, matrix, handles, pinned);
     });
 }
 
@@ -751,8 +755,9 @@ void jdA32vvdAH(JNIEnv* env, jobjectArray array, std::vector<std::vector<boost::
         requireType<double, 3>(env, array);
         const jsize m = lengthOf(env, array);
         std::vector<std::vector<boost::shared_ptr<jdoubleArrayRH>>> made(static_cast<std::size_t>(m));
+        jsize pinned = 0;
         for (jsize i = 0; i < m; ++i)
-            pinRows<double>(env, requireElement<jobjectArray>(env, array, i).get(), made[static_cast<std::size_t>(i)]);
+            pinRows<double>(env, requireElement<jobjectArray>(env, array, i).get(), made[static_cast<std::size_t>(i)], pinned);
         handles.swap(made);
     });
 }

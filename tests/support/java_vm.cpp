@@ -66,7 +66,8 @@ JavaVM* startVM(const std::string& classPath, std::vector<std::string> extra)
         if (!javaLibrary())
             return nullptr;
         const auto create = reinterpret_cast<jint (*)(JavaVM**, void**, void*)>(dlsym(javaLibrary(), "JNI_CreateJavaVM"));
-        extra.insert(extra.begin(), {"-Djava.class.path=" + classPath, "-Xmx64m", "-XX:+UseSerialGC", "-Xrs", "-Xcheck:jni"});
+        extra.insert(extra.begin(), {"-Djava.class.path=" + classPath, "-Xmx64m", "-XX:+UseSerialGC", "-Xrs", "-Xcheck:jni",
+                                      "-XX:+AllowUserSignalHandlers"});
         std::vector<JavaVMOption> options;
         for (std::string& text : extra)
             options.push_back({text.data(), nullptr});
