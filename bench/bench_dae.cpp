@@ -4,6 +4,8 @@
 //       v_(k-1) - v_k = R i_k,   C v_k' = i_k - i_(k+1);   index 1, nothing is differentiated
 //   Chain of pendulums: n masses on rods, each hung on the one before, in first-order form with a constraint each; index
 //       3: five equations a mass, four of them differentiated once or twice
+//   Random: each equation holds one unknown of its own and two others at random, no derivatives. Half of the time goes
+//       into the final order of the equations, which is that of searches one by one; their share grows with the size
 //
 // The time includes reading the equations. Linear growth is a ratio of 10; the goal is a slope of at most 1.15 on a
 // log-log plot, a ratio of 14.1.
@@ -11,8 +13,11 @@
 
 #include "dae.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <numeric>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -56,6 +61,19 @@ void addPendulums(Dae& dae, int n)
     }
 }
 
+void addRandom(Dae& dae, int n)
+{
+    std::mt19937 random(7);
+    std::vector<int> own(static_cast<std::size_t>(n));
+    std::iota(own.begin(), own.end(), 0);
+    std::shuffle(own.begin(), own.end(), random);
+    const auto any = [&] { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    for (int k = 0; k < n; ++k)
+        dae.addVar(var("x", k));
+    for (const int k : own)
+        dae.addEq("+ + " + var("x", k) + " () sin 1 " + var("x", any()) + " " + var("x", any()));
+}
+
 /// Reduces a system of size n; returns how far the number of equations is from what it must be.
 template <class Add>
 double reduce(Add add, int n, int wanted)
@@ -87,4 +105,5 @@ void qxbench::benchmarks()
 {
     growth("reduceIndex/rc-ladder", addLadder, 1000, 100000, 1);
     growth("reduceIndex/pendulums", addPendulums, 100, 10000, 9);
+    growth("reduceIndex/random", addRandom, 1000, 100000, 1);
 }

@@ -33,10 +33,13 @@ class Dae::TextEquations final : public qxdae::Equations
 {
 public:
     explicit TextEquations(const Dae& dae) : dae_(dae) {}
-    void getOccurrences(int eq, std::vector<VarOrder>& pairs) override;
+    /// What occurs in the equations that are there; kept, since texts are not looked at twice.
+    const std::vector<qxdae::Row>& readRows();
+    void getOccurrences(int eq, qxdae::Row& pairs) override;
     /// By the rules for expressions, on a copy in canonical form.
     Eq differentiate(int eq) override;
 
 private:
     const Dae& dae_;
+    std::vector<qxdae::Row> rows_;
 };

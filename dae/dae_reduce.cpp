@@ -43,9 +43,20 @@ private:
 
 } // namespace
 
-void Dae::TextEquations::getOccurrences(int eq, std::vector<VarOrder>& pairs)
+const std::vector<qxdae::Row>& Dae::TextEquations::readRows()
 {
-    dae_.getVarOccurrences(*dae_.eqs_[at(eq)].expr, pairs);
+    rows_.resize(dae_.eqs_.size());
+    for (std::size_t i = 0; i < rows_.size(); ++i)
+        dae_.getVarOccurrences(*dae_.eqs_[i].expr, rows_[i]);
+    return rows_;
+}
+
+void Dae::TextEquations::getOccurrences(int eq, qxdae::Row& pairs)
+{
+    if (at(eq) < rows_.size())
+        pairs = rows_[at(eq)];
+    else
+        dae_.getVarOccurrences(*dae_.eqs_[at(eq)].expr, pairs);
 }
 
 Dae::Eq Dae::TextEquations::differentiate(int eq)
@@ -68,8 +79,8 @@ void Dae::clearOccurrences()
 void Dae::extendMatching(Matching& matching)
 {
     syncVars();
-    TextEquations text(*this);
-    qxdae::extendMatching(vars_, eqs_, text, matching);
+    qxdae::fillOccurrences(vars_, eqs_, TextEquations(*this).readRows());
+    qxdae::augmentAll(eqs_, matching);
 }
 
 void Dae::raiseUnmatched(int line, const std::string& id, Matching& matching, qxbase::ExceptionArgs args) const
@@ -90,18 +101,20 @@ void Dae::raiseUnmatched(int line, const std::string& id, Matching& matching, qx
 /// Raises unless there are as many equations as unknowns, and each equation can be matched to an unknown of its own
 /// whatever the orders of the derivatives; an equation without unknowns and an unknown without equations make a pair.
 /// Returns the number of these pairs.
-int Dae::checkRegular()
+int Dae::checkRegular(TextEquations& text)
 {
     const int nUnknowns = qxdae::countUnknowns(vars_);
     const int nEqs = static_cast<int>(eqs_.size());
+    syncVars();
+    qxdae::fillOccurrences(vars_, eqs_, text.readRows());
+    if (nUnknowns == nEqs && qxdae::countMatched(eqs_) == nUnknowns)
+        return 0;
     Matching matching(static_cast<int>(vars_.size()), nEqs);
-    extendMatching(matching);
+    qxdae::augmentAll(eqs_, matching); // which ones are left over shows: in the order of the equations
     if (nUnknowns != nEqs)
         raiseUnmatched(__LINE__, inconsistent, matching,
                        {{"Variables", std::to_string(nUnknowns)}, {"Equations", std::to_string(nEqs)}});
     const auto nEmptyEqs = std::count_if(eqs_.begin(), eqs_.end(), [](const Eq& eq) { return eq.occurrences.empty(); });
-    if (matching.size() == nUnknowns)
-        return 0;
     const auto nEmptyVars = std::count_if(vars_.begin(), vars_.end(), [](const Var& var) {
         return var.isUnknown() && var.order == 0 && var.occurrences.empty();
     });
@@ -157,7 +170,7 @@ public:
     }
 
     /// pairs[i]: what occurs in equation i.
-    void replaceAll(const std::vector<std::vector<VarOrder>>& pairs, const qxutil::RunInfo* info)
+    void replaceAll(const std::vector<qxdae::Row>& pairs, const qxutil::RunInfo* info)
     {
         pairs_ = pairs;
         for (std::size_t i = 0; i < pairs.size(); ++i) {
@@ -177,7 +190,7 @@ public:
     }
 
     /// What occurs in each equation now.
-    const std::vector<std::vector<VarOrder>>& getPairs() const { return pairs_; }
+    const std::vector<qxdae::Row>& getPairs() const { return pairs_; }
 
     void store()
     {
@@ -217,7 +230,7 @@ private:
     std::set<VarOrder> made_;
     ExprVarMap map_;
     std::vector<boost::shared_ptr<ExprTree>> trees_;
-    std::vector<std::vector<VarOrder>> pairs_;
+    std::vector<qxdae::Row> pairs_;
     bool stored_ = false;
 };
 
@@ -238,9 +251,9 @@ void Dae::reduceIndex(qxutil::RunInfo* info)
 
 void Dae::reduce(qxutil::RunInfo* info)
 {
-    const int nFreePairs = checkRegular();
-    const int nOriginal = static_cast<int>(eqs_.size());
     TextEquations text(*this);
+    const int nFreePairs = checkRegular(text);
+    const int nOriginal = static_cast<int>(eqs_.size());
     qxdae::Pantelides structure(vars_, eqs_, text);
     const int endless = structure.run(info);
     if (endless >= 0)
@@ -255,14 +268,11 @@ void Dae::reduce(qxutil::RunInfo* info)
         if (!replaceDerivatives(matched, structure.getPairs(), nFreePairs, info))
             QX_RAISE("dae", "Index_reduction_failed", "New_equations", eqs_.size() - at(nOriginal));
     }
-
-    syncVars();
-    qxdae::fillOccurrences(vars_, eqs_, text);
 }
 
 /// Puts new unknowns in the place of the chosen derivatives, unless that leaves the system singular in structure or with a
 /// gap in the orders of a variable: false then, and nothing has changed. pairs[i]: what occurs in equation i.
-bool Dae::replaceDerivatives(const std::vector<VarOrder>& chosen, const std::vector<std::vector<VarOrder>>& pairs,
+bool Dae::replaceDerivatives(const std::vector<VarOrder>& chosen, const std::vector<qxdae::Row>& pairs,
                              int nFreePairs, qxutil::RunInfo* info)
 {
     const auto isUnknown = [this](int var) { return vars_[at(var)].isUnknown(); };
@@ -274,6 +284,8 @@ bool Dae::replaceDerivatives(const std::vector<VarOrder>& chosen, const std::vec
     if (nNew > 0 && qxdae::countHighestMatched(dummies.getPairs(), isUnknown) + nFreePairs < static_cast<int>(eqs_.size()))
         return false;
     dummies.store();
+    syncVars();
+    qxdae::fillOccurrences(vars_, eqs_, dummies.getPairs());
     return true;
 }
 
@@ -281,7 +293,7 @@ void Dae::orderByVariables()
 {
     const int nEqs = static_cast<int>(eqs_.size());
     Matching matching(static_cast<int>(vars_.size()), nEqs);
-    extendMatching(matching);
+    qxdae::augmentAll(eqs_, matching);
     if (matching.size() != nEqs)
         return;
     std::vector<Eq> ordered;

@@ -1,4 +1,4 @@
-// Matching of equations to variables by augmenting paths, and Pantelides' algorithm on top of it.
+// Tables of occurrences, Pantelides' algorithm on them, and the choice of dummy derivatives.
 
 #include "structure_detail.hpp"
 
@@ -17,57 +17,7 @@ std::size_t at(int i)
     return static_cast<std::size_t>(i);
 }
 
-/// The first variable of an equation that no equation is matched to; -1: none.
-int findUnmatched(const Dae::Eq& eq, Dae::Matching& matching)
-{
-    for (const int var : eq.occurrences)
-        if (matching.getVarMatch(var) < 0)
-            return var;
-    return -1;
-}
-
 } // namespace
-
-bool augmentPath(const std::vector<Dae::Eq>& eqs, Dae::Matching& matching, int eq)
-{
-    struct Step
-    {
-        int eq;
-        std::size_t next; // position of the variable to go on with; the one before it leads to the step above
-    };
-    std::vector<Step> path{{eq, 0}};
-    matching.markEq(eq);
-
-    int freeVar = findUnmatched(eqs[at(eq)], matching);
-    while (freeVar < 0) {
-        Step& step = path.back();
-        const std::vector<int>& vars = eqs[at(step.eq)].occurrences;
-        while (step.next < vars.size() && matching.isVarMarked(vars[step.next]))
-            ++step.next;
-        if (step.next == vars.size()) {
-            path.pop_back();
-            if (path.empty())
-                return false;
-            continue;
-        }
-        const int var = vars[step.next++];
-        matching.markVar(var);
-        const int other = matching.getVarMatch(var);
-        matching.markEq(other);
-        path.push_back({other, 0});
-        freeVar = findUnmatched(eqs[at(other)], matching);
-    }
-
-    // From the end backwards: each equation hands the variable it was reached by to the one before.
-    for (int var = freeVar; !path.empty();) {
-        const int owner = path.back().eq;
-        path.pop_back();
-        matching.setVarMatch(var, owner);
-        if (!path.empty())
-            var = eqs[at(path.back().eq)].occurrences[path.back().next - 1];
-    }
-    return true;
-}
 
 void clearOccurrences(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs)
 {
@@ -83,34 +33,18 @@ int countUnknowns(const std::vector<Dae::Var>& vars)
                                           [](const Dae::Var& var) { return var.isUnknown() && var.order == 0; }));
 }
 
-void fillOccurrences(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, Equations& equations)
+void fillOccurrences(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, const std::vector<Row>& rows)
 {
     clearOccurrences(vars, eqs);
-    std::vector<Dae::VarOrder> pairs;
-    const int n = static_cast<int>(eqs.size());
-    for (int i = 0; i < n; ++i) {
-        equations.getOccurrences(i, pairs);
-        std::vector<int>& occurrences = eqs[at(i)].occurrences;
-        for (const auto& [var, order] : pairs) {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        std::vector<int>& occurrences = eqs[i].occurrences;
+        for (const auto& [var, order] : rows[i]) {
             // The orders of one variable stand together: it enters once.
             if (!vars[at(var)].isUnknown() || (!occurrences.empty() && occurrences.back() == var))
                 continue;
             occurrences.push_back(var);
-            vars[at(var)].occurrences.push_back(i);
+            vars[at(var)].occurrences.push_back(static_cast<int>(i));
         }
-    }
-}
-
-void extendMatching(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, Equations& equations,
-                    Dae::Matching& matching)
-{
-    fillOccurrences(vars, eqs, equations);
-    const int n = static_cast<int>(eqs.size());
-    for (int i = 0; i < n; ++i) {
-        if (matching.isEqMatched(i))
-            continue;
-        matching.removeAllMarks();
-        augmentPath(eqs, matching, i);
     }
 }
 
@@ -148,8 +82,7 @@ bool Pantelides::matchOrDifferentiate(int eq, qxutil::RunInfo* info)
             info->throwIfCancelled("dae", __LINE__);
         if (!hasUnknown(eq))
             return true;
-        matching_.removeAllMarks();
-        if (augmentPath(eqs_, matching_, eq))
+        if (findShortestPath(eq))
             return true;
         if (count == limit_)
             return false;
@@ -157,6 +90,37 @@ bool Pantelides::matchOrDifferentiate(int eq, qxutil::RunInfo* info)
         lookAtNewEquations();
         eq = eqs_[at(eq)].deriv;
     }
+}
+
+/// Which path is taken makes no difference to the equations that a failed search has seen: the smallest set with more
+/// equations than highest derivatives in it. The shortest one is found soonest.
+bool Pantelides::findShortestPath(int eq)
+{
+    matching_.removeAllMarks();
+    matching_.markEq(eq);
+    reachedFrom_.resize(vars_.size());
+    const std::vector<int>& seen = matching_.getMarkedEqs();
+    for (std::size_t i = 0; i < seen.size(); ++i) {
+        for (const int var : eqs_[at(seen[i])].occurrences) {
+            if (matching_.isVarMarked(var))
+                continue;
+            matching_.markVar(var);
+            reachedFrom_[at(var)] = seen[i];
+            const int owner = matching_.getVarMatch(var);
+            if (owner >= 0) {
+                matching_.markEq(owner);
+                continue;
+            }
+            for (int freed = var, taker = -1; taker != eq;) { // back to the start, each equation takes what it led to
+                taker = reachedFrom_[at(freed)];
+                const int left = matching_.getEqMatch(taker);
+                matching_.setVarMatch(freed, taker);
+                freed = left;
+            }
+            return true;
+        }
+    }
+    return false;
 }
 
 void Pantelides::lookAtNewEquations()
@@ -246,9 +210,9 @@ bool Pantelides::hasUnknown(int eq) const
                        [this](const Dae::VarOrder& pair) { return vars_[at(pair.first)].isUnknown(); });
 }
 
-std::vector<Dae::VarOrder> Pantelides::getMatchedDerivatives(int nOriginal) const
+Row Pantelides::getMatchedDerivatives(int nOriginal) const
 {
-    std::vector<Dae::VarOrder> chosen;
+    Row chosen;
     for (int i = 0; i < nOriginal; ++i) {
         int last = i;
         int count = 0;
@@ -263,15 +227,15 @@ std::vector<Dae::VarOrder> Pantelides::getMatchedDerivatives(int nOriginal) cons
     return chosen;
 }
 
-std::vector<Dae::VarOrder> chooseHighestOrders(const std::vector<Dae::Var>& vars,
-                                               const std::vector<std::vector<Dae::VarOrder>>& pairs, int nOriginal)
+Row chooseHighestOrders(const std::vector<Dae::Var>& vars,
+                                               const std::vector<Row>& pairs, int nOriginal)
 {
     struct Candidates
     {
-        std::vector<Dae::VarOrder> pairs; // highest derivatives first
+        Row pairs; // highest derivatives first
         std::size_t next = 0;
     };
-    const auto highestFirst = [&vars](std::vector<Dae::VarOrder> all) {
+    const auto highestFirst = [&vars](Row all) {
         all.erase(std::remove_if(all.begin(), all.end(),
                                  [&vars](const Dae::VarOrder& pair) {
                                      return pair.second == 0 || !vars[at(pair.first)].isUnknown();
@@ -286,7 +250,7 @@ std::vector<Dae::VarOrder> chooseHighestOrders(const std::vector<Dae::Var>& vars
         equations.push_back({highestFirst(pairs[i])});
 
     const std::size_t wanted = equations.size();
-    std::vector<Dae::VarOrder> chosen;
+    Row chosen;
     std::set<Dae::VarOrder> isChosen;
     for (std::size_t before = wanted; chosen.size() < wanted && chosen.size() != before;) {
         before = chosen.size();
@@ -305,7 +269,7 @@ std::vector<Dae::VarOrder> chooseHighestOrders(const std::vector<Dae::Var>& vars
 namespace {
 
 /// The highest order of each variable; -1: it does not occur or is no unknown.
-std::vector<int> highestOrders(const std::vector<std::vector<Dae::VarOrder>>& pairs,
+std::vector<int> highestOrders(const std::vector<Row>& pairs,
                                const std::function<bool(int)>& isUnknown)
 {
     std::vector<int> highest;
@@ -321,7 +285,7 @@ std::vector<int> highestOrders(const std::vector<std::vector<Dae::VarOrder>>& pa
 
 } // namespace
 
-bool areTopOrders(const std::vector<Dae::VarOrder>& chosen, const std::vector<std::vector<Dae::VarOrder>>& pairs,
+bool areTopOrders(const Row& chosen, const std::vector<Row>& pairs,
                   const std::function<bool(int)>& isUnknown)
 {
     const std::vector<int> highest = highestOrders(pairs, isUnknown);
@@ -336,7 +300,7 @@ bool areTopOrders(const std::vector<Dae::VarOrder>& chosen, const std::vector<st
     return true;
 }
 
-int countHighestMatched(const std::vector<std::vector<Dae::VarOrder>>& pairs, const std::function<bool(int)>& isUnknown)
+int countHighestMatched(const std::vector<Row>& pairs, const std::function<bool(int)>& isUnknown)
 {
     const std::vector<int> highest = highestOrders(pairs, isUnknown);
     std::vector<Dae::Eq> eqs(pairs.size());
@@ -344,12 +308,7 @@ int countHighestMatched(const std::vector<std::vector<Dae::VarOrder>>& pairs, co
         for (const auto& [var, order] : pairs[i])
             if (order == highest[at(var)])
                 eqs[i].occurrences.push_back(var);
-    Dae::Matching matching(static_cast<int>(highest.size()), static_cast<int>(eqs.size()));
-    for (std::size_t i = 0; i < eqs.size(); ++i) {
-        matching.removeAllMarks();
-        augmentPath(eqs, matching, static_cast<int>(i));
-    }
-    return matching.size();
+    return countMatched(eqs);
 }
 
 } // namespace qxdae

@@ -13,13 +13,16 @@ class RunInfo;
 /// The structural half of the index reduction: who occurs where, who is matched to whom. Knows nothing of text.
 namespace qxdae {
 
+/// The variables (entries of order 0) in an equation with the orders of their derivatives.
+using Row = std::vector<Dae::VarOrder>;
+
 /// What the structure asks of the equations. Behind it stands the text of a Dae, or, in a test, plain tables.
 class Equations
 {
 public:
     virtual ~Equations() = default;
-    /// The variables (entries of order 0) in an equation with the orders of their derivatives, sorted, without repeats.
-    virtual void getOccurrences(int eq, std::vector<Dae::VarOrder>& pairs) = 0;
+    /// Sorted, without repeats.
+    virtual void getOccurrences(int eq, Row& pairs) = 0;
     /// The time derivative of an equation; it gets the next free number.
     virtual Dae::Eq differentiate(int eq) = 0;
 };
@@ -27,17 +30,20 @@ public:
 /// One search for an augmenting path from equation eq over the occurrences of eqs; see Dae::augmentPath. Iterative.
 bool augmentPath(const std::vector<Dae::Eq>& eqs, Dae::Matching& matching, int eq);
 
+/// Searches from each equation that is not matched yet, in order, with the outcome of augmentPath from each.
+void augmentAll(const std::vector<Dae::Eq>& eqs, Dae::Matching& matching);
+
+/// How many equations can be matched at all. Source: Hopcroft and Karp, SIAM J. Comput. 2 (1973) 225-231.
+int countMatched(const std::vector<Dae::Eq>& eqs);
+
 void clearOccurrences(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs);
 
 /// Number of unknowns, each counted once whatever derivatives of it there are.
 int countUnknowns(const std::vector<Dae::Var>& vars);
 
 /// Enters in each equation its unknowns, and the equation in each of them, whatever the orders of the derivatives.
-void fillOccurrences(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, Equations& equations);
-
-/// Fills the occurrences and matches the equations that are not matched yet, in order.
-void extendMatching(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, Equations& equations,
-                    Dae::Matching& matching);
+/// rows[i]: what occurs in equation i, sorted.
+void fillOccurrences(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, const std::vector<Row>& rows);
 
 /// Differentiates equations until each of those there at the beginning has a derivative, or is itself, matched to the
 /// highest derivative of an unknown.
@@ -57,14 +63,15 @@ public:
     /// unknowns, derivatives counted; -1 if all went well. Optional info is asked whether to stop.
     int run(qxutil::RunInfo* info);
     /// Occurrences of each equation as last reported.
-    const std::vector<std::vector<Dae::VarOrder>>& getPairs() const { return pairs_; }
+    const std::vector<Row>& getPairs() const { return pairs_; }
     /// For each equation differentiated c times, in order: the c top orders of the variable that its last derivative is
     /// matched to, highest first, as (any entry of the variable, order). Equations that are matched to nothing add none.
     /// Each variable keeps as many orders as the smallest offsets leave it, without a gap.
-    std::vector<Dae::VarOrder> getMatchedDerivatives(int nOriginal) const;
+    Row getMatchedDerivatives(int nOriginal) const;
 
 private:
     bool matchOrDifferentiate(int eq, qxutil::RunInfo* info);
+    bool findShortestPath(int eq);
     void lookAtNewEquations();
     int derivativeOf(int var);
     int appendDerivative(int var);
@@ -82,21 +89,22 @@ private:
     std::ptrdiff_t limit_ = 0;
     std::vector<int> oldDeriv_;      // links that vars had before
     std::vector<int> justDifferentiated_;
-    std::vector<std::vector<Dae::VarOrder>> pairs_;
-    std::vector<Dae::VarOrder> found_;
+    std::vector<int> reachedFrom_;   // the equation from which a search came to each variable
+    std::vector<Row> pairs_;
+    Row found_;
 };
 
 /// As many derivatives as there are equations from nOriginal on, fewer if there are no more. In passes, one at most for each
 /// of these equations in each pass: its derivative of the highest order that is not chosen yet, among equals the one of
 /// the variable that was added first. pairs[i]: what occurs in equation i.
-std::vector<Dae::VarOrder> chooseHighestOrders(const std::vector<Dae::Var>& vars,
-                                               const std::vector<std::vector<Dae::VarOrder>>& pairs, int nOriginal);
+Row chooseHighestOrders(const std::vector<Dae::Var>& vars,
+                                               const std::vector<Row>& pairs, int nOriginal);
 
 /// Whether the chosen derivatives of each unknown are its highest ones, without a gap.
-bool areTopOrders(const std::vector<Dae::VarOrder>& chosen, const std::vector<std::vector<Dae::VarOrder>>& pairs,
+bool areTopOrders(const Row& chosen, const std::vector<Row>& pairs,
                   const std::function<bool(int)>& isUnknown);
 
 /// How many equations can be matched to the highest derivatives of unknowns.
-int countHighestMatched(const std::vector<std::vector<Dae::VarOrder>>& pairs, const std::function<bool(int)>& isUnknown);
+int countHighestMatched(const std::vector<Row>& pairs, const std::function<bool(int)>& isUnknown);
 
 } // namespace qxdae

@@ -144,7 +144,7 @@ private:
     class Simplification;
 
     void reduce(qxutil::RunInfo* info);
-    int checkRegular();
+    int checkRegular(TextEquations& text);
     qxbase::ExceptionArgs overDeterminedPart(Matching& matching) const;
     bool replaceDerivatives(const std::vector<VarOrder>& chosen, const std::vector<std::vector<VarOrder>>& pairs,
                             int nFreePairs, qxutil::RunInfo* info);

@@ -253,3 +253,57 @@ TEST(AugmentPath, GoesAMillionEquationsDeepOnAJavaThread)
     for (int i = 0; i < n; ++i)
         ASSERT_EQ(m.getVarMatch(i + 1), i);
 }
+
+TEST(AugmentAll, GivesTheMatchingOfOneSearchAfterTheOther)
+{
+    std::mt19937 random(3);
+    for (int run = 0; run < 3000; ++run) {
+        const int nEqs = 1 + run % 40;
+        const int nVars = std::max(1, nEqs + run % 5 - 2); // with equations and with variables to spare
+        const auto eqs = equationsOf(randomTable(random, nEqs, nVars, 1.8 / nVars));
+        Dae::Matching wanted = matchAll(eqs, qxdae::augmentPath);
+        Dae::Matching all;
+
+        qxdae::augmentAll(eqs, all);
+
+        ASSERT_EQ(matches(all, nVars), matches(wanted, nVars)) << "run " << run;
+        ASSERT_EQ(all.size(), wanted.size()) << "run " << run;
+    }
+}
+
+TEST(AugmentAll, KeepsWhatIsMatchedAlready)
+{
+    const auto eqs = equationsOf({{0, 1}, {0}, {1, 2}});
+    Dae::Matching m;
+    m.setVarMatch(1, 2);
+
+    qxdae::augmentAll(eqs, m);
+
+    EXPECT_THAT(matches(m, 3), ElementsAre(1, 0, 2)); // equation 1 sends equation 0 on to 1, and that sends 2 on
+}
+
+TEST(CountMatched, IsTheSizeOfALargestMatching)
+{
+    std::mt19937 random(4);
+    for (int run = 0; run < 3000; ++run) {
+        const int nEqs = run % 60;
+        const int nVars = std::max(1, nEqs + run % 7 - 3);
+        const auto eqs = equationsOf(randomTable(random, nEqs, nVars, 1.9 / nVars));
+
+        ASSERT_EQ(qxdae::countMatched(eqs), matchAll(eqs, qxdae::augmentPath).size()) << "run " << run;
+    }
+}
+
+TEST(CountMatched, OfLongPathsOnAJavaThread)
+{
+    const int n = 300000;
+    std::vector<Dae::Eq> eqs(n + 1);
+    for (int i = 0; i < n; ++i)
+        eqs[i].occurrences = {i, i + 1};
+    eqs[n].occurrences = {0};
+    int size = 0;
+
+    qxtest::runOnStack(qxtest::javaStack, [&] { size = qxdae::countMatched(eqs); });
+
+    EXPECT_EQ(size, n + 1);
+}
