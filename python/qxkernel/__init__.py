@@ -1,5 +1,6 @@
 """qxkernel: formulas over arrays, symbolic expressions, differential-algebraic systems and sparse matrices.
 
+Formulas      formulas over arrays: values, gradients, own functions and tables
 Expr          symbolic expressions: derivative, canonical form, solution, LaTeX
 DAE           differential-algebraic systems, reduction of the index
 Sparse        sparse matrices, to and from SciPy
@@ -15,11 +16,13 @@ from ._core import CancelToken
 from .dae import DAE
 from .dense import eig
 from .errors import Cancelled, Error
+from .formulas import Compiled, Failures, Formulas, VectorFunction
 from .interpolation import Table
 from .sparse import Factor, NullSpace, Sparse, nullspace, read_matrix_market, splu, write_matrix_market
 from .symbolic import Expr
 
 __version__ = _core.version
 
-__all__ = ["CancelToken", "Cancelled", "DAE", "Error", "Expr", "Factor", "NullSpace", "Sparse", "Table", "eig", "nullspace",
-           "read_matrix_market", "splu", "write_matrix_market"]
+__all__ = ["CancelToken", "Cancelled", "Compiled", "DAE", "Error", "Expr", "Factor", "Failures", "Formulas", "NullSpace", "Sparse", "Table", "eig", "nullspace",
+           "read_matrix_market", "splu",
+           "VectorFunction", "write_matrix_market"]

@@ -1,5 +1,6 @@
 #include "dense_binding.hpp"
 
+#include "gil.hpp"
 #include "numpy_arrays.hpp"
 
 #include "arrayutil.hpp"
@@ -45,7 +46,7 @@ py::tuple realEigenvalues(const py::array& a, bool left, bool right)
     checkSquare(A, "A");
     Array<double, 1> wr, wi;
     {
-        const py::gil_scoped_release released;
+        const ReleasedGil released;
         qxarray::eig(job(left), job(right), A, wr, wi, VL, VR, raiseOnFailure);
     }
     Array<Complex, 1> w(wr.size());
@@ -60,7 +61,7 @@ py::tuple complexEigenvalues(const py::array& a, bool left, bool right)
     checkSquare(A, "A");
     Array<Complex, 1> w;
     {
-        const py::gil_scoped_release released;
+        const ReleasedGil released;
         qxarray::eig(job(left), job(right), A, w, VL, VR, raiseOnFailure);
     }
     return py::make_tuple(toNumpy(w), toNumpy(VL), toNumpy(VR));
@@ -74,7 +75,7 @@ py::tuple realPencil(const py::array& a, const py::array& b, bool left, bool rig
     checkSquare(B, "B");
     Array<double, 1> re, im, beta;
     {
-        const py::gil_scoped_release released;
+        const ReleasedGil released;
         qxarray::eig(job(left), job(right), A, B, re, im, beta, VL, VR, raiseOnFailure);
     }
     Array<Complex, 1> alpha(re.size());
@@ -90,7 +91,7 @@ py::tuple complexPencil(const py::array& a, const py::array& b, bool left, bool 
     checkSquare(B, "B");
     Array<Complex, 1> alpha, beta;
     {
-        const py::gil_scoped_release released;
+        const ReleasedGil released;
         qxarray::eig(job(left), job(right), A, B, alpha, beta, VL, VR, raiseOnFailure);
     }
     return py::make_tuple(toNumpy(alpha), toNumpy(beta), toNumpy(VL), toNumpy(VR));

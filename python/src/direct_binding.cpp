@@ -1,5 +1,6 @@
 #include "direct_binding.hpp"
 
+#include "gil.hpp"
 #include "interruptible.hpp"
 #include "numpy_arrays.hpp"
 #include "sparse_binding.hpp"
@@ -52,7 +53,7 @@ public:
     {
         Sparse L, U, P, Q, R;
         {
-            const py::gil_scoped_release released;
+            const ReleasedGil released;
             const std::lock_guard lock(mutex_);
             solver_->getLuFactorization(L, U, P, Q, R);
             for (Sparse* factor : {&L, &U, &P, &Q, &R})
@@ -73,7 +74,7 @@ private:
         const T* from = source.data();
         T* to = result.mutable_data();
         {
-            const py::gil_scoped_release released;
+            const ReleasedGil released;
             const std::lock_guard lock(mutex_);
             solver_->setTranspose(trans != "N");
             Array<T, 1> right(size_), x(size_);

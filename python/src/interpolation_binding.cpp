@@ -1,8 +1,7 @@
 #include "interpolation_binding.hpp"
 
+#include "gil.hpp"
 #include "numpy_arrays.hpp"
-
-#include "interpolator.hpp"
 
 #include <pybind11/stl.h>
 
@@ -12,18 +11,12 @@ namespace py = pybind11;
 
 namespace {
 
-/// Python holds what the kernel shares by boost::shared_ptr.
-struct Table
-{
-    boost::shared_ptr<Interpolator> function;
-};
-
 std::vector<double> numbers(const Vector<double>& values)
 {
     return std::vector<double>(values.data(), values.data() + values.size());
 }
 
-Table make(const std::vector<Vector<double>>& axes, const Vector<double>& values, const std::string& method,
+TableFunction make(const std::vector<Vector<double>>& axes, const Vector<double>& values, const std::string& method,
            int extension, double outside)
 {
     const auto points = boost::make_shared<Interpolator::Axes>();
@@ -34,7 +27,7 @@ Table make(const std::vector<Vector<double>>& axes, const Vector<double>& values
 }
 
 /// Values at points given as one array a coordinate, all of the same length.
-py::array evaluate(const Table& table, const std::vector<Vector<double>>& coordinates)
+py::array evaluate(const TableFunction& table, const std::vector<Vector<double>>& coordinates)
 {
     const auto count = coordinates.empty() ? 0 : coordinates[0].size();
     std::vector<const double*> points;
@@ -49,7 +42,7 @@ py::array evaluate(const Table& table, const std::vector<Vector<double>>& coordi
     py::array_t<double> result(count);
     double* const out = result.mutable_data();
     {
-        const py::gil_scoped_release released;
+        const ReleasedGil released;
         table.function->evaluate(points.data(), static_cast<std::size_t>(count), out);
     }
     return result;
@@ -59,10 +52,10 @@ py::array evaluate(const Table& table, const std::vector<Vector<double>>& coordi
 
 void bindInterpolation(py::module_& module)
 {
-    py::class_<Table>(module, "TableFunction")
+    py::class_<TableFunction>(module, "TableFunction")
         .def(py::init(&make))
         .def("evaluate", &evaluate)
-        .def("diff", [](const Table& table, int axis) { return Table{table.function->diff(axis)}; })
-        .def_property_readonly("dim", [](const Table& table) { return table.function->dim(); })
-        .def("range", [](const Table& table, int axis) { return table.function->range(axis); });
+        .def("diff", [](const TableFunction& table, int axis) { return TableFunction{table.function->diff(axis)}; })
+        .def_property_readonly("dim", [](const TableFunction& table) { return table.function->dim(); })
+        .def("range", [](const TableFunction& table, int axis) { return table.function->range(axis); });
 }

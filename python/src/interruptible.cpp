@@ -1,5 +1,7 @@
 #include "interruptible.hpp"
 
+#include "gil.hpp"
+
 #include <chrono>
 #include <condition_variable>
 #include <exception>
@@ -52,7 +54,7 @@ void Run::onProgress(const std::string& title, double fraction)
 {
     if (progress_ == nullptr || failure_)
         return;
-    const py::gil_scoped_acquire gil;
+    const AcquiredGil gil;
     try {
         (*progress_)(title, fraction);
     } catch (py::error_already_set&) {
@@ -68,12 +70,12 @@ void Run::execute(const RunOptions& options, const std::function<void(qxutil::Ru
     progress_ = options.progress.is_none() ? nullptr : &options.progress;
     std::exception_ptr failure, signalled;
     {
-        const py::gil_scoped_release released;
+        const ReleasedGil released;
         Worker worker([&] { work(info_); });
         while (!worker.waitFor(std::chrono::milliseconds(50))) {
             if (options.cancel && options.cancel->isCancelled())
                 info_.cancel();
-            const py::gil_scoped_acquire gil;
+            const AcquiredGil gil;
             if (!signalled && PyErr_CheckSignals() != 0) {
                 signalled = std::make_exception_ptr(py::error_already_set());
                 info_.cancel();

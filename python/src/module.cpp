@@ -5,6 +5,8 @@
 #include "dense_binding.hpp"
 #include "direct_binding.hpp"
 #include "failures.hpp"
+#include "formulas_binding.hpp"
+#include "gil.hpp"
 #include "interpolation_binding.hpp"
 #include "interruptible.hpp"
 #include "sparse_binding.hpp"
@@ -14,13 +16,13 @@
 
 namespace py = pybind11;
 
+// The entry point gets another name here: see below.
+#define PyInit__core PyInit__coreInMainInterpreter
+
 PYBIND11_MODULE(_core, module)
 {
-    // Functions and objects of the kernel are shared by all threads of the process; two interpreters with a lock each
-    // would call into them at once.
-    if (PyInterpreterState_Get() != PyInterpreterState_Main())
-        throw py::import_error("qxkernel does not run in a sub-interpreter");
     module.attr("version") = QX_VERSION;
+    watchInterpreter();
     bindFailures(module);
     bindInterruptible(module);
     bindSymbolic(module);
@@ -29,4 +31,17 @@ PYBIND11_MODULE(_core, module)
     bindDirect(module);
     bindDense(module);
     bindInterpolation(module);
+    bindFormulas(module);
+}
+
+#undef PyInit__core
+
+/// Functions and objects of the kernel are shared by all threads of the process; two interpreters with a lock each would
+/// call into them at once. Asked before pybind11 does anything, which waits for ever in a sub-interpreter.
+extern "C" PYBIND11_EXPORT PyObject* PyInit__core()
+{
+    if (PyInterpreterState_Get() == PyInterpreterState_Main())
+        return PyInit__coreInMainInterpreter();
+    PyErr_SetString(PyExc_ImportError, "qxkernel does not run in a sub-interpreter");
+    return nullptr;
 }

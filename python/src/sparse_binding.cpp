@@ -1,6 +1,7 @@
 #include "sparse_binding.hpp"
 
 #include "failures.hpp"
+#include "gil.hpp"
 #include "numpy_arrays.hpp"
 
 #include "matrixmarket.hpp"
@@ -21,7 +22,7 @@ namespace {
 template <class Operation>
 Sparse withoutGil(const Operation& operation)
 {
-    const py::gil_scoped_release released;
+    const ReleasedGil released;
     Sparse result = operation();
     result.format(FormSorted, false);
     return result;
@@ -165,7 +166,7 @@ py::array product(const Sparse& A, const py::array& x, const std::string& trans)
     const Matrix<1> vector = toMatrix1(x);
     Matrix<1> y;
     {
-        const py::gil_scoped_release released;
+        const ReleasedGil released;
         y = AMulx(A, vector, op);
     }
     return toNumpy(y);
@@ -177,7 +178,7 @@ class Relaxation
 public:
     explicit Relaxation(const Sparse& A)
     {
-        const py::gil_scoped_release released;
+        const ReleasedGil released;
         if (A.isReal())
             A_ = Sparse(boost::make_shared<llsparse<double>>(*A.getptrD()));
         else
@@ -201,7 +202,7 @@ py::array Relaxation::sweep(const py::array& b, const py::array& x, double omega
     Matrix<1> iterate, residual;
     iterate.trueCopy(toMatrix1(x), true);
     {
-        const py::gil_scoped_release released;
+        const ReleasedGil released;
         for (int k = 0; k < sweeps; ++k) {
             residual = AMulx(A_, iterate, NoTrans);
             yPlusaMulx(residual, -1.0, right);
@@ -239,7 +240,7 @@ void bindSparse(py::module_& module)
                     [](const std::string& path) { return withoutGil([&] { return readMatrixMarket(path); }); })
         .def("write_matrix_market",
              [](const Sparse& A, const std::string& path) {
-                 const py::gil_scoped_release released;
+                 const ReleasedGil released;
                  writeMatrixMarket(path, A);
              })
         .def_property_readonly("m", &Sparse::getM)
