@@ -34,6 +34,7 @@ class RunInfo;
 // pivot in one matrix only, "Constraint_elimination_failed_in_SVD", "Out_of_memory_constraint_elimination", and the
 // cancel exceptions "<CANCEL>qxNullSp_cancelled", "<CANCEL>qxNullOrth_cancelled". Outputs are written when everything
 // has succeeded; those that are not wanted stay as they are.
+// The run reports under "Null space" and is looked at between the columns of every pass, not inside one LAPACK call.
 // Inputs may be stored in any way; their columns are sorted, no entry changes. Threads: one call uses one thread and has
 // no state beyond it.
 
@@ -44,7 +45,8 @@ class RunInfo;
 /// pivot candidates of the same count, Null is the identity on the unknowns that are no pivots and Compl consists of unit
 /// vectors at the pivots, in the order in which they were found; then Range is N at these rows, without rounding.
 /// Elsewhere Compl holds the pivots' column operations. An entry is a candidate when it is above 1e-10 times the largest
-/// norm that its column ever had: constraints whose scales differ by more than that must be scaled by the caller.
+/// norm that its column ever had: constraints whose scales differ by more than that must be scaled by the caller. The
+/// scale of the whole matrix does not matter; a norm that overflows beside it is refused ("Internal_error_solver").
 /// Cost: linear in the entries for constraints with few unknowns each.
 ///
 /// Orthonormal: singular values of each connected block of unknowns and constraints, as a dense matrix. The columns of
@@ -56,6 +58,7 @@ enum NullFun : int { NullFunSparse = 1, NullFunOrthonormal = 2 };
 /// something of the second triple is wanted. reorder: the columns of NullF are permuted and negated to be as near to
 /// those of Null as they can (see reorderNullF).
 ///
+/// A matrix without entries needs no method: any value is taken then.
 /// Fails: "Internal_error_solver" with "Mismatching N and NT matrices." (sizes, entries, types) or "Mismatching N and NF
 /// matrices." (sizes); "Internal_solver_error" for another method ("not allowed value for nullfun"), for a real and a
 /// complex matrix in the sparse method, and if the ranks do not add up ("r vectors does not sum up correct.").

@@ -58,7 +58,8 @@ public:
     ///
     /// clearInput: A is emptied as soon as it has been copied, also if the factorisation fails afterwards.
     /// transpose: solve solves with the transpose of A (never conjugated).
-    /// allowSingular: singular, zero and rectangular matrices are accepted, for getLuFactorization; solve raises.
+    /// allowSingular: singular, zero and rectangular matrices are accepted, for getLuFactorization; solve raises. Explicit
+    /// zeros are left out then.
     /// scale: rows are divided by the sum of their magnitudes first.
     /// The entries of A's store are sorted by row; no entry changes.
     void init(Sparse& A, bool clearInput, bool transpose, bool allowSingular, bool scale);
@@ -94,6 +95,7 @@ private:
     void setDefaults();
     void factoriseWithLog(bool allowSingular, bool scale);
     void luUmfpack(bool allowSingular, bool scale);
+    void luFactorization(Sparse& L, Sparse& U, Sparse& P, Sparse& Q, Sparse& R) const;
     void forgetAfterJump();
     void freeSymbolic();
     void freeNumeric();

@@ -8,13 +8,22 @@
 
 #include <algorithm>
 #include <boost/shared_ptr.hpp>
+#include <cmath>
 #include <complex>
+#include <limits>
 #include <vector>
 
 namespace qxnull_detail {
 
 inline double squaredMagnitude(double x) { return x * x; }
 inline double squaredMagnitude(const std::complex<double>& x) { return x.real() * x.real() + x.imag() * x.imag(); }
+
+/// x 2^exponent: exact but for underflow.
+inline double timesPowerOf2(double x, int exponent) { return exponent == 0 ? x : std::ldexp(x, exponent); }
+inline std::complex<double> timesPowerOf2(const std::complex<double>& x, int exponent)
+{
+    return {timesPowerOf2(x.real(), exponent), timesPowerOf2(x.imag(), exponent)};
+}
 
 /// One column: rows ascending, each once. Explicit zeros are entries.
 template <class T>
@@ -37,16 +46,20 @@ public:
 
     NullSparse() = default;
 
-    /// Copies the stored columns (rows sorted; equal rows are summed), conjugated if asked for.
-    NullSparse(const llsparse<T>& S, bool conjugated) : m(S.m), n(S.n), cols(S.n), scale(S.n), scaleRef(S.n)
+    /// Copies the stored columns (rows sorted; equal rows are summed), times 2^exponent, conjugated if asked for.
+    /// eachColumn() is called before each.
+    template <class EachColumn>
+    NullSparse(const llsparse<T>& S, bool conjugated, int exponent, const EachColumn& eachColumn)
+        : m(S.m), n(S.n), cols(S.n), scale(S.n), scaleRef(S.n)
     {
         scale = scaleRef = 0.0;
         for (unsigned long j = 0; j < n; ++j) {
+            eachColumn();
             if (S.colPtr[j] == S.colPtr[j + 1])
                 continue;
             cols[j] = newColumn();
             for (unsigned long k = S.colPtr[j]; k < S.colPtr[j + 1]; ++k)
-                addEntry(S.row[k], j, conjugated ? conjugateOf(S.val[k]) : S.val[k]);
+                addEntry(S.row[k], j, timesPowerOf2(conjugated ? conjugateOf(S.val[k]) : S.val[k], exponent));
             updateScale(j);
         }
     }
@@ -149,6 +162,8 @@ public:
         double sum = 0.0;
         for (const T& value : readable(j).values)
             sum += squaredMagnitude(value);
+        if (!(sum <= std::numeric_limits<double>::max()))
+            QX_RAISE("qxnull", "Internal_error_solver", "Norm of a column overflows.");
         scale[j] = sum;
         scaleRef[j] = std::max(scaleRef[j], sum);
     }

@@ -16,11 +16,26 @@ using qxsolvers_detail::expanded;
 
 namespace qxnull_detail {
 
-void raiseCancelled(const char* id)
+Monitor::Monitor(qxutil::RunInfo& run, const char* cancelId) : run_(run), cancelId_(cancelId), log_(run)
+{
+    if (run.isActive())
+        log_.init("Null space");
+    else
+        nextReport_ = ~Index(0);
+}
+
+void Monitor::raiseCancelled() const
 {
     qxbase::CancelException cancelled;
-    cancelled.add("qxnull", __LINE__, std::string("<CANCEL>") + id);
+    cancelled.add("qxnull", __LINE__, std::string("<CANCEL>") + cancelId_);
     throw cancelled;
+}
+
+/// At most a thousand times in a run.
+void Monitor::report()
+{
+    log_.setProgress(static_cast<double>(done_) / static_cast<double>(std::max(expected_, done_)));
+    nextReport_ = done_ + std::max(Index(1), expected_ / 1000);
 }
 
 void checkRanks(Index unknowns, const Triple& first, const Triple& second)
@@ -109,34 +124,28 @@ struct Pair
     }
 };
 
-Triple orthonormal(const qxutil::RunInfo& run, const Pair& p, Selection want)
+Triple orthonormal(Monitor& monitor, const Pair& p, Selection want)
 {
     NullBlocks blocks;
     NullPairs pairs;
-    blockdsp(p.N, p.NT, blocks, pairs);
+    findBlocks(monitor, p.N, p.NT, blocks, pairs);
     Triple t;
-    eliminateOrthonormal(run, p.N, blocks, pairs, want, t);
+    eliminateOrthonormal(monitor, p.N, blocks, pairs, want, t);
     return t;
 }
 
 /// For a refusal: finds out which constraints of an orthonormal basis depend on others.
-void findDependent(const qxutil::RunInfo& run, const Pair& p, Triple& t)
+void findDependent(Monitor& monitor, const Pair& p, Triple& t)
 {
     Triple sparse, unused;
     const Selection none{false, false, false};
-    eliminateSparse(run, p.N, p.NT, nullptr, nullptr, none, none, sparse, unused);
+    eliminateSparse(monitor, p.N, p.NT, nullptr, nullptr, none, none, sparse, unused);
     t.hasPivot = sparse.hasPivot;
 }
 
-/// Runs f; a failed allocation becomes this module's failure.
-template <class F>
-void guarded(F f)
+const char* cancelIdOf(NullFun method)
 {
-    try {
-        f();
-    } catch (const std::bad_alloc&) {
-        QX_RAISE("qxnull", "Out_of_memory_constraint_elimination");
-    }
+    return method == NullFunOrthonormal ? "qxNullOrth_cancelled" : "qxNullSp_cancelled";
 }
 
 } // namespace
@@ -151,11 +160,19 @@ void qxNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Spars
             hand(Triple(), {wantNullF, wantComplF, wantRangeF}, NullF, ComplF, RangeF);
             return;
         }
+        Monitor monitor(run, cancelIdOf(method));
+        monitor.poll();
         const bool second = wantNullF || wantComplF || wantRangeF;
         const Pair p(N, NT);
         if (second)
             checkSameSize(p.N, NF);
-        if (method != NullFunSparse && method != NullFunOrthonormal)
+        monitor.expect(p.N);
+        if (second)
+            monitor.expect(p.N);
+        monitor.poll();
+        const bool isMethod = method == NullFunSparse || method == NullFunOrthonormal;
+        const bool isNeeded = p.N.getNnz() != 0 || (second && NF.getNnz() != 0); // no entries: no method
+        if (isNeeded && !isMethod)
             QX_RAISE("qxnull", "Internal_solver_error", "not allowed value for nullfun");
 
         // Both null spaces are needed to compare ranks and to reorder, whatever is wanted.
@@ -165,37 +182,38 @@ void qxNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Spars
             if (p.N.getNnz() == 0)
                 t = unconstrained(p.N);
             else if (method == NullFunSparse)
-                eliminateSparse(run, p.N, p.NT, nullptr, nullptr, want, wantF, t, f);
+                eliminateSparse(monitor, p.N, p.NT, nullptr, nullptr, want, wantF, t, f);
             else
-                t = orthonormal(run, p, want);
+                t = orthonormal(monitor, p, want);
         } else {
             const Pair pf(NF, Sparse());
             const bool first = p.N.getNnz() != 0, other = pf.N.getNnz() != 0;
             if (method == NullFunSparse && first && other)
-                eliminateSparse(run, p.N, p.NT, &pf.N, &pf.NT, want, wantF, t, f);
+                eliminateSparse(monitor, p.N, p.NT, &pf.N, &pf.NT, want, wantF, t, f);
             else if (method == NullFunSparse) {
                 if (first)
-                    eliminateSparse(run, p.N, p.NT, nullptr, nullptr, want, wantF, t, f);
+                    eliminateSparse(monitor, p.N, p.NT, nullptr, nullptr, want, wantF, t, f);
                 if (other)
-                    eliminateSparse(run, pf.N, pf.NT, nullptr, nullptr, wantF, want, f, t);
+                    eliminateSparse(monitor, pf.N, pf.NT, nullptr, nullptr, wantF, want, f, t);
             } else {
                 if (first)
-                    t = orthonormal(run, p, want);
+                    t = orthonormal(monitor, p, want);
                 if (other)
-                    f = orthonormal(run, pf, wantF);
+                    f = orthonormal(monitor, pf, wantF);
             }
             if (!first)
                 t = unconstrained(p.N);
             if (!other)
                 f = unconstrained(pf.N);
             if (method == NullFunOrthonormal && t.rank != f.rank) {
-                findDependent(run, p, t);
-                findDependent(run, pf, f);
+                findDependent(monitor, p, t);
+                findDependent(monitor, pf, f);
             }
             checkRanks(p.N.getM(), t, f);
             if (reorder)
-                reorderNullF(f.Null, t.Null);
+                qxnull_detail::reorder(monitor, f.Null, t.Null);
         }
+        monitor.poll();
         hand(t, {wantNull, wantCompl, wantRange}, Null, Compl, Range);
         hand(f, {wantNullF, wantComplF, wantRangeF}, NullF, ComplF, RangeF);
     });
@@ -207,16 +225,23 @@ void qxNullSp(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Spa
 {
     guarded([&] {
         const Selection want = selectionOf(sel), wantF = selectionOf(selF);
+        Monitor monitor(run, cancelIdOf(NullFunSparse));
+        monitor.poll();
         const Pair p(N, NT);
+        monitor.expect(p.N);
+        if (!isAbsent(NF))
+            monitor.expect(p.N);
         Triple t, f;
         if (isAbsent(NF)) {
-            eliminateSparse(run, p.N, p.NT, nullptr, nullptr, want, wantF, t, f);
+            eliminateSparse(monitor, p.N, p.NT, nullptr, nullptr, want, wantF, t, f);
         } else {
             checkSameSize(p.N, NF);
             const Pair pf(NF, NFT);
-            eliminateSparse(run, p.N, p.NT, &pf.N, &pf.NT, want, wantF, t, f);
-            hand(f, wantF, NullF, ComplF, RangeF);
+            eliminateSparse(monitor, p.N, p.NT, &pf.N, &pf.NT, want, wantF, t, f);
         }
+        monitor.poll();
+        if (!isAbsent(NF))
+            hand(f, wantF, NullF, ComplF, RangeF);
         hand(t, want, Null, Compl, Range);
     });
 }
@@ -233,9 +258,13 @@ void qxNullOrth(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const N
 {
     guarded([&] {
         const Selection want = selectionOf(sel);
+        Monitor monitor(run, cancelIdOf(NullFunOrthonormal));
+        monitor.poll();
         const Pair p(N, NT);
+        monitor.expect(p.N);
         Triple t;
-        eliminateOrthonormal(run, p.N, blocks, pairs, want, t);
+        eliminateOrthonormal(monitor, p.N, blocks, pairs, want, t);
+        monitor.poll();
         hand(t, want, Null, Compl, Range);
     });
 }
@@ -249,38 +278,46 @@ constexpr const char* outputs[] = {"null", "compl", "range", "nullf", "complf", 
 void qxNullCheck(qxbase::Prop& in)
 {
     using namespace qxbase;
-    for (const char* key : {"nullfun", "reorder"}) {
-        in.setCheck(key, boost::shared_ptr<const Check>(new ChkIntInterval(1, INT_MIN, INT_MAX)));
-        in.check(key);
-    }
-    if (!in.got("out")) {
-        const int count = in.got("nf") ? 6 : 3;
-        in.setany("out", std::vector<std::string>(outputs, outputs + count));
-    }
-    in.setCheck("out", boost::shared_ptr<const Check>(new ChkVectorString()));
-    in.check("out");
-    if (!in.got("nargout"))
-        in.setInt("nargout", static_cast<int>(in.get<std::vector<std::string>>("out").size()));
-    for (const char* key : {"n", "nt", "nf", "nargout"})
-        in.check(key);
+    guarded([&] {
+        Prop checked(in); // a failure leaves the list as it was
+        for (const char* key : {"nullfun", "reorder"}) {
+            checked.setCheck(key, boost::shared_ptr<const Check>(new ChkIntInterval(1, INT_MIN, INT_MAX)));
+            checked.check(key);
+        }
+        if (!checked.got("out")) {
+            const int count = checked.got("nf") ? 6 : 3;
+            checked.setany("out", std::vector<std::string>(outputs, outputs + count));
+        }
+        checked.setCheck("out", boost::shared_ptr<const Check>(new ChkVectorString()));
+        checked.check("out");
+        if (!checked.got("nargout"))
+            checked.setInt("nargout", static_cast<int>(checked.get<std::vector<std::string>>("out").size()));
+        for (const char* key : {"n", "nt", "nf", "nargout"})
+            checked.check(key);
+        std::swap(in, checked);
+    });
 }
 
 void qxNull(qxutil::RunInfo& run, qxbase::Prop& in, qxbase::Prop& out)
 {
-    if (!in.got("n"))
-        QX_RAISE("qxnull", "No_N_matrix_given");
-    qxNullCheck(in);
-    const std::vector<std::string>& list = in.get<std::vector<std::string>>("out");
-    const auto wants = [&list](int k) { return std::find(list.begin(), list.end(), outputs[k]) != list.end(); };
-    if ((wants(3) || wants(4) || wants(5)) && !in.got("nf"))
-        QX_RAISE("qxnull", "No_NF_matrix_given");
-    const auto matrix = [&in](const char* key) { return in.got(key) ? in.get<Sparse>(key) : Sparse(); };
+    guarded([&] {
+        if (!in.got("n"))
+            QX_RAISE("qxnull", "No_N_matrix_given");
+        qxNullCheck(in);
+        const std::vector<std::string>& list = in.get<std::vector<std::string>>("out");
+        const auto wants = [&list](int k) { return std::find(list.begin(), list.end(), outputs[k]) != list.end(); };
+        if ((wants(3) || wants(4) || wants(5)) && !in.got("nf"))
+            QX_RAISE("qxnull", "No_NF_matrix_given");
+        const auto matrix = [&in](const char* key) { return in.got(key) ? in.get<Sparse>(key) : Sparse(); };
 
-    Sparse result[6];
-    qxNull(run, matrix("n"), matrix("nt"), matrix("nf"), wants(0), result[0], wants(1), result[1], wants(2), result[2],
-           result[3], wants(3), result[4], wants(4), result[5], wants(5), NullFun(in.getInt("nullfun")),
-           in.getInt("reorder") != 0);
-    for (int k = 0; k < 6; ++k)
-        if (wants(k))
-            out.setany(outputs[k], result[k]);
+        Sparse result[6];
+        qxNull(run, matrix("n"), matrix("nt"), matrix("nf"), wants(0), result[0], wants(1), result[1], wants(2),
+               result[2], result[3], wants(3), result[4], wants(4), result[5], wants(5), NullFun(in.getInt("nullfun")),
+               in.getInt("reorder") != 0);
+        qxbase::Prop complete(out);
+        for (int k = 0; k < 6; ++k)
+            if (wants(k))
+                complete.setany(outputs[k], result[k]);
+        std::swap(out, complete);
+    });
 }

@@ -3,11 +3,14 @@
 // What the two null-space methods and their driver share.
 
 #include "llsparse.hpp"
+#include "qxexception.hpp"
 #include "qxnull.hpp"
+#include "qxrun.hpp"
 #include "sparse.hpp"
 
 #include <boost/shared_ptr.hpp>
 #include <complex>
+#include <new>
 #include <vector>
 
 namespace qxnull_detail {
@@ -87,7 +90,55 @@ struct Triple
     std::vector<bool> hasPivot; ///< for each constraint; left empty by the orthonormal method
 };
 
-[[noreturn]] void raiseCancelled(const char* id);
+/// Progress and cancel of one computation: looked at between the columns of every pass.
+class Monitor
+{
+public:
+    /// cancelId: what a cancelled run raises, behind "<CANCEL>".
+    Monitor(qxutil::RunInfo& run, const char* cancelId);
+    /// Counts on the steps of one more matrix with its transpose.
+    void expect(const Sparse& N) { expected_ += 4 * (N.getM() + N.getN()); }
+    /// Raises if the run is cancelled.
+    void poll() const
+    {
+        if (run_.isCancelled())
+            raiseCancelled();
+    }
+    /// The same, and one step is done.
+    void step()
+    {
+        poll();
+        if (++done_ >= nextReport_)
+            report();
+    }
+
+private:
+    [[noreturn]] void raiseCancelled() const;
+    void report();
+
+    qxutil::RunInfo& run_;
+    const char* cancelId_;
+    qxutil::RunLog log_;
+    Index expected_ = 0, done_ = 0, nextReport_ = 0;
+};
+
+/// Runs f; failed allocations, those of matrix operations too, become this module's failure.
+template <class F>
+void guarded(const F& f)
+{
+    constexpr const char* id = "Out_of_memory_constraint_elimination";
+    try {
+        f();
+    } catch (const std::bad_alloc&) {
+        QX_RAISE("qxnull", id);
+    } catch (const qxbase::CancelException&) {
+        throw;
+    } catch (const qxbase::Exception& e) {
+        if (e.getId().starts_with("Out_of_memory_"))
+            QX_RAISE("qxnull", id);
+        throw;
+    }
+}
 
 /// The bases of N and NF fit each other and the number of unknowns: equal ranks, or "Inconsistent_non-ideal_constraint"
 /// with the constraints that make the difference; Null and Compl share out the unknowns, or "Internal_solver_error".
@@ -97,11 +148,17 @@ void checkRanks(Index unknowns, const Triple& first, const Triple& second);
 void checkPivots(const std::vector<char>& isPivot, const std::vector<Index>& pivots);
 
 /// Sparse method on one or two matrices; sorted column stores of one type. NF null: one matrix.
-void eliminateSparse(const qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse* NF,
+void eliminateSparse(Monitor& monitor, const Sparse& N, const Sparse& NT, const Sparse* NF,
                      const Sparse* NFT, Selection want, Selection wantF, Triple& result, Triple& resultF);
 
+/// blockdsp, monitored.
+void findBlocks(Monitor& monitor, const Sparse& N, const Sparse& NT, NullBlocks& blocks, NullPairs& pairs);
+
+/// reorderNullF, monitored.
+void reorder(Monitor& monitor, Sparse& NullF, const Sparse& Null);
+
 /// Orthonormal method on the blocks of one matrix; sorted column stores.
-void eliminateOrthonormal(const qxutil::RunInfo& run, const Sparse& N, const NullBlocks& blocks,
+void eliminateOrthonormal(Monitor& monitor, const Sparse& N, const NullBlocks& blocks,
                           const NullPairs& pairs, Selection want, Triple& result);
 
 } // namespace qxnull_detail

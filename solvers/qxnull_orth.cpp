@@ -29,7 +29,7 @@ struct Block
 /// An orthonormal basis whose first column is x, of norm 1: the columns of a reflection that takes the first unit vector
 /// to a multiple of x of magnitude 1. Source: Golub and Van Loan, Matrix Computations, 4th ed., section 5.1.
 template <class T>
-Array<T, 2> completeBasis(const Array<T, 1>& x)
+Array<T, 2> completeBasis(const Monitor& monitor, const Array<T, 1>& x)
 {
     const Index n = x.size();
     const double first = std::abs(x[0]);
@@ -38,9 +38,11 @@ Array<T, 2> completeBasis(const Array<T, 1>& x)
     Array<T, 1> w(x);
     w[0] += phase;
     Array<T, 2> Q(n, n);
-    for (Index j = 0; j < n; ++j)
+    for (Index j = 0; j < n; ++j) {
+        monitor.poll();
         for (Index i = 0; i < n; ++i)
             Q(i, j) = j == 0 ? x[i] : T(i == j ? 1 : 0) - w[i] * conjugate(w[j]) / (1.0 + first);
+    }
     return Q;
 }
 
@@ -55,7 +57,7 @@ void identity(Array<T, 2>& Q, Index n)
 
 /// A block of one constraint: N = (x / |x|) |x|.
 template <class T>
-Block<T> decomposeColumn(const Array<T, 2>& N)
+Block<T> decomposeColumn(const Monitor& monitor, const Array<T, 2>& N)
 {
     Block<T> block;
     Array<T, 1> x(N.extent(0));
@@ -66,7 +68,7 @@ Block<T> decomposeColumn(const Array<T, 2>& N)
     if (length > tolerance) {
         for (T& value : x)
             value /= length;
-        block.basis = completeBasis(x);
+        block.basis = completeBasis(monitor, x);
         block.rank = 1;
         block.range.resize(1, 1);
         block.range[0] = T(length);
@@ -95,14 +97,16 @@ Block<T> decompose(Array<T, 2>& N)
 }
 
 template <class T>
-Array<T, 2> denseBlock(const llsparse<T>& N, const std::vector<Index>& rows, const std::vector<Index>& constraints,
+Array<T, 2> denseBlock(const Monitor& monitor, const llsparse<T>& N, const std::vector<Index>& rows, const std::vector<Index>& constraints,
                        const std::vector<Index>& place)
 {
     Array<T, 2> D(rows.size(), constraints.size());
     D = T(0);
-    for (Index c = 0; c < constraints.size(); ++c)
+    for (Index c = 0; c < constraints.size(); ++c) {
+        monitor.poll();
         for (Index k = N.colPtr[constraints[c]]; k < N.colPtr[constraints[c] + 1]; ++k)
             D(place[N.row[k]], c) += N.val[k];
+    }
     return D;
 }
 
@@ -115,7 +119,7 @@ void writeColumn(const Array<T, 2>& basis, Index j, const std::vector<Index>& ro
 }
 
 template <class T>
-void nullorthPrivate(const qxutil::RunInfo& run, const Sparse& matrix, const NullBlocks& blocks, const NullPairs& pairs,
+void nullorthPrivate(Monitor& monitor, const Sparse& matrix, const NullBlocks& blocks, const NullPairs& pairs,
                      Selection want, Triple& result)
 {
     const qxbase::BlasThreadScope oneThread(1); // same bits for any number: parallel BLAS divides sums
@@ -140,6 +144,7 @@ void nullorthPrivate(const qxutil::RunInfo& run, const Sparse& matrix, const Nul
     std::vector<RangeColumn> range(c);
     ColumnWriter<T> Null(d), Compl(d);
     for (Index j = 0; j < d; ++j) {
+        monitor.step();
         if (blockOf[j] == none) {
             Null.add(j, T(1));
             Null.endColumn();
@@ -148,12 +153,17 @@ void nullorthPrivate(const qxutil::RunInfo& run, const Sparse& matrix, const Nul
         const Index b = blockOf[j];
         if (blocks[b].front() != j)
             continue;
-        Array<T, 2> D = denseBlock(N, blocks[b], constraints[b], place);
-        const Block<T> block = constraints[b].size() == 1 ? decomposeColumn(D) : decompose(D);
-        for (Index k = 0; want.compl_ && k < block.rank; ++k)
+        Array<T, 2> D = denseBlock(monitor, N, blocks[b], constraints[b], place);
+        const Block<T> block = constraints[b].size() == 1 ? decomposeColumn(monitor, D) : decompose(D);
+        monitor.poll(); // the decomposition could not
+        for (Index k = 0; want.compl_ && k < block.rank; ++k) {
+            monitor.poll();
             writeColumn(block.basis, k, blocks[b], Compl);
-        for (Index k = block.rank; want.null && k < blocks[b].size(); ++k)
+        }
+        for (Index k = block.rank; want.null && k < blocks[b].size(); ++k) {
+            monitor.poll();
             writeColumn(block.basis, k, blocks[b], Null);
+        }
         for (Index k = 0; want.range && k < constraints[b].size(); ++k) {
             RangeColumn& column = range[constraints[b][k]];
             column.firstRow = result.rank;
@@ -161,8 +171,6 @@ void nullorthPrivate(const qxutil::RunInfo& run, const Sparse& matrix, const Nul
                 column.values.push_back(block.range(i, k));
         }
         result.rank += block.rank;
-        if (run.isCancelled())
-            raiseCancelled("qxNullOrth_cancelled");
     }
 
     if (want.null)
@@ -172,6 +180,7 @@ void nullorthPrivate(const qxutil::RunInfo& run, const Sparse& matrix, const Nul
     if (want.range) {
         ColumnWriter<T> Range(result.rank);
         for (const RangeColumn& column : range) {
+            monitor.step();
             for (Index i = 0; i < column.values.size(); ++i)
                 Range.add(column.firstRow + i, column.values[i]);
             Range.endColumn();
@@ -182,20 +191,17 @@ void nullorthPrivate(const qxutil::RunInfo& run, const Sparse& matrix, const Nul
 
 } // namespace
 
-void eliminateOrthonormal(const qxutil::RunInfo& run, const Sparse& N, const NullBlocks& blocks,
+void eliminateOrthonormal(Monitor& monitor, const Sparse& N, const NullBlocks& blocks,
                           const NullPairs& pairs, Selection want, Triple& result)
 {
     if (N.isReal())
-        nullorthPrivate<double>(run, N, blocks, pairs, want, result);
+        nullorthPrivate<double>(monitor, N, blocks, pairs, want, result);
     else
-        nullorthPrivate<cplx>(run, N, blocks, pairs, want, result);
+        nullorthPrivate<cplx>(monitor, N, blocks, pairs, want, result);
 }
 
-} // namespace qxnull_detail
-
-void blockdsp(const Sparse& N, const Sparse& NT, NullBlocks& blocks, NullPairs& pairs)
+void findBlocks(Monitor& monitor, const Sparse& N, const Sparse& NT, NullBlocks& blocks, NullPairs& pairs)
 {
-    using Index = unsigned long;
     const Sparse byConstraint = qxsolvers_detail::expanded(N), byUnknown = qxsolvers_detail::expanded(NT);
     const Index d = byConstraint.getM(), c = byConstraint.getN();
     if (byUnknown.getM() != c || byUnknown.getN() != d)
@@ -208,6 +214,7 @@ void blockdsp(const Sparse& N, const Sparse& NT, NullBlocks& blocks, NullPairs& 
     std::vector<Index> blockOfUnknown(d, none), blockOfConstraint(c, none), waiting;
     const Index *unknownPtr = byUnknown.getColPtr(), *constraintPtr = byConstraint.getColPtr();
     for (Index start = 0; start < d; ++start) {
+        monitor.step();
         if (blockOfUnknown[start] != none || unknownPtr[start + 1] == unknownPtr[start])
             continue;
         const Index number = blocks.size();
@@ -215,6 +222,7 @@ void blockdsp(const Sparse& N, const Sparse& NT, NullBlocks& blocks, NullPairs& 
         waiting.assign(1, start);
         blockOfUnknown[start] = number;
         while (!waiting.empty()) {
+            monitor.poll();
             const Index j = waiting.back();
             waiting.pop_back();
             blocks.back().push_back(j);
@@ -239,13 +247,31 @@ void blockdsp(const Sparse& N, const Sparse& NT, NullBlocks& blocks, NullPairs& 
             pairs.emplace_back(i, blockOfConstraint[i]);
 
     // Every entry, seen from either side, must lie within one block: so it is if NT has the structure of N's transpose.
-    const auto sumsUp = [none](const Sparse& A, const std::vector<Index>& blockOfRow, const std::vector<Index>& blockOfColumn) {
-        for (Index j = 0; j < A.getN(); ++j)
+    const auto sumsUp = [none, &monitor](const Sparse& A, const std::vector<Index>& blockOfRow, const std::vector<Index>& blockOfColumn) {
+        for (Index j = 0; j < A.getN(); ++j) {
+            monitor.step();
             for (Index k = A.getColPtr()[j]; k < A.getColPtr()[j + 1]; ++k)
                 if (blockOfColumn[j] == none || blockOfRow[A.getRow()[k]] != blockOfColumn[j])
                     return false;
+        }
         return true;
     };
     if (!sumsUp(byConstraint, blockOfUnknown, blockOfConstraint) || !sumsUp(byUnknown, blockOfConstraint, blockOfUnknown))
         QX_RAISE("qxnull", "Internal_solver_error", "r or s vector does not sum up correct.");
+}
+
+} // namespace qxnull_detail
+
+void blockdsp(const Sparse& N, const Sparse& NT, NullBlocks& blocks, NullPairs& pairs)
+{
+    using namespace qxnull_detail;
+    guarded([&] {
+        qxutil::RunInfo unwatched;
+        Monitor monitor(unwatched, "");
+        NullBlocks newBlocks;
+        NullPairs newPairs;
+        findBlocks(monitor, N, NT, newBlocks, newPairs);
+        blocks.swap(newBlocks);
+        pairs.swap(newPairs);
+    });
 }

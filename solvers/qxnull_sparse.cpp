@@ -3,6 +3,7 @@
 #include "solvers/nullsparse_detail.hpp"
 #include "solvers/qxnull_detail.hpp"
 
+#include <cmath>
 #include <limits>
 
 namespace qxnull_detail {
@@ -11,11 +12,27 @@ namespace {
 
 using Indices = std::vector<Index>;
 
+inline double largestPart(double x) { return std::abs(x); }
+inline double largestPart(const cplx& x) { return std::max(std::abs(x.real()), std::abs(x.imag())); }
+
+/// e such that the largest part of an entry is in [2^e, 2^(e+1)); 0 for a matrix of zeros.
+template <class T>
+int exponentOf(const llsparse<T>& S)
+{
+    if (anyNaNorInf(S.val, S.nnz()))
+        QX_RAISE("qxnull", "Internal_error_solver", "NaN or Inf in constraint matrix.");
+    double largest = 0.0;
+    for (Index k = 0; k < S.nnz(); ++k)
+        largest = std::max(largest, largestPart(S.val[k]));
+    return largest == 0.0 ? 0 : std::ilogb(largest);
+}
+
 /// The state of one matrix: W = N^H with one row for each constraint and one column for each unknown, and the column
 /// operations done so far, W = N^H E.
 template <class T>
 struct System
 {
+    int exponent; ///< W holds the entries divided by 2^exponent, below 2 in magnitude: squares do not overflow
     NullSparse<T> W;
     std::vector<Indices> pattern; ///< for each row of W the columns that may have an entry, ascending
     NullSparse<T> E;
@@ -23,13 +40,14 @@ struct System
     std::vector<bool> hasPivot; ///< for each row
     Indices pivots;             ///< in the order they were found
 
-    System(const Sparse& N, const Sparse& NT)
-        : W(StoreOf<T>::of(NT), true), pattern(N.getN()), isPivot(N.getM()), hasPivot(N.getN())
+    System(Monitor& monitor, const Sparse& N, const Sparse& NT)
+        : exponent(exponentOf(StoreOf<T>::of(N))),
+          W(StoreOf<T>::of(NT), true, -exponent, [&monitor] { monitor.step(); }), pattern(N.getN()), isPivot(N.getM()),
+          hasPivot(N.getN())
     {
         const llsparse<T>& S = StoreOf<T>::of(N);
-        if (anyNaNorInf(S.val, S.nnz()))
-            QX_RAISE("qxnull", "Internal_error_solver", "NaN or Inf in constraint matrix.");
         for (Index i = 0; i < S.n; ++i) {
+            monitor.step();
             pattern[i].assign(S.row + S.colPtr[i], S.row + S.colPtr[i + 1]);
             pattern[i].erase(std::unique(pattern[i].begin(), pattern[i].end()), pattern[i].end());
         }
@@ -110,14 +128,18 @@ void reduceColumn(Index i, Index c, Index p, System<T>& s)
 
 /// Leaves one entry in row i among the candidates: the last pivot's.
 template <class T>
-void eliminateCols(Index i, System<T>& s, const RowPlan& plan)
+void eliminateCols(const Monitor& monitor, Index i, System<T>& s, const RowPlan& plan)
 {
     if (plan.pivots.empty())
         return;
-    for (std::size_t k = 0; k < plan.rest.size(); ++k)
+    for (std::size_t k = 0; k < plan.rest.size(); ++k) {
+        monitor.poll();
         reduceColumn(i, plan.rest[k], plan.pivots[k % plan.pivots.size()], s);
-    for (std::size_t k = 0; k + 1 < plan.pivots.size(); ++k)
+    }
+    for (std::size_t k = 0; k + 1 < plan.pivots.size(); ++k) {
+        monitor.poll();
         reduceColumn(i, plan.pivots[k], plan.pivots[k + 1], s);
+    }
     const Index pivot = plan.pivots.back();
     s.isPivot[pivot] = 1;
     s.hasPivot[i] = true;
@@ -127,9 +149,10 @@ void eliminateCols(Index i, System<T>& s, const RowPlan& plan)
 /// Whether the operations on the pivot columns used pivot columns only: then they can be undone among themselves, and
 /// unit vectors complete Null.
 template <class T>
-bool unitVectorsComplete(const System<T>& s)
+bool unitVectorsComplete(const Monitor& monitor, const System<T>& s)
 {
     for (const Index p : s.pivots) {
+        monitor.poll();
         const colData<T>& column = s.E.column(p);
         for (Index k = 0; k < column.count; ++k)
             if (!s.isPivot[column.rows[k]] && column.values[k] != T(0))
@@ -148,31 +171,35 @@ void writeColumn(const NullSparse<T>& A, Index j, ColumnWriter<T>& writer)
 }
 
 template <class T>
-Sparse freeColumns(const System<T>& s)
+Sparse freeColumns(Monitor& monitor, const System<T>& s)
 {
     ColumnWriter<T> Null(s.E.rows());
-    for (Index j = 0; j < s.E.columns(); ++j)
+    for (Index j = 0; j < s.E.columns(); ++j) {
+        monitor.step();
         if (!s.isPivot[j])
             writeColumn(s.E, j, Null);
+    }
     return Null.finish();
 }
 
 template <class T>
-Sparse complement(const System<T>& s, bool unitVectors)
+Sparse complement(Monitor& monitor, const System<T>& s, bool unitVectors)
 {
     ColumnWriter<T> Compl(s.E.rows());
-    for (const Index p : s.pivots)
+    for (const Index p : s.pivots) {
+        monitor.step();
         if (unitVectors) {
             Compl.add(p, T(1));
             Compl.endColumn();
         } else
             writeColumn(s.E, p, Compl);
+    }
     return Compl.finish();
 }
 
 /// Range = Compl^H N: the rows of N at the pivots, or the eliminated pivot columns.
 template <class T>
-Sparse rangeFactor(const System<T>& s, const Sparse& N, bool unitVectors)
+Sparse rangeFactor(Monitor& monitor, const System<T>& s, const Sparse& N, bool unitVectors)
 {
     const Index c = N.getN();
     std::vector<std::vector<std::pair<Index, T>>> columns(c);
@@ -181,7 +208,8 @@ Sparse rangeFactor(const System<T>& s, const Sparse& N, bool unitVectors)
         for (Index k = 0; k < s.pivots.size(); ++k)
             number[s.pivots[k]] = k;
         const llsparse<T>& S = StoreOf<T>::of(N);
-        for (Index i = 0; i < c; ++i)
+        for (Index i = 0; i < c; ++i) {
+            monitor.step();
             for (Index k = S.colPtr[i]; k < S.colPtr[i + 1]; ++k) {
                 if (!s.isPivot[S.row[k]])
                     continue;
@@ -191,15 +219,18 @@ Sparse rangeFactor(const System<T>& s, const Sparse& N, bool unitVectors)
                 else
                     columns[i].emplace_back(row, S.val[k]);
             }
+        }
     } else {
         for (Index k = 0; k < s.pivots.size(); ++k) {
+            monitor.step();
             const colData<T>& column = s.W.column(s.pivots[k]);
             for (Index q = 0; q < column.count; ++q)
-                columns[column.rows[q]].emplace_back(k, conjugate(column.values[q]));
+                columns[column.rows[q]].emplace_back(k, timesPowerOf2(conjugate(column.values[q]), s.exponent));
         }
     }
     ColumnWriter<T> Range(s.pivots.size());
     for (auto& column : columns) {
+        monitor.step();
         std::sort(column.begin(), column.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
         for (const auto& [row, value] : column)
             Range.add(row, value);
@@ -209,29 +240,30 @@ Sparse rangeFactor(const System<T>& s, const Sparse& N, bool unitVectors)
 }
 
 template <class T>
-void copyToSparse(const System<T>& s, const Sparse& N, Selection want, Triple& result)
+void copyToSparse(Monitor& monitor, const System<T>& s, const Sparse& N, Selection want, Triple& result)
 {
     checkPivots(s.isPivot, s.pivots);
-    const bool unitVectors = (want.compl_ || want.range) && unitVectorsComplete(s);
+    const bool unitVectors = (want.compl_ || want.range) && unitVectorsComplete(monitor, s);
     if (want.null)
-        result.Null = freeColumns(s);
+        result.Null = freeColumns(monitor, s);
     if (want.compl_)
-        result.Compl = complement(s, unitVectors);
+        result.Compl = complement(monitor, s, unitVectors);
     if (want.range)
-        result.Range = rangeFactor(s, N, unitVectors);
+        result.Range = rangeFactor(monitor, s, N, unitVectors);
     result.rank = s.pivots.size();
     result.hasPivot = s.hasPivot;
 }
 
 template <class T>
-void nullspPrivate(const qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse* NF, const Sparse* NFT,
+void nullspPrivate(Monitor& monitor, const Sparse& N, const Sparse& NT, const Sparse* NF, const Sparse* NFT,
                    Selection want, Selection wantF, Triple& result, Triple& resultF)
 {
-    System<T> s(N, NT);
+    System<T> s(monitor, N, NT);
     std::vector<System<T>> second; // none or one
     if (NF != nullptr)
-        second.emplace_back(*NF, *NFT);
+        second.emplace_back(monitor, *NF, *NFT);
     for (Index i = 0; i < N.getN(); ++i) {
+        monitor.step();
         const Indices candidates = computeL(i, s);
         RowPlan plan, planF;
         if (second.empty()) {
@@ -247,15 +279,13 @@ void nullspPrivate(const qxutil::RunInfo& run, const Sparse& N, const Sparse& NT
                 planF = planAlone(f, candidatesF);
             } else
                 planJointly(s, f, candidates, candidatesF, common, plan, planF);
-            eliminateCols(i, f, planF);
+            eliminateCols(monitor, i, f, planF);
         }
-        eliminateCols(i, s, plan);
-        if (run.isCancelled())
-            raiseCancelled("qxNullSp_cancelled");
+        eliminateCols(monitor, i, s, plan);
     }
-    copyToSparse(s, N, want, result);
+    copyToSparse(monitor, s, N, want, result);
     if (!second.empty())
-        copyToSparse(second.front(), *NF, wantF, resultF);
+        copyToSparse(monitor, second.front(), *NF, wantF, resultF);
 }
 
 } // namespace
@@ -267,15 +297,15 @@ void checkPivots(const std::vector<char>& isPivot, const std::vector<Index>& piv
         QX_RAISE("qxnull", "Internal_error_solver", "Range-size and nrange mismatch");
 }
 
-void eliminateSparse(const qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse* NF,
+void eliminateSparse(Monitor& monitor, const Sparse& N, const Sparse& NT, const Sparse* NF,
                      const Sparse* NFT, Selection want, Selection wantF, Triple& result, Triple& resultF)
 {
     if (NF != nullptr && NF->isReal() != N.isReal())
         QX_RAISE("qxnull", "Internal_solver_error");
     if (N.isReal())
-        nullspPrivate<double>(run, N, NT, NF, NFT, want, wantF, result, resultF);
+        nullspPrivate<double>(monitor, N, NT, NF, NFT, want, wantF, result, resultF);
     else
-        nullspPrivate<cplx>(run, N, NT, NF, NFT, want, wantF, result, resultF);
+        nullspPrivate<cplx>(monitor, N, NT, NF, NFT, want, wantF, result, resultF);
 }
 
 } // namespace qxnull_detail

@@ -91,12 +91,17 @@ void split(const cplx& value, double& re, double& im)
 }
 void split(double value, double& re, double&) { re = value; }
 
-/// Copies columns to UMFPACK's arrays; entries of one row, adjacent after the sort, become one.
+/// Copies columns to UMFPACK's arrays; entries of one row, adjacent after the sort, become one. With dropZeros sums of
+/// exactly zero are left out.
 template <class T>
-long copyColumns(const llsparse<T>& S, long* Ap, long* Ai, double* Ax, double* Az)
+long copyColumns(const llsparse<T>& S, bool dropZeros, long* Ap, long* Ai, double* Ax, double* Az)
 {
     long count = 0;
     Ap[0] = 0;
+    const auto dropLast = [&](long first) {
+        if (dropZeros && count > first && Ax[count - 1] == 0.0 && (Az == nullptr || Az[count - 1] == 0.0))
+            --count;
+    };
     for (unsigned long j = 0; j < S.n; ++j) {
         for (unsigned long k = S.colPtr[j]; k < S.colPtr[j + 1]; ++k) {
             const long i = static_cast<long>(S.row[k]);
@@ -108,15 +113,44 @@ long copyColumns(const llsparse<T>& S, long* Ap, long* Ai, double* Ax, double* A
                     Az[count - 1] += im;
                 continue;
             }
+            dropLast(Ap[j]); // complete now
             Ai[count] = i;
             Ax[count] = re;
             if (Az != nullptr)
                 Az[count] = im;
             ++count;
         }
+        dropLast(Ap[j]);
         Ap[j + 1] = count;
     }
     return count;
+}
+
+/// Runs f; failed allocations, those of matrix operations too, become the driver's own failure.
+template <class F>
+void guarded(const F& f)
+{
+    try {
+        f();
+    } catch (const std::bad_alloc&) {
+        QX_RAISE("umfpack", "Out_of_memory_LU_factorization");
+    } catch (const qxbase::CancelException&) {
+        throw;
+    } catch (const qxbase::Exception& e) {
+        if (e.size() > 0 && e.getFile(0) != "umfpack" && e.getId().starts_with("Out_of_memory_"))
+            QX_RAISE("umfpack", "Out_of_memory_LU_factorization");
+        throw;
+    }
+}
+
+/// The status of a request for factors.
+void judgeFactors(long status)
+{
+    switch (status) {
+    case UMFPACK_OK: return;
+    case UMFPACK_ERROR_out_of_memory: QX_RAISE("umfpack", "Out_of_memory_LU_factorization");
+    default: internalError(status);
+    }
 }
 
 void judgeSolution(long status)
@@ -189,29 +223,29 @@ void Umfpack::setTranspose(bool value)
 }
 
 void Umfpack::init(Sparse& A, bool clearInput, bool transposed, bool allowSingular, bool scale)
-try {
-    clear();
-    setTranspose(transposed);
-    m = static_cast<long>(A.getM());
-    n = static_cast<long>(A.getN());
-    if (m == 0 || n == 0)
-        return;
-    if (!allowSingular) {
-        if (m != n)
-            QX_RAISE("umfpack", "Matrix_not_square");
-        if (A.isReal() ? isZero(*A.getptrD()) : isZero(*A.getptrZ()))
-            QX_RAISE("umfpack", "Matrix_is_zero");
-    }
-    Sparse local(A);
-    if (clearInput)
-        A.clear();
-    local = qxsolvers_detail::expanded(local);
-    sparse2umfpack(local, allowSingular);
-    local.clear();
-    setDefaults();
-    factoriseWithLog(allowSingular, scale);
-} catch (const std::bad_alloc&) {
-    QX_RAISE("umfpack", "Out_of_memory_LU_factorization");
+{
+    guarded([&] {
+        clear();
+        setTranspose(transposed);
+        m = static_cast<long>(A.getM());
+        n = static_cast<long>(A.getN());
+        if (m == 0 || n == 0)
+            return;
+        if (!allowSingular) {
+            if (m != n)
+                QX_RAISE("umfpack", "Matrix_not_square");
+            if (A.isReal() ? isZero(*A.getptrD()) : isZero(*A.getptrZ()))
+                QX_RAISE("umfpack", "Matrix_is_zero");
+        }
+        Sparse local(A);
+        if (clearInput)
+            A.clear();
+        local = qxsolvers_detail::expanded(local);
+        sparse2umfpack(local, allowSingular);
+        local.clear();
+        setDefaults();
+        factoriseWithLog(allowSingular, scale);
+    });
 }
 
 void Umfpack::sparse2umfpack(const Sparse& A, bool allowSingular)
@@ -223,11 +257,13 @@ void Umfpack::sparse2umfpack(const Sparse& A, bool allowSingular)
     Ai.resize(slots);
     Ax.resize(slots);
     real = A.isReal();
+    // Of a singular matrix UMFPACK may take an explicit zero for a pivot, and L would hold infinities.
+    const bool dropZeros = allowSingular;
     if (real) {
-        nnz = copyColumns(*A.getptrD(), Ap.data(), Ai.data(), Ax.data(), nullptr);
+        nnz = copyColumns(*A.getptrD(), dropZeros, Ap.data(), Ai.data(), Ax.data(), nullptr);
     } else {
         Az.resize(slots);
-        nnz = copyColumns(*A.getptrZ(), Ap.data(), Ai.data(), Ax.data(), Az.data());
+        nnz = copyColumns(*A.getptrZ(), dropZeros, Ap.data(), Ai.data(), Ax.data(), Az.data());
     }
 }
 
@@ -514,15 +550,19 @@ IndexArray ascending(unsigned long count)
 } // namespace
 
 void Umfpack::getLuFactorization(Sparse& L, Sparse& U, Sparse& P, Sparse& Q, Sparse& R) const
-try {
+{
+    guarded([&] { luFactorization(L, U, P, Q, R); });
+}
+
+void Umfpack::luFactorization(Sparse& L, Sparse& U, Sparse& P, Sparse& Q, Sparse& R) const
+{
     if (numeric == nullptr)
         internalError(UMFPACK_ERROR_invalid_Numeric_object);
     qxcSetID(memoryId);
     long lnz = 0, unz = 0, rows = 0, columns = 0, nonZeroPivots = 0, reciprocal = 0;
     long status = real ? umfpack_dl_get_lunz(&lnz, &unz, &rows, &columns, &nonZeroPivots, numeric)
                        : umfpack_zl_get_lunz(&lnz, &unz, &rows, &columns, &nonZeroPivots, numeric);
-    if (status != UMFPACK_OK)
-        internalError(status);
+    judgeFactors(status);
 
     const auto um = static_cast<unsigned long>(m), un = static_cast<unsigned long>(n), k = std::min(um, un);
     const auto nl = static_cast<unsigned long>(lnz), nu = static_cast<unsigned long>(unz);
@@ -533,8 +573,7 @@ try {
                   : umfpack_zl_get_numeric(Lp.data(), Lj.data(), Lx.data(), Lz.data(), Up.data(), Ui.data(), Ux.data(),
                                            Uz.data(), p.data(), q.data(), nullptr, nullptr, &reciprocal, Rs.data(),
                                            numeric);
-    if (status != UMFPACK_OK)
-        internalError(status);
+    judgeFactors(status);
 
     // L comes by rows: its arrays are the columns of its transpose.
     Sparse byRows, upper;
@@ -554,6 +593,4 @@ try {
     P = rowPermutation;
     Q = columnPermutation;
     R = diagonal;
-} catch (const std::bad_alloc&) {
-    QX_RAISE("umfpack", "Out_of_memory_LU_factorization");
 }

@@ -744,7 +744,7 @@ TEST(QxNullProp, MissingOrWrongPropertiesAreRefused)
 TEST(NullSparse, AddsEntriesInOrderAndKeepsZeros)
 {
     const Sparse S = sparseOf({{0, 5}, {0, 0}, {3, 0}});
-    qxnull_detail::NullSparse<double> A(*S.getptrD(), false);
+    qxnull_detail::NullSparse<double> A(*S.getptrD(), false, 0, [] {});
 
     A.addEntry(0, 0, 1.0);
     A.addEntry(2, 0, -3.0);
@@ -760,7 +760,7 @@ TEST(NullSparse, AddsEntriesInOrderAndKeepsZeros)
 TEST(NullSparse, AddsColumnsAndRemembersTheLargestScale)
 {
     const Sparse S = sparseOf({{3, 1}, {4, 0}, {0, 2}});
-    qxnull_detail::NullSparse<double> A(*S.getptrD(), false);
+    qxnull_detail::NullSparse<double> A(*S.getptrD(), false, 0, [] {});
 
     EXPECT_EQ(A.reference(0), 25.0);
     A.addColumn(0, 1, -3.0);
@@ -793,7 +793,7 @@ TEST(NullSparse, SumsDuplicatesAndConjugatesOnRequest)
     const std::vector<unsigned long> colPtr = {0, 3}, rows = {0, 1, 1};
     Sparse S;
     S.flat2sparse(rows, colPtr, complexVector({I, 1, I}), 2, 1);
-    const qxnull_detail::NullSparse<cplx> A(*S.getptrZ(), true);
+    const qxnull_detail::NullSparse<cplx> A(*S.getptrZ(), true, 0, [] {});
 
     EXPECT_EQ(A(0, 0), -I);
     EXPECT_EQ(A(1, 0), 1.0 - I);

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <functional>
 #include <future>
+#include <random>
 #include <stdexcept>
 #include <thread>
 #include <umfpack.h>
@@ -959,6 +960,62 @@ TEST(UmfpackRun, AnotherUserOfTheLibraryIsNotDisturbed)
     other.join();
 
     EXPECT_EQ(bad, 0);
+}
+
+TEST_F(UmfpackTest, FactorsOfSingularMatricesMultiplyToTheMatrixAlsoWithExplicitZeros)
+{
+    std::mt19937 generator(1);
+    const auto below = [&](unsigned long n) { return generator() % n; };
+    for (int trial = 0; trial < 400; ++trial) {
+        const bool complexValues = trial % 2 == 1, scale = below(2) == 0;
+        const unsigned long m = 1 + below(7), n = trial % 3 == 0 ? 1 + below(7) : m, count = below(m * n + 1);
+        std::vector<unsigned long> rows, columns;
+        std::vector<cplx> values;
+        for (unsigned long k = 0; k < count; ++k) {
+            rows.push_back(below(m));
+            columns.push_back(below(n));
+            values.push_back(below(3) == 0 ? 0.0 : cplx(double(below(7)) - 3.0, complexValues ? double(below(3)) - 1.0 : 0.0));
+        }
+        std::vector<double> reals;
+        for (const cplx& v : values)
+            reals.push_back(v.real());
+        Sparse A, L, U, P, Q, R;
+        if (complexValues)
+            A.triplet2sparse(rows, columns, values, m, n);
+        else
+            A.triplet2sparse(rows, columns, reals, m, n);
+
+        factorise(A, false, true, scale);
+        solver.getLuFactorization(L, U, P, Q, R);
+
+        ASSERT_TRUE(allNear(denseOf(L * U), denseOf(P * R * A * Q), 1e-12)) << "trial " << trial;
+    }
+}
+
+TEST_F(UmfpackTest, FailedAllocationsAroundTheFactorsHaveTheDriversName)
+{
+    Sparse A = laplacian(4, 2), S = laplacian(4, 2), L, U, P, Q, R;
+    S.setSymm(Symmetric);
+    for (Sparse* input : {&A, &S})
+        qxtest::failEveryAllocation([&] { factorise(*input); },
+                                    [](const qxtest::FaultRun& fault) {
+                                        EXPECT_FALSE(fault.badAlloc) << fault.n;
+                                        if (fault.faulted) {
+                                            EXPECT_EQ(fault.id, "Out_of_memory_LU_factorization") << fault.n;
+                                        }
+                                    });
+    factorise(A);
+    const Sparse before = Sparse().eye(2);
+    L = before;
+    const long count = qxtest::failEveryAllocation([&] { solver.getLuFactorization(L, U, P, Q, R); },
+                                                   [&](const qxtest::FaultRun& fault) {
+                                                       EXPECT_FALSE(fault.badAlloc) << fault.n;
+                                                       if (fault.faulted) {
+                                                           EXPECT_EQ(fault.id, "Out_of_memory_LU_factorization") << fault.n;
+                                                           EXPECT_EQ(L.getptrD(), before.getptrD());
+                                                       }
+                                                   });
+    EXPECT_GT(count, 20);
 }
 
 TEST(UmfpackRun, SameBitsForOneAndTwoThreads)
