@@ -46,6 +46,18 @@ EvalNodePtr resolved(const EvalNode& node, const VarEvaluatorPtr& evaluator, Res
     return shadow->root;
 }
 
+/// Derivatives of derivatives grow by a factor with each: beyond this many distinct operations they are refused.
+constexpr std::size_t mostOperations = std::size_t(1) << 17;
+
+/// The derivative of a resolved derivative.
+EvalNodePtr higherDerivative(const EvalNodePtr& root, const std::string& var, const VarEvaluatorPtr& evaluator)
+{
+    const EvalNodePtr result = root->diff(var, evaluator);
+    if (qxeval::countOperations(*result, mostOperations) > mostOperations)
+        QX_RAISE("evalnodes", "Derivative_too_large", "Operations", static_cast<unsigned long>(mostOperations));
+    return result;
+}
+
 /// Opens a line of the record of rep: "message" = message.
 ErrInfo& newLine(const ValRepPtr& rep, const char* message, int line)
 {
@@ -211,7 +223,7 @@ void VarDiffNode::compute(const ValRepPtr& rep, const VarEvaluatorPtr& evaluator
 
 EvalNodePtr VarDiffNode::diff(const std::string& var, const VarEvaluatorPtr& evaluator) const
 {
-    return resolve(evaluator)->diff(var, evaluator);
+    return higherDerivative(resolve(evaluator), var, evaluator);
 }
 
 DepInfo VarDiffNode::depends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const
@@ -272,7 +284,7 @@ ValRepPtr DiffNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr&
 
 EvalNodePtr DiffNode::diff(const std::string& var, const VarEvaluatorPtr& evaluator) const
 {
-    return resolve(evaluator)->diff(var, evaluator);
+    return higherDerivative(resolve(evaluator), var, evaluator);
 }
 
 DepInfo DiffNode::depends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const

@@ -35,36 +35,117 @@ ErrInfo& newLine(const ValRepPtr& rep, const char* message, int line)
     QX_RAISE("evalnodes", "Strings_are_only_allowed_in_function_arguments");
 }
 
-/// Evaluates a graph of operations in post-order with an explicit stack; any other node evaluates itself.
-ValRepPtr evalDeep(const OpNode& root, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags)
+/// Evaluates a graph of operations in post-order with an explicit stack; any other node evaluates itself. What a program
+/// would compute once is computed once here too.
+class DeepEvaluation
 {
-    qxeval::requireStack();
+public:
+    DeepEvaluation(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags)
+        : evaluator_(evaluator), cache_(cache), flags_(flags)
+    {
+    }
+
+    ValRepPtr operator()(const OpNode& root)
+    {
+        qxeval::requireStack();
+        countUses(root);
+        frames_.push_back({&root, 0});
+        while (!frames_.empty()) {
+            Frame& frame = frames_.back();
+            const EvalNodes& args = frame.op->getArgs();
+            if (frame.done < args.size())
+                visit(*args[frame.done++]);
+            else
+                leave();
+        }
+        return values_.back().value;
+    }
+
+private:
     struct Frame
     {
         const OpNode* op;
         std::size_t done; // arguments whose values are on the value stack
     };
-    std::vector<Frame> frames{{&root, 0}};
-    std::vector<ValRepPtr> values;
-    while (!frames.empty()) {
-        Frame& frame = frames.back();
-        const EvalNodes& args = frame.op->getArgs();
-        if (frame.done < args.size()) {
-            const EvalNode* const arg = args[frame.done++].get();
-            if (const OpNode* const op = qxeval::asOperation(arg))
-                frames.push_back({op, 0});
-            else
-                values.push_back(arg->eval(evaluator, cache, flags));
-            continue;
+    struct Known
+    {
+        ValRepPtr value;
+        bool pure; // nothing below evaluates itself at each use
+    };
+    struct Uses
+    {
+        std::size_t left = 0;
+        ValRepPtr value; // of a pure operation that is used again
+    };
+
+    void countUses(const OpNode& root)
+    {
+        std::vector<const OpNode*> todo{&root};
+        while (!todo.empty()) {
+            const OpNode* const op = todo.back();
+            todo.pop_back();
+            for (const EvalNodePtr& arg : op->getArgs())
+                if (const OpNode* const below = qxeval::asOperation(arg.get())) {
+                    if (const QxHashLookup hit = uses_.lookup(below)) {
+                        ++uses_.at(hit.slot).left;
+                    } else {
+                        uses_.insert(below, Uses{1, ValRepPtr()});
+                        todo.push_back(below);
+                    }
+                }
         }
-        const std::size_t first = values.size() - args.size();
-        ValRepPtr result = frame.op->apply(values.data() + first, flags);
-        values.resize(first);
-        values.push_back(std::move(result));
-        frames.pop_back();
     }
-    return values.back();
-}
+
+    void visit(const EvalNode& node)
+    {
+        const OpNode* const op = qxeval::asOperation(&node);
+        if (!op) {
+            const bool pure = qxeval::Program::isKept(qxeval::behindProxies(node)) || node.isScalar();
+            values_.push_back({node.eval(evaluator_, cache_, flags_), pure});
+            return;
+        }
+        Uses& uses = uses_.at(uses_.lookup(op).slot);
+        if (!uses.value) {
+            frames_.push_back({op, 0});
+            return;
+        }
+        values_.push_back({uses.value, true});
+        if (--uses.left == 0)
+            uses.value.reset();
+    }
+
+    /// Applies the operation on top to the values on top.
+    void leave()
+    {
+        const OpNode& op = *frames_.back().op;
+        frames_.pop_back();
+        const std::size_t first = values_.size() - op.getArgs().size();
+        bool pure = qxeval::Program::hasKernel(op);
+        args_.clear();
+        for (std::size_t i = first; i < values_.size(); ++i) {
+            args_.push_back(std::move(values_[i].value));
+            pure = pure && values_[i].pure;
+        }
+        values_.resize(first);
+        ValRepPtr result = op.apply(args_.data(), flags_);
+        if (const QxHashLookup hit = uses_.lookup(&op); hit && pure) {
+            Uses& uses = uses_.at(hit.slot);
+            if (uses.left > 1) {
+                --uses.left;
+                uses.value = result;
+            }
+        }
+        values_.push_back({std::move(result), pure});
+    }
+
+    const VarEvaluatorPtr& evaluator_;
+    const ValRepCachePtr& cache_;
+    const unsigned flags_;
+    std::vector<Frame> frames_;
+    std::vector<Known> values_;
+    std::vector<ValRepPtr> args_;
+    QxHashMap<Uses, const OpNode*> uses_;
+};
 
 } // namespace
 
@@ -290,7 +371,6 @@ const qxeval::Program* OpNode::program() const
     case Plan::Run:
         return program_.load(std::memory_order_relaxed);
     case Plan::Own:
-    case Plan::Large:
         return nullptr;
     case Plan::New:
         break;
@@ -300,10 +380,6 @@ const qxeval::Program* OpNode::program() const
         return nullptr;
     }
     std::unique_ptr<const qxeval::Program> made = qxeval::Program::compile({this});
-    if (!made) {
-        plan_.store(Plan::Large, std::memory_order_relaxed);
-        return nullptr;
-    }
     const qxeval::Program* there = nullptr; // what another thread made is as good
     if (program_.compare_exchange_strong(there, made.get(), std::memory_order_acq_rel))
         there = made.release();
@@ -314,46 +390,40 @@ const qxeval::Program* OpNode::program() const
 ValRepPtr OpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
     const EvaluationScope scope(evaluator);
-    if (flags & numbersWanted)
-        if (const qxeval::Program* const compiled = program()) {
-            ValRepPtr value;
-            compiled->run(evaluator, cache, flags, &value);
-            return value;
-        }
-    return walk(evaluator, cache, flags);
+    const qxeval::Program* const compiled = program();
+    if (!compiled)
+        return walk(evaluator, cache, flags);
+    if (flags & numbersWanted) {
+        ValRepPtr value;
+        compiled->run(evaluator, cache, flags, &value);
+        return value;
+    }
+    compiled->visitLeaves(evaluator, cache, flags);
+    return allConst_ ? walk(evaluator, cache, flags) : ValRep::makeNaN();
 }
 
-/// The value of an argument: by its own program if this operation cannot be part of one.
-ValRepPtr OpNode::walkArg(const EvalNode& arg, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache,
-                          unsigned flags) const
-{
-    if (plan_.load(std::memory_order_relaxed) != Plan::Own)
-        if (const OpNode* const op = qxeval::asOperation(&arg))
-            return op->walk(evaluator, cache, flags);
-    return arg.eval(evaluator, cache, flags);
-}
-
+/// This operation alone applied to the values of its arguments.
 ValRepPtr OpNode::walk(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
     if (qxeval::stackRoom() < qxeval::deepEvalRoom)
-        return evalDeep(*this, evaluator, cache, flags);
+        return DeepEvaluation(evaluator, cache, flags)(*this);
     // The results are held by these locals alone, so that apply may overwrite a temporary.
     switch (args_.size()) {
     case 1: {
-        ValRepPtr value = walkArg(*args_[0], evaluator, cache, flags);
+        ValRepPtr value = args_[0]->eval(evaluator, cache, flags);
         return apply(&value, flags);
     }
     case 2: {
         ValRepPtr values[2];
-        values[0] = walkArg(*args_[0], evaluator, cache, flags);
-        values[1] = walkArg(*args_[1], evaluator, cache, flags);
+        values[0] = args_[0]->eval(evaluator, cache, flags);
+        values[1] = args_[1]->eval(evaluator, cache, flags);
         return apply(values, flags);
     }
     default: {
         std::vector<ValRepPtr> values;
         values.reserve(args_.size());
         for (const EvalNodePtr& arg : args_)
-            values.push_back(walkArg(*arg, evaluator, cache, flags));
+            values.push_back(arg->eval(evaluator, cache, flags));
         return apply(values.data(), flags);
     }
     }

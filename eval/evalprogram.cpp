@@ -1,5 +1,6 @@
 #include "evalprogram_detail.hpp"
 
+#include "derivativenodes.hpp"
 #include "evalflags.hpp"
 #include "evalfun_kernel.hpp"
 #include "evalnodes.hpp"
@@ -18,13 +19,6 @@ using qxkernels::kLikeY, qxkernels::kOutComplex, qxkernels::kXComplex, qxkernels
 
 namespace qxeval {
 
-namespace {
-
-/// Graphs with more operations are walked.
-constexpr std::size_t maxOperations = 1 << 16;
-
-} // namespace
-
 bool Program::hasKernel(const OpNode& op)
 {
     const FunObj& f = *op.getFun();
@@ -38,6 +32,13 @@ bool Program::hasKernel(const OpNode& op)
     }
 }
 
+bool Program::isKept(const EvalNode& node)
+{
+    const std::type_info& type = typeid(node);
+    return type == typeid(VarNode) || type == typeid(ConstNode) || type == typeid(VarDiffNode) || type == typeid(DiffNode) ||
+           dynamic_cast<const DependencyTestNode*>(&node) != nullptr;
+}
+
 // Compilation --------------------------------------------------------------------------------------------------------
 
 /// First the graph is walked with an explicit stack, each operation taking a number of its own; then the numbers are
@@ -47,13 +48,11 @@ class Program::Compiler
 public:
     explicit Compiler(Program& program) : program_(program) {}
 
-    bool compile(const std::vector<const EvalNode*>& roots)
+    void compile(const std::vector<const EvalNode*>& roots)
     {
         for (const EvalNode* root : roots)
-            if (!walk(root))
-                return false;
+            walk(root);
         assignSlots();
-        return true;
     }
 
 private:
@@ -79,7 +78,7 @@ private:
     static constexpr std::size_t kKept = ~std::size_t(0);
 
     /// Appends the operations below a root that are not there yet. Leaves values_ with one more entry.
-    bool walk(const EvalNode* root)
+    void walk(const EvalNode* root)
     {
         visit(root);
         while (!frames_.empty()) {
@@ -97,20 +96,17 @@ private:
             values_.pop_back();
             const Ref result{Ref::Result, static_cast<Slot>(drafts_.size()), x.pure && y.pure};
             drafts_.push_back({frame.op->getFun().get(), x, y, binary, 0});
-            if (drafts_.size() > maxOperations)
-                return false;
             if (result.pure)
                 known_.insert(frame.op, result);
             values_.push_back(result);
             frames_.pop_back();
         }
-        return true;
     }
 
     void visit(const EvalNode* node)
     {
-        const OpNode* const op = asOperation(node);
-        const EvalNode* const key = op != nullptr ? op : node;
+        const EvalNode* const key = &behindProxies(*node);
+        const OpNode* const op = asOperation(key);
         if (const QxHashLookup hit = known_.lookup(key))
             values_.push_back(known_.at(hit.slot));
         else if (op != nullptr && hasKernel(*op))
@@ -128,7 +124,7 @@ private:
             program_.constants_.push_back(node);
             program_.numbers_.push_back(number);
         } else {
-            const bool pure = typeid(*node) == typeid(VarNode) || typeid(*node) == typeid(ConstNode);
+            const bool pure = isKept(*node);
             ref = {Ref::Leaf, static_cast<Slot>(program_.leaves_.size()), pure};
             program_.leaves_.push_back(node);
         }
@@ -223,8 +219,7 @@ private:
 std::unique_ptr<const Program> Program::compile(const std::vector<const EvalNode*>& roots)
 {
     auto program = std::make_unique<Program>();
-    if (!Compiler(*program).compile(roots))
-        return nullptr;
+    Compiler(*program).compile(roots);
     return program;
 }
 
@@ -636,6 +631,12 @@ private:
     std::size_t size_ = 0;
     bool wide_ = false;             // some value may be complex
 };
+
+void Program::visitLeaves(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
+{
+    for (const EvalNode* const leaf : leaves_)
+        leaf->eval(evaluator, cache, flags);
+}
 
 void Program::run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, ValRepPtr* values) const
 {

@@ -16,9 +16,9 @@ namespace qxeval {
 /// The operations of a graph in a row, arguments first: what evaluation runs over arrays, without a value object, a
 /// reference count or a walk for each operation.
 ///
-/// An operation that is referred to more than once stands here once, if all below it are built-in functions, constants
-/// and variables: these have no side effects. Everything else (functions of a host, host operators, derivatives) is a
-/// leaf that evaluates itself at each use, in the order of the text.
+/// An operation that is referred to more than once stands here once, if all below it are built-in functions, constants,
+/// variables and derivatives: these have no side effects. Functions and operators of a host are leaves that evaluate
+/// themselves at each use, in the order of the text.
 ///
 /// The results are those of ValRep::applyOp, bit by bit. Whatever is no plain array or number, as well as any failure of
 /// an element, is left to it from the operation on where it turns up.
@@ -30,11 +30,17 @@ class Program
 public:
     /// A built-in function of one or two arguments that computes from one place to another.
     static bool hasKernel(const OpNode& op);
-    /// A program with a result for each root. Null when the graph has too many operations.
+    /// A node, behind no proxy, whose value is the same however often it is asked for in one evaluation.
+    static bool isKept(const EvalNode& node);
+    /// A program with a result for each root. Cost: time and memory linear in the distinct operations, about 150 bytes each.
     static std::unique_ptr<const Program> compile(const std::vector<const EvalNode*>& roots);
 
-    /// values[i] becomes the value of root i over the points that the leaves have.
+    /// values[i] becomes the value of root i over the points that the leaves have. Memory for n points: 8 n bytes (16 n
+    /// where complex numbers may turn up) for each result that is still needed, at the operation where these are most; a
+    /// chain of any length takes two.
     void run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, ValRepPtr* values) const;
+    /// Evaluates the leaves, for what that leaves in the cache.
+    void visitLeaves(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const;
     std::size_t operationCount() const { return operations_.size(); }
 
 private:

@@ -39,7 +39,7 @@ void EvalTreeSet::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& c
     values.resize(trees_.size());
     for (ValRepPtr& v : values)
         v.reset(); // the arrays of the last call serve this one
-    if (program_ && (flags & (EvalValues | EvalGatherBVars)) != 0) {
+    if ((flags & (EvalValues | EvalGatherBVars)) != 0) {
         program_->run(evaluator, cache, flags, values.data());
         for (std::size_t i = 0; i < values.size(); ++i)
             trees_[i]->addStory(values[i], flags);

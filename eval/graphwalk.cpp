@@ -7,11 +7,37 @@
 
 namespace qxeval {
 
+const EvalNode& behindProxies(const EvalNode& node)
+{
+    const EvalNode* target = &node;
+    while (typeid(*target) == typeid(ProxyNode))
+        target = static_cast<const ProxyNode*>(target)->getTarget().get();
+    return *target;
+}
+
 const OpNode* asOperation(const EvalNode* node)
 {
-    while (typeid(*node) == typeid(ProxyNode))
-        node = static_cast<const ProxyNode*>(node)->getTarget().get();
-    return typeid(*node) == typeid(OpNode) ? static_cast<const OpNode*>(node) : nullptr;
+    const EvalNode& target = behindProxies(*node);
+    return typeid(target) == typeid(OpNode) ? static_cast<const OpNode*>(&target) : nullptr;
+}
+
+std::size_t countOperations(const EvalNode& root, std::size_t most)
+{
+    QxHashSet<const OpNode*> seen;
+    std::vector<const OpNode*> todo;
+    const auto meet = [&](const EvalNode& node) {
+        if (const OpNode* const op = asOperation(&node))
+            if (seen.insert(op).inserted)
+                todo.push_back(op);
+    };
+    meet(root);
+    while (!todo.empty() && seen.size() <= most) {
+        const OpNode* const op = todo.back();
+        todo.pop_back();
+        for (const EvalNodePtr& arg : op->getArgs())
+            meet(*arg);
+    }
+    return seen.size();
 }
 
 std::string nodeText(const EvalNode& node)

@@ -7,8 +7,13 @@
 
 namespace qxeval {
 
+/// The node behind any proxies.
+const EvalNode& behindProxies(const EvalNode& node);
 /// The operation that a node stands for, looking through proxies; null for any other node.
 const OpNode* asOperation(const EvalNode* node);
+
+/// Number of distinct operations of a graph; no more than most + 1 are looked at.
+std::size_t countOperations(const EvalNode& root, std::size_t most);
 
 /// The node as expression text. Raises "Expression_nested_too_deeply" before the stack ends.
 std::string nodeText(const EvalNode& node);

@@ -155,14 +155,6 @@ unsigned int ConstPowFun::applyComplex(double* out, const double* z, std::size_t
     return kernels().Pow(out, z, &exponent_, kXComplex | kYScalar, n);
 }
 
-bool ConstPowFun::unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const
-{
-    if (shape == kOutComplex)
-        return false;
-    bits = shape == kXComplex ? applyComplex(out, x, n) : applyReal(out, x, n);
-    return true;
-}
-
 bool ConstPowFun::isRealIfReal() const { return isWhole(exponent_); }
 
 EvalNodePtr ConstPowFun::diffRule(const EvalNodes& args, int argIndex, const NodeMakerPtr& maker) const

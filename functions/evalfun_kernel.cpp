@@ -43,6 +43,21 @@ unsigned int LoopUnFun::operator()(const C& x) const { return applyComplex(data(
 unsigned int LoopUnFun::operator()(const DA& x, Size size) const { return applyReal(data(x), data(x), size); }
 unsigned int LoopUnFun::operator()(const CA& x, Size size) const { return applyComplex(data(x), data(x), size); }
 
+bool LoopUnFun::unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const
+{
+    if (shape == kOutComplex)
+        return false;
+    bits = shape == kXComplex ? applyComplex(out, x, n) : applyReal(out, x, n);
+    return true;
+}
+
+bool LoopBinFun::binaryInto(double* out, const double* x, const double* y, unsigned shape, std::size_t n,
+                            unsigned& bits) const
+{
+    bits = apply(out, x, y, shape, n);
+    return true;
+}
+
 template <class X, class Y>
 unsigned int LoopBinFun::run(const X& x, const Y& y, Size size, int which) const
 {
@@ -106,13 +121,6 @@ void KernelUnFun::ostreamOperator(const EvalNodes& args, std::ostream& stream) c
 }
 
 KernelBinFun::KernelBinFun(const BinaryRecord& record) : record_(record), loop_(kernels().*record.kernel) {}
-
-bool KernelBinFun::binaryInto(double* out, const double* x, const double* y, unsigned shape, std::size_t n,
-                              unsigned& bits) const
-{
-    bits = apply(out, x, y, shape, n);
-    return true;
-}
 
 EvalNodePtr KernelBinFun::diffRule(const EvalNodes& args, int argIndex, const NodeMakerPtr& maker) const
 {

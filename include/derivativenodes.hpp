@@ -40,6 +40,7 @@ public:
 
     /// A NaN result gets the line "diffvareval" with "var"; a complex one under EvalNoComplex becomes "varcmplx".
     ValRepPtr eval(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const override;
+    /// Fails: "Derivative_too_large" for a second or higher derivative of more than 2^17 distinct operations.
     EvalNodePtr diff(const std::string& var, const VarEvaluatorPtr&) const override;
     DepInfo depends(const std::vector<std::string>& vars, const VarEvaluatorPtr&) const override;
     DepInfo jacDepends(const std::vector<std::string>& vars, const VarEvaluatorPtr&) const override;
@@ -72,6 +73,7 @@ public:
 
     /// A complex value under EvalNoComplex becomes a NaN with the line "varcmplx".
     ValRepPtr eval(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const override;
+    /// Fails: "Derivative_too_large" for a second or higher derivative of more than 2^17 distinct operations.
     EvalNodePtr diff(const std::string& var, const VarEvaluatorPtr&) const override;
     DepInfo depends(const std::vector<std::string>& vars, const VarEvaluatorPtr&) const override;
     DepInfo jacDepends(const std::vector<std::string>& vars, const VarEvaluatorPtr&) const override;

@@ -142,7 +142,6 @@ public:
     void ostreamOperator(const EvalNodes& args, std::ostream& stream) const override;
     bool isRealIfReal() const override;
 
-    bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const override;
     double getExponent() const { return exponent_; }
 
 protected:

@@ -20,6 +20,7 @@ public:
     unsigned int operator()(const C& x) const override;
     unsigned int operator()(const DA& x, Size size) const override;
     unsigned int operator()(const CA& x, Size size) const override;
+    bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const override;
 
 protected:
     /// out = f(x) over n elements; out may be x.
@@ -48,6 +49,8 @@ public:
     unsigned int operator()(const CA& x, const DA& y, Size size, int which) const override;
     unsigned int operator()(const DA& x, const CA& y, Size size, int which) const override;
     unsigned int operator()(const CA& x, const CA& y, Size size, int which) const override;
+    bool binaryInto(double* out, const double* x, const double* y, unsigned shape, std::size_t n,
+                    unsigned& bits) const override;
 
 protected:
     /// out = f(x, y) over n elements. out may be x or y. shape: which operand is one number for all, which is complex, and
@@ -97,8 +100,6 @@ public:
     bool isAlwaysReal() const override;
     bool isRealIfReal() const override;
     bool isLinear(int argIndex) const override;
-    bool binaryInto(double* out, const double* x, const double* y, unsigned shape, std::size_t n,
-                    unsigned& bits) const override;
 
     using Loop = unsigned (*)(double* out, const double* x, const double* y, unsigned shape, std::size_t n);
     /// The loop over elements, which tells a function apart from others.

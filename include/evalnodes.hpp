@@ -180,7 +180,8 @@ public:
 
     /// Evaluates the arguments in order and applies the function, in place where a result is held by nobody else.
     /// The first evaluation compiles the graph below into a program over arrays, which this and later ones run.
-    /// Graphs of any depth: when little machine stack is left the rest of the graph is walked with an explicit stack.
+    /// Graphs of any size and depth, in time linear in the distinct operations: when little machine stack is left functions
+    /// without a kernel that are nested in each other are walked with an explicit stack.
     ValRepPtr eval(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const override;
     EvalNodePtr diff(const std::string& var, const VarEvaluatorPtr&) const override;
     DepInfo depends(const std::vector<std::string>& vars, const VarEvaluatorPtr&) const override;
@@ -199,14 +200,13 @@ public:
 private:
     const qxeval::Program* program() const;
     ValRepPtr walk(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const;
-    ValRepPtr walkArg(const EvalNode& arg, const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const;
 
     FunObjPtr fun_;
     EvalNodes args_;
     const bool allConst_;
     // How the graph below is evaluated; follows from the fields above and is found out at the first evaluation.
-    // Own: the function is none for a program, the arguments may have their own. Large: walked node by node.
-    enum class Plan { New, Own, Large, Run };
+    // Own: the function is none for a program, the arguments may have their own.
+    enum class Plan { New, Own, Run };
     mutable std::atomic<Plan> plan_{Plan::New};
     mutable std::atomic<const qxeval::Program*> program_{nullptr};
 };

@@ -35,7 +35,7 @@ public:
     void eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, std::vector<ValRepPtr>& values);
 
     const std::vector<EvalTreePtr>& getTrees() const { return trees_; }
-    /// Number of distinct operations, for diagnosis; 0 before the first evaluation and when trees are evaluated one by one.
+    /// Number of distinct operations, for diagnosis; 0 before the first evaluation.
     std::size_t getOperationCount() const;
 
 private:
@@ -45,5 +45,5 @@ private:
     std::vector<EvalNodePtr> roots_; // keep alive what the program refers to
     std::mutex mutex_;
     std::atomic<bool> prepared_{false};
-    std::unique_ptr<const qxeval::Program> program_; // null: too many operations
+    std::unique_ptr<const qxeval::Program> program_; // null before the first evaluation
 };
