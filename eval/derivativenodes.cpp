@@ -163,11 +163,6 @@ void GenOpNode::ostreamOperator(std::ostream& out) const
     print(out, name_, args_);
 }
 
-int GenOpNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const
-{
-    QX_RAISE("evalnodes", "Cannot create definitions from GenOpNode::" + name_);
-}
-
 // VarDiffNode --------------------------------------------------------------------------------------------------------
 
 VarDiffNode::VarDiffNode(const EvalNodePtr& base, const std::string& name, const std::string& var, unsigned long id)
@@ -359,11 +354,6 @@ void DependencyTestNode::gatherBVars(const VarEvaluatorPtr&, NodeIdSet&, NameSet
 void DependencyTestNode::ostreamOperator(std::ostream& out) const
 {
     print(out, form_.printedName, var_ ? EvalNodes{expr_, var_} : EvalNodes{expr_});
-}
-
-int DependencyTestNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const
-{
-    QX_RAISE("evalnodes", std::string("Cannot create definitions from ") + form_.className);
 }
 
 DepNode::DepNode(const EvalNodePtr& expr, const EvalNodePtr& var, unsigned long id)

@@ -178,11 +178,6 @@ std::string EvalNode::getVarName() const
     return std::string();
 }
 
-int EvalNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const
-{
-    QX_RAISE("evalnodes", "Cannot create definitions from EvalNode");
-}
-
 std::ostream& operator<<(std::ostream& out, const EvalNode& node)
 {
     node.ostreamOperator(out);
@@ -317,11 +312,6 @@ void StringNode::gatherBVars(const VarEvaluatorPtr&, NodeIdSet&, NameSet&) const
     refuseString();
 }
 
-int StringNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const
-{
-    refuseString();
-}
-
 void StringNode::ostreamOperator(std::ostream& out) const
 {
     out << text_;
@@ -435,12 +425,6 @@ void OpNode::ostreamOperator(std::ostream& out) const
     fun_->ostreamOperator(args_, out);
 }
 
-int OpNode::createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& evaluator) const
-{
-    qxeval::requireStack();
-    return fun_->createDefs(args_, comp, names, nextId, evaluator);
-}
-
 // Proxies ------------------------------------------------------------------------------------------------------------
 
 ProxyNode::ProxyNode(const EvalNodePtr& target, unsigned long id) : EvalNode(id), target_(target) {}
@@ -466,11 +450,6 @@ ValRepPtr ProxyNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr
 void ProxyNode::ostreamOperator(std::ostream& out) const
 {
     target_->ostreamOperator(out);
-}
-
-int ProxyNode::createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& evaluator) const
-{
-    return target_->createDefs(comp, names, nextId, evaluator);
 }
 
 // Variables ----------------------------------------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 
 ShadowBase::~ShadowBase() = default;
 ProxyNodeShadow::~ProxyNodeShadow() = default;
+DefinitionShadow::~DefinitionShadow() = default;
 VarNodeShadow::~VarNodeShadow() = default;
 DiffNodeShadow::~DiffNodeShadow() = default;
 EvalTreeShadow::~EvalTreeShadow() = default;

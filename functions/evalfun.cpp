@@ -39,11 +39,6 @@ boost::shared_ptr<ErrInfo> FunObj::makeError(unsigned int bits) const
     return errors;
 }
 
-int FunObj::createDefs(const EvalNodes&, ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const
-{
-    QX_RAISE("evalfun", "Cannot create definitions from " + getName());
-}
-
 bool FunObj::unaryInto(double*, const double*, unsigned, std::size_t, unsigned&) const { return false; }
 bool FunObj::binaryInto(double*, const double*, const double*, unsigned, std::size_t, unsigned&) const { return false; }
 

@@ -48,6 +48,7 @@ public:
     void gatherBVars(const VarEvaluatorPtr&, NodeIdSet&, NameSet&) const override;
     /// d(name,var)
     void ostreamOperator(std::ostream&) const override;
+    int createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const override;
 
 private:
     EvalNodePtr resolve(const VarEvaluatorPtr&) const;
@@ -81,6 +82,7 @@ public:
     void gatherBVars(const VarEvaluatorPtr&, NodeIdSet&, NameSet&) const override;
     /// d(expression,variable)
     void ostreamOperator(std::ostream&) const override;
+    int createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const override;
 
     unsigned getMode() const { return mode_; }
 

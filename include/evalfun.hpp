@@ -113,6 +113,11 @@ public:
     virtual bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const;
     virtual bool binaryInto(double* out, const double* x, const double* y, unsigned shape, std::size_t n,
                             unsigned& bits) const;
+
+protected:
+    /// The common form of createDefs: the definitions of all arguments, then one of the compiler's kind; its id.
+    int createDefsRec(const EvalNodes& args, int kind, ExprComp& compiler, DefIds& names, int& nextId,
+                      const VarEvaluatorPtr& evaluator) const;
 };
 
 /// Function of one argument: fill in the four unary forms and the name.

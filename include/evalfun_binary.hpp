@@ -51,6 +51,8 @@ class QX_API PlusSqFun : public KernelBinFun
 {
 public:
     PlusSqFun();
+    int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
+                   const VarEvaluatorPtr& evaluator) const override;
 };
 
 /// a ^ b. Real form, tests in this order: a = 0 gives 1 for b = 0 and else 0, also for b < 0; b = 2 a*a; b = 1 a;
@@ -142,6 +144,8 @@ public:
     void ostreamOperator(const EvalNodes& args, std::ostream& stream) const override;
     bool isRealIfReal() const override;
 
+    int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
+                   const VarEvaluatorPtr& evaluator) const override;
     double getExponent() const { return exponent_; }
 
 protected:

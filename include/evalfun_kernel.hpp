@@ -74,6 +74,8 @@ public:
     bool isAlwaysReal() const override;
     bool isRealIfReal() const override;
     bool isLinear(int argIndex) const override;
+    int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
+                   const VarEvaluatorPtr& evaluator) const override;
     bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const override;
 
 protected:
@@ -100,6 +102,9 @@ public:
     bool isAlwaysReal() const override;
     bool isRealIfReal() const override;
     bool isLinear(int argIndex) const override;
+    /// The compiler's kind of the same name; refused if there is none.
+    int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
+                   const VarEvaluatorPtr& evaluator) const override;
 
     using Loop = unsigned (*)(double* out, const double* x, const double* y, unsigned shape, std::size_t n);
     /// The loop over elements, which tells a function apart from others.

@@ -21,6 +21,8 @@ public:
     EvalNodePtr diffRule(const EvalNodes& args, int argIndex, const NodeMakerPtr& maker) const override;
     boost::shared_ptr<ErrInfo> makeError(unsigned int bits) const override;
     std::string getName() const override { return name_; }
+    int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
+                   const VarEvaluatorPtr& evaluator) const override;
 
 protected:
     unsigned int apply(double* out, const double* x, const double* w, unsigned shape, std::size_t n) const override;
@@ -41,6 +43,8 @@ public:
     EvalNodePtr diffRule(const EvalNodes& args, int argIndex, const NodeMakerPtr& maker) const override;
     boost::shared_ptr<ErrInfo> makeError(unsigned int bits) const override;
     std::string getName() const override { return name_; }
+    int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
+                   const VarEvaluatorPtr& evaluator) const override;
 
 protected:
     unsigned int apply(double* out, const double* x, const double* w, unsigned shape, std::size_t n) const override;
@@ -128,6 +132,8 @@ public:
     unsigned int operator()(const std::vector<CA>& args, Size size, int which) const override;
     EvalNodePtr diffRule(const EvalNodes& args, int argIndex, const NodeMakerPtr& maker) const override;
     bool isLinear(int) const override { return true; }
+    int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
+                   const VarEvaluatorPtr& evaluator) const override;
 };
 
 /// The eight smoothed steps and their derivatives that the expression language knows, by name ("qxsmhs", "qxdsmhs", ...).

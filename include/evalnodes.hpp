@@ -65,8 +65,12 @@ public:
     virtual std::string getVarName() const;
     /// Prints the node as expression text.
     virtual void ostreamOperator(std::ostream& out) const = 0;
-    /// Feeds the expression compiler; gives the id of the definition that holds the node's value. A node that has no form
-    /// in compiled code raises "Cannot create definitions from " and its class.
+    /// Feeds the expression compiler; gives the id of the definition that holds the node's value. Ids are taken from nextId,
+    /// children first; a node is defined once in each compiler, a name once in each map. A variable with a definition of the
+    /// host's is tied to that one's value; one without stays undefined: names tells its id, and the caller makes it an input.
+    /// Raises "Cannot create definitions from " and the class, or the function's name, for what has no form in compiled
+    /// code, "Definition set may not contain complex variables.", "Expression_nested_too_deeply" for names defined by names
+    /// without end. After a failure comp and names are of no more use.
     virtual int createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& evaluator) const;
 
     unsigned long getId() const { return id_; }
@@ -98,6 +102,7 @@ public:
     EvalNodePtr simplify(const VarEvaluatorPtr&) const override;
     void gatherBVars(const VarEvaluatorPtr&, NodeIdSet&, NameSet&) const override {}
     void ostreamOperator(std::ostream&) const override;
+    int createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const override;
 
 private:
     void init();
@@ -123,6 +128,7 @@ public:
     EvalNodePtr simplify(const VarEvaluatorPtr&) const override;
     void gatherBVars(const VarEvaluatorPtr&, NodeIdSet&, NameSet&) const override {}
     void ostreamOperator(std::ostream&) const override;
+    int createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const override;
 
 private:
     const int number_;
@@ -266,6 +272,7 @@ public:
     void gatherBVars(const VarEvaluatorPtr&, NodeIdSet&, NameSet&) const override;
     std::string getVarName() const override { return name_; }
     void ostreamOperator(std::ostream&) const override;
+    int createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) const override;
 
 private:
     bool compute(bool found, const ValRepPtr& rep, const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const;

@@ -58,8 +58,27 @@ public:
     std::string diffVar;
 };
 
-using OpNodeShadow = ProxyNodeShadow;
-using GenOpNodeShadow = ProxyNodeShadow;
+/// The definition of an operation or a constant in the compiler that last asked for it.
+class QX_API DefinitionShadow : public ShadowBase
+{
+public:
+    ~DefinitionShadow() override;
+    /// compiler: ExprComp::getSerial().
+    bool holdsFor(unsigned long compiler) const { return compiler_ == compiler; }
+    int getId() const { return id_; }
+    void store(unsigned long compiler, int id)
+    {
+        compiler_ = compiler;
+        id_ = id;
+    }
+
+private:
+    unsigned long compiler_ = 0; // counted from 1
+    int id_ = 0;
+};
+
+using OpNodeShadow = DefinitionShadow;
+using GenOpNodeShadow = DefinitionShadow;
 
 /// A variable as its evaluator knows it: the definition and what was derived from it.
 class QX_API VarNodeShadow : public ShadowBase
