@@ -1,6 +1,5 @@
 #include "arrayutil.hpp"
 #include "dense/arrayutil_detail.hpp"
-#include "dense/qzretry_detail.hpp"
 #include "dense_values.hpp"
 
 namespace {
@@ -576,12 +575,6 @@ TEST(Roots, OfComplexPolynomials)
     ASSERT_EQ(qxarray::roots(vectorOf<cplx>({0, 1, {-2, -1}, {0, 2}}), z, 3), 0);
 
     EXPECT_TRUE(sameSet({z.begin(), z.end()}, {{0, 1}, 2}, 1e-14));
-}
-
-TEST(RetryQZ, ReportsTheInfoOfThePublishedRoutine)
-{
-    EXPECT_EQ(qxarray_detail::retryQZ(3, qxarray_detail::DggevCall{}, nullptr, nullptr), 3);
-    EXPECT_EQ(qxarray_detail::retryQZ(3, qxarray_detail::DggevxCall{}, nullptr, nullptr), 3);
 }
 
 TYPED_TEST(Eigen, AllocationFailurePassesThroughAndLeavesTheMatrices)
