@@ -70,6 +70,12 @@ void Exception::add(const std::string& file, int line, const std::string& id, co
     entries_.push_back({file, line, id, args});
 }
 
+void Exception::add(const std::string& file, int line, const std::string& id,
+                    const std::vector<std::pair<std::string, int>>& args)
+{
+    add(file, line, id, numbersToText(args));
+}
+
 std::string Exception::toString() const
 {
     std::string text;

@@ -2,6 +2,8 @@
 #include "dense/arrayutil_detail.hpp"
 #include "dense/qzretry_detail.hpp"
 
+#include <cmath>
+
 using namespace qxarray_detail;
 
 namespace qxarray {
@@ -315,6 +317,10 @@ int eig(Array<double, 2>& A, Array<double, 2>& B, Array<double, 1>& alphar, Arra
                                       iwork.data(), bwork.data()},
                            savedA.data(), savedB.data());
     });
+    // 0/0: the pencil is singular, and any perturbation moves the eigenvalue anywhere. LAPACK leaves -1, NaN or the norm.
+    for (unsigned long j = 0; j < rconde.size(); ++j)
+        if ((alphar[j] == 0.0 && alphai[j] == 0.0 && beta[j] == 0.0) || !(rconde[j] >= 0.0))
+            rconde[j] = 0.0;
     return judge(info, flags, qzFailed);
 }
 
@@ -348,20 +354,25 @@ int eig(Array<double, 1>& AP, Array<double, 1>& w, Array<double, 2>& Z, const ch
     Array<double, 2> columns(vectors ? n : 0, vectors ? most : 0);
     Array<int, 1> iwork(5 * n), failed(n);
     failed = 0;
+    Array<double, 1> packed(AP); // AP itself stays until everything has succeeded
     int found = 0, info = 0;
     const int order = lapackInt(n), ldz = leading(columns);
     if (n != 0)
-        dspevx_(jobz, range, uplo, &order, AP.data(), &vl, &vu, &il, &iu, &abstol, &found, values.data(),
+        dspevx_(jobz, range, uplo, &order, packed.data(), &vl, &vu, &il, &iu, &abstol, &found, values.data(),
                 columns.data(), &ldz, work.data(), iwork.data(), failed.data(), &info, 1, 1, 1);
 
     const auto count = static_cast<unsigned long>(found);
-    w.resize(count);
-    std::copy_n(values.data(), count, w.data());
+    Array<double, 1> foundValues(count);
+    Array<double, 2> foundColumns(n, vectors ? count : 0);
+    Array<int, 1> foundFailures(vectors ? count : 0);
+    std::copy_n(values.data(), count, foundValues.data());
+    std::copy_n(columns.data(), foundColumns.size(), foundColumns.data());
+    std::copy_n(failed.data(), foundFailures.size(), foundFailures.data());
+    AP.swap(packed);
+    w.swap(foundValues);
     if (vectors) {
-        Z.resize(n, count);
-        std::copy_n(columns.data(), n * count, Z.data());
-        ifail.resize(count);
-        std::copy_n(failed.data(), count, ifail.data());
+        Z.swap(foundColumns);
+        ifail.swap(foundFailures);
     }
     return info;
 }

@@ -131,7 +131,8 @@ int leastSquares(Array<T, 2>& A, const Array<T, N>& B, Array<T, N>& X, double rc
     const int m = rows(A), n = columns(A), nrhs = rightHandSides(B), lda = leading(A), ldb = leading(B);
     Array<double, 1> s(std::min(m, n));
     Array<double, 1> rwork = realWork<T>(5 * s.size());
-    WithSpareColumn a(A), b(solution);
+    WithSpareColumn a(A);
+    WithSpareColumn b(solution);
     int rank = 0, info = 0;
     withSpareWorkspace<T>(a.spare(m, n), [&](T* work, int lwork) {
         Lapack<T>::gelss(&m, &n, &nrhs, a.data(), &lda, b.data(), &ldb, s.data(), &rcond, &rank, work, &lwork,

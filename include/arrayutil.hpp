@@ -179,8 +179,8 @@ QX_API int eig(const char* jobvl, const char* jobvr, Array<std::complex<double>,
 QX_API int eig(Array<std::complex<double>, 2>& A, Array<std::complex<double>, 2>& B,
                Array<std::complex<double>, 1>& alpha, Array<std::complex<double>, 1>& beta, int flags);
 
-/// Balanced generalised eigenvalues with the reciprocal condition number of each (rconde, resized to n); abnrm and
-/// bbnrm receive the 1-norms of the balanced matrices. Real only; with retry. LAPACK ggevx.
+/// Balanced generalised eigenvalues with the reciprocal condition number of each (rconde, resized to n; 0 for an
+/// eigenvalue 0/0 of a singular pencil); abnrm and bbnrm receive the 1-norms of the balanced matrices. Real only; with retry. LAPACK ggevx.
 QX_API int eig(Array<double, 2>& A, Array<double, 2>& B, Array<double, 1>& alphar, Array<double, 1>& alphai,
                Array<double, 1>& beta, double* abnrm, double* bbnrm, Array<double, 1>& rconde, int flags = 3);
 

@@ -9,6 +9,10 @@
 #include <complex>
 #include <cstdint>
 
+namespace qxutil {
+class RunInfo;
+}
+
 /// Guarantees that a store currently gives: a bit set.
 enum Form_t : unsigned {
     FormNone = 0,
@@ -110,8 +114,9 @@ public:
     /// Entries of a column stand in the order of their first appearance, duplicates are added in input order, zeros are
     /// kept; form is FormNone. Indices are checked, as Sparse says. Cost: O(len + m + n); work of 4 bytes a row and thread, 12
     /// (20) an entry, 16 (24) a triplet where neighbours differ in column. Forks by len, same bits for any thread count.
+    /// run: looked at every million triplets and in each block of columns; a cancelled one raises qxbase::CancelException.
     void triplet2sparse(const unsigned long* row, const unsigned long* col, const T* val, unsigned long len,
-                        unsigned long m, unsigned long n, bool constVal = false);
+                        unsigned long m, unsigned long n, bool constVal = false, const qxutil::RunInfo* run = nullptr);
 
     // --- Storage ------------------------------------------------------------------------------------------------
 
@@ -188,11 +193,13 @@ public:
     void llsp_inplaceAdd(const U& alpha, const llsparse<V>& B);
     /// this = A B by Gustavson's two-pass algorithm; rows of a column in the order of first touch, form FormNone.
     /// Work: one marker a row and thread. Source: Gustavson, ACM TOMS 4 (1978) 250.
+    /// run: looked at every few columns of each pass; a cancelled one raises qxbase::CancelException.
     template <class U, class V>
-    void llsp_mulPrivate(const llsparse<U>& A, const llsparse<V>& B);
+    void llsp_mulPrivate(const llsparse<U>& A, const llsparse<V>& B, const qxutil::RunInfo* run = nullptr);
     /// this = (A B)^T, or (A B)^H for ConjTrans, with sorted columns (FormSorted). Work: the unsorted product.
     template <class U, class V>
-    void llsp_multPrivate(const llsparse<U>& A, const llsparse<V>& B, Trans_t trans);
+    void llsp_multPrivate(const llsparse<U>& A, const llsparse<V>& B, Trans_t trans,
+                          const qxutil::RunInfo* run = nullptr);
     /// this = B this, and this = this B, inside the old arrays when the result fits. B must not be this store.
     template <class U>
     void llsp_inplaceMulLeftPrivate(const llsparse<U>& B);
@@ -325,7 +332,7 @@ private:
                                     unsigned long to);
     // A transposed product in two steps: the product in the order of first touch, and its transposition, which sorts.
     template <class U, class V>
-    void llsp_multPrivateSetup(const llsparse<U>& A, const llsparse<V>& B);
+    void llsp_multPrivateSetup(const llsparse<U>& A, const llsparse<V>& B, const qxutil::RunInfo* run);
     void llsp_multPrivateWork(const llsparse& product, Trans_t trans);
 
     struct TwoPass;

@@ -51,6 +51,8 @@ public:
 
     /// Pushes a further entry on an exception that travels upward: catch, add, raise again.
     void add(const std::string& file, int line, const std::string& id, const ExceptionArgs& args = {});
+    void add(const std::string& file, int line, const std::string& id,
+             const std::vector<std::pair<std::string, int>>& args);
 
     /// Number of entries.
     std::size_t size() const { return entries_.size(); }

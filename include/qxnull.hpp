@@ -67,13 +67,14 @@ QX_API void qxNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, cons
                    bool wantNullF, Sparse& ComplF, bool wantComplF, Sparse& RangeF, bool wantRangeF,
                    const NullFun& method, bool reorder);
 
-/// The same on properties. in: "n", "nt", "nf" (Sparse), "nullfun" (int), "reorder" (int), "out" (list of the outputs
-/// wanted). out: "null", "compl", "range", "nullf", "complf", "rangef" (Sparse).
+/// The same on properties. in: "n", "nt", "nf" (Sparse), "nullfun" (int), "reorder" (int), "blasthreads" (int: threads of
+/// BLAS in the orthonormal method; 1, the default, gives the same bits on every machine, 0 leaves the number to BLAS), "out"
+/// (list of the outputs wanted). out: "null", "compl", "range", "nullf", "complf", "rangef" (Sparse).
 ///
 /// Fails: "No_N_matrix_given"; "No_NF_matrix_given" if one of the last three is wanted without "nf"
 QX_API void qxNull(qxutil::RunInfo& run, qxbase::Prop& in, qxbase::Prop& out);
 
-/// Supplies defaults: "nullfun" 1, "reorder" 1, "out" all of the first triple, and of the second if "nf" is there,
+/// Supplies defaults: "nullfun" 1, "reorder" 1, "blasthreads" 1, "out" all of the first triple, and of the second if "nf" is there,
 /// "nargout" the length of "out".
 QX_API void qxNullCheck(qxbase::Prop& in);
 

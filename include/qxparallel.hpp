@@ -7,6 +7,9 @@
 /// In a child process made by fork it is 1 for the thread that forked, and OpenMP's count for this thread too: the team it
 /// may have used does not exist there. Threads made in the child have teams of their own. A fork while another thread is
 /// inside the library is good for nothing but exec: locks may be held that nobody gives back.
+///
+/// A team that the system refuses to make ends the process: the OpenMP runtime says "Thread creation failed" and exits, and
+/// nothing can be caught. Set OMP_THREAD_LIMIT, or fewer threads here, where the number of threads is rationed.
 QX_API int AVAILABLETHREADS();
 /// Upper bound of AVAILABLETHREADS over the life of the process so far: tables with one place a thread take this size.
 QX_API int MAXAVAILABLETHREADS();

@@ -14,6 +14,10 @@
 #include <utility>
 #include <vector>
 
+namespace qxutil {
+class RunInfo;
+}
+
 class ExternalSparse;
 class ParallelSparse;
 
@@ -135,10 +139,11 @@ public:
     void flat2sparse(const std::vector<unsigned long>& rows, const std::vector<unsigned long>& colPtr,
                      const Matrix<1>& vals, unsigned long m, unsigned long n);
     /// The triplet form behind the others, on arrays that the caller lends. V is double or Complex; nVals 1 with
-    /// constVal.
+    /// constVal. A cancelled run raises qxbase::CancelException within milliseconds and leaves this matrix as it was.
     template <class V>
     void triplet2sparse(const unsigned long* rows, unsigned long nRows, const unsigned long* cols, unsigned long nCols,
-                        const V* vals, unsigned long nVals, unsigned long m, unsigned long n, bool constVal);
+                        const V* vals, unsigned long nVals, unsigned long m, unsigned long n, bool constVal,
+                        const qxutil::RunInfo* run = nullptr);
     /// 0 by 0 and real.
     void clear();
 
@@ -243,8 +248,8 @@ QX_API Sparse operator-(const Sparse& A);
 QX_API Sparse operator*(const Sparse& A, const Sparse& B);
 QX_API Sparse operator*(std::complex<double> alpha, const Sparse& A);
 QX_API Sparse operator*(const Sparse& A, std::complex<double> alpha);
-/// A B, or its transpose or conjugate transpose with sorted columns.
-QX_API Sparse mul(const Sparse& A, const Sparse& B, Trans_t trans);
+/// A B, or its transpose or conjugate transpose with sorted columns. A cancelled run raises qxbase::CancelException.
+QX_API Sparse mul(const Sparse& A, const Sparse& B, Trans_t trans, const qxutil::RunInfo* run = nullptr);
 /// op(A) x; complex if A or x is.
 QX_API Matrix<1> operator*(const Sparse& A, const Matrix<1>& x);
 QX_API Matrix<1> AMulx(const Sparse& A, const Matrix<1>& x, Trans_t trans);

@@ -86,6 +86,11 @@ public:
     /// For the next init.
     void setThreshold(double value) { threshold = value; }
     void setAllocInit(double value) { allocInit = value; }
+    /// Threads for the next init. 1, as at first: BLAS works with one thread, and the large products of the factorisation
+    /// are divided among at most 16 of the AVAILABLETHREADS, with the same bits for any number. Other values leave the
+    /// choice to BLAS, 0 with its own number of threads, n with n: bits may then depend on it. With a shared UMFPACK there
+    /// is nothing to divide, and 1 means one thread. Negative values mean 0.
+    void setBlasThreads(int value) { blasThreads = value < 0 ? 0 : value; }
     /// Releases factors and copies.
     void clear();
 
@@ -114,6 +119,7 @@ private:
     double dropTol;
     double threshold;
     double allocInit;
+    int blasThreads = 1;
     bool active = false;
     int memoryId = -1;
     long m = 0, n = 0, nnz = 0;

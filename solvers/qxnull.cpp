@@ -31,6 +31,15 @@ void Monitor::raiseCancelled() const
     throw cancelled;
 }
 
+Sparse Monitor::product(const Sparse& A, const Sparse& B) const
+{
+    try {
+        return mul(A, B, NoTrans, &run_);
+    } catch (const qxbase::CancelException&) {
+        raiseCancelled();
+    }
+}
+
 /// At most a thousand times in a run.
 void Monitor::report()
 {
@@ -124,13 +133,13 @@ struct Pair
     }
 };
 
-Triple orthonormal(Monitor& monitor, const Pair& p, Selection want)
+Triple orthonormal(Monitor& monitor, int blasThreads, const Pair& p, Selection want)
 {
     NullBlocks blocks;
     NullPairs pairs;
     findBlocks(monitor, p.N, p.NT, blocks, pairs);
     Triple t;
-    eliminateOrthonormal(monitor, p.N, blocks, pairs, want, t);
+    eliminateOrthonormal(monitor, blasThreads, p.N, blocks, pairs, want, t);
     return t;
 }
 
@@ -148,11 +157,12 @@ const char* cancelIdOf(NullFun method)
     return method == NullFunOrthonormal ? "qxNullOrth_cancelled" : "qxNullSp_cancelled";
 }
 
-} // namespace
+constexpr int oneBlasThread = 1; // the same bits on every machine: parallel BLAS divides sums
 
-void qxNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse& NF, bool wantNull, Sparse& Null,
-            bool wantCompl, Sparse& Compl, bool wantRange, Sparse& Range, Sparse& NullF, bool wantNullF,
-            Sparse& ComplF, bool wantComplF, Sparse& RangeF, bool wantRangeF, const NullFun& method, bool reorder)
+void computeNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse& NF, bool wantNull, Sparse& Null,
+                 bool wantCompl, Sparse& Compl, bool wantRange, Sparse& Range, Sparse& NullF, bool wantNullF,
+                 Sparse& ComplF, bool wantComplF, Sparse& RangeF, bool wantRangeF, const NullFun& method, bool reorder,
+                 int blasThreads)
 {
     guarded([&] {
         if (isAbsent(N) && isAbsent(NT)) {
@@ -184,7 +194,7 @@ void qxNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Spars
             else if (method == NullFunSparse)
                 eliminateSparse(monitor, p.N, p.NT, nullptr, nullptr, want, wantF, t, f);
             else
-                t = orthonormal(monitor, p, want);
+                t = orthonormal(monitor, blasThreads, p, want);
         } else {
             const Pair pf(NF, Sparse());
             const bool first = p.N.getNnz() != 0, other = pf.N.getNnz() != 0;
@@ -197,9 +207,9 @@ void qxNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Spars
                     eliminateSparse(monitor, pf.N, pf.NT, nullptr, nullptr, wantF, want, f, t);
             } else {
                 if (first)
-                    t = orthonormal(monitor, p, want);
+                    t = orthonormal(monitor, blasThreads, p, want);
                 if (other)
-                    f = orthonormal(monitor, pf, wantF);
+                    f = orthonormal(monitor, blasThreads, pf, wantF);
             }
             if (!first)
                 t = unconstrained(p.N);
@@ -217,6 +227,16 @@ void qxNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Spars
         hand(t, {wantNull, wantCompl, wantRange}, Null, Compl, Range);
         hand(f, {wantNullF, wantComplF, wantRangeF}, NullF, ComplF, RangeF);
     });
+}
+
+} // namespace
+
+void qxNull(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse& NF, bool wantNull, Sparse& Null,
+            bool wantCompl, Sparse& Compl, bool wantRange, Sparse& Range, Sparse& NullF, bool wantNullF,
+            Sparse& ComplF, bool wantComplF, Sparse& RangeF, bool wantRangeF, const NullFun& method, bool reorder)
+{
+    computeNull(run, N, NT, NF, wantNull, Null, wantCompl, Compl, wantRange, Range, NullF, wantNullF, ComplF, wantComplF,
+                RangeF, wantRangeF, method, reorder, oneBlasThread);
 }
 
 void qxNullSp(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const Sparse& NF, const Sparse& NFT,
@@ -263,7 +283,7 @@ void qxNullOrth(qxutil::RunInfo& run, const Sparse& N, const Sparse& NT, const N
         const Pair p(N, NT);
         monitor.expect(p.N);
         Triple t;
-        eliminateOrthonormal(monitor, p.N, blocks, pairs, want, t);
+        eliminateOrthonormal(monitor, oneBlasThread, p.N, blocks, pairs, want, t);
         monitor.poll();
         hand(t, want, Null, Compl, Range);
     });
@@ -284,6 +304,8 @@ void qxNullCheck(qxbase::Prop& in)
             checked.setCheck(key, boost::shared_ptr<const Check>(new ChkIntInterval(1, INT_MIN, INT_MAX)));
             checked.check(key);
         }
+        checked.setCheck("blasthreads", boost::shared_ptr<const Check>(new ChkIntInterval(oneBlasThread, 0, INT_MAX)));
+        checked.check("blasthreads");
         if (!checked.got("out")) {
             const int count = checked.got("nf") ? 6 : 3;
             checked.setany("out", std::vector<std::string>(outputs, outputs + count));
@@ -311,9 +333,9 @@ void qxNull(qxutil::RunInfo& run, qxbase::Prop& in, qxbase::Prop& out)
         const auto matrix = [&in](const char* key) { return in.got(key) ? in.get<Sparse>(key) : Sparse(); };
 
         Sparse result[6];
-        qxNull(run, matrix("n"), matrix("nt"), matrix("nf"), wants(0), result[0], wants(1), result[1], wants(2),
-               result[2], result[3], wants(3), result[4], wants(4), result[5], wants(5), NullFun(in.getInt("nullfun")),
-               in.getInt("reorder") != 0);
+        computeNull(run, matrix("n"), matrix("nt"), matrix("nf"), wants(0), result[0], wants(1), result[1], wants(2),
+                    result[2], result[3], wants(3), result[4], wants(4), result[5], wants(5),
+                    NullFun(in.getInt("nullfun")), in.getInt("reorder") != 0, in.getInt("blasthreads"));
         qxbase::Prop complete(out);
         for (int k = 0; k < 6; ++k)
             if (wants(k))

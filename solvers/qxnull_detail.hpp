@@ -104,6 +104,8 @@ public:
         if (run_.isCancelled())
             raiseCancelled();
     }
+    /// A B, given up when the run is cancelled.
+    Sparse product(const Sparse& A, const Sparse& B) const;
     /// The same, and one step is done.
     void step()
     {
@@ -157,8 +159,8 @@ void findBlocks(Monitor& monitor, const Sparse& N, const Sparse& NT, NullBlocks&
 /// reorderNullF, monitored.
 void reorder(Monitor& monitor, Sparse& NullF, const Sparse& Null);
 
-/// Orthonormal method on the blocks of one matrix; sorted column stores.
-void eliminateOrthonormal(Monitor& monitor, const Sparse& N, const NullBlocks& blocks,
+/// Orthonormal method on the blocks of one matrix; sorted column stores. blasThreads 0: as many as BLAS likes.
+void eliminateOrthonormal(Monitor& monitor, int blasThreads, const Sparse& N, const NullBlocks& blocks,
                           const NullPairs& pairs, Selection want, Triple& result);
 
 } // namespace qxnull_detail

@@ -7,6 +7,7 @@
 #include "solvers/qxnull_detail.hpp"
 
 #include <algorithm>
+#include <optional>
 
 namespace qxnull_detail {
 
@@ -119,10 +120,12 @@ void writeColumn(const Array<T, 2>& basis, Index j, const std::vector<Index>& ro
 }
 
 template <class T>
-void nullorthPrivate(Monitor& monitor, const Sparse& matrix, const NullBlocks& blocks, const NullPairs& pairs,
+void nullorthPrivate(Monitor& monitor, int blasThreads, const Sparse& matrix, const NullBlocks& blocks, const NullPairs& pairs,
                      Selection want, Triple& result)
 {
-    const qxbase::BlasThreadScope oneThread(1); // same bits for any number: parallel BLAS divides sums
+    std::optional<qxbase::BlasThreadScope> threads;
+    if (blasThreads > 0)
+        threads.emplace(blasThreads);
     const llsparse<T>& N = StoreOf<T>::of(matrix);
     const Index d = N.m, c = N.n, none = blocks.size();
 
@@ -191,13 +194,13 @@ void nullorthPrivate(Monitor& monitor, const Sparse& matrix, const NullBlocks& b
 
 } // namespace
 
-void eliminateOrthonormal(Monitor& monitor, const Sparse& N, const NullBlocks& blocks,
+void eliminateOrthonormal(Monitor& monitor, int blasThreads, const Sparse& N, const NullBlocks& blocks,
                           const NullPairs& pairs, Selection want, Triple& result)
 {
     if (N.isReal())
-        nullorthPrivate<double>(monitor, N, blocks, pairs, want, result);
+        nullorthPrivate<double>(monitor, blasThreads, N, blocks, pairs, want, result);
     else
-        nullorthPrivate<cplx>(monitor, N, blocks, pairs, want, result);
+        nullorthPrivate<cplx>(monitor, blasThreads, N, blocks, pairs, want, result);
 }
 
 void findBlocks(Monitor& monitor, const Sparse& N, const Sparse& NT, NullBlocks& blocks, NullPairs& pairs)

@@ -55,7 +55,7 @@ void reorder(Monitor& monitor, Sparse& NullF, const Sparse& Null)
     const Sparse F = qxsolvers_detail::expanded(NullF);
     const Sparse adjoint = transpose(F, ConjTrans);
     monitor.poll();
-    Sparse P = adjoint * qxsolvers_detail::expanded(Null);
+    Sparse P = monitor.product(adjoint, qxsolvers_detail::expanded(Null));
     monitor.poll();
     P.format(FormSorted, true);
 

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <exception>
 #include <new>
+#include <optional>
 #include <umfpack.h>
 
 using cplx = std::complex<double>;
@@ -56,6 +57,27 @@ private:
 
     qxutil::RunLog& log_;
     std::exception_ptr failure_;
+};
+
+/// The threads of a factorisation, while this lives. Parallel BLAS divides sums: it works with one thread unless it is
+/// asked for, and a team is opened over panels of its large products.
+class Threads
+{
+public:
+    explicit Threads(int blasThreads)
+    {
+        constexpr int mostInBlas = 16; // more at a time end the process in some builds of OpenBLAS
+        const bool mayFork = qxbase::isParallelLoop(qxbase::parallelThreshold);
+        umfpackSetTeam(blasThreads != 1 ? 0 : mayFork ? std::min(AVAILABLETHREADS(), mostInBlas) : 1);
+        if (blasThreads > 0)
+            scope_.emplace(blasThreads);
+    }
+    ~Threads() { umfpackSetTeam(1); }
+    Threads(const Threads&) = delete;
+    Threads& operator=(const Threads&) = delete;
+
+private:
+    std::optional<qxbase::BlasThreadScope> scope_;
 };
 
 /// What arrives through the long jump. Codes that are not listed are ignored.
@@ -340,7 +362,7 @@ void Umfpack::luUmfpack(bool allowSingular, bool scale)
 
     runLog->setParam("Step", 2.0);
     const ProgressRelay relay(*runLog);
-    const qxbase::BlasThreadScope oneThread(1); // same bits for any number: parallel BLAS divides sums
+    const Threads threads(blasThreads);
     code = real ? wrap_umfpack_dl_numeric(Ap.data(), Ai.data(), Ax.data(), symbolic, &numeric, control, info, &status)
                 : wrap_umfpack_zl_numeric(Ap.data(), Ai.data(), Ax.data(), Az.data(), symbolic, &numeric, control, info,
                                           &status);

@@ -16,6 +16,11 @@ void umfpackSetReporter(umfpackReporter function, void* host)
     reporterHost = host;
 }
 
+/* The team for large products, set by the driver; 0 leaves threads to BLAS. */
+static _Thread_local int team = 1;
+
+void umfpackSetTeam(int threads) { team = threads; }
+
 static void report(double fraction)
 {
     flopsToReport = flopsDone + 0.01 * flopsPredicted;
@@ -53,6 +58,23 @@ static void countAndPoll(double flops)
 
 typedef double _Complex cplx;
 
+/* Large products are cut into panels of 64 columns, or rows where there are more of them, and a team works on these with
+   one-thread BLAS. The cuts follow from the sizes alone: the bits are the same for any team, also of one. Regions begin
+   after the poll and end before the next: no jump leaves one. */
+enum { panelWidth = 64 };
+static const double largeFlops = 2e7;
+
+static int panelsOf(int extent) { return (extent + panelWidth - 1) / panelWidth; }
+static int widthOf(int panel, int extent)
+{
+    const int rest = extent - panel * panelWidth;
+    return rest < panelWidth ? rest : panelWidth;
+}
+static int isPlain(const char* trans) { return *trans == 'N' || *trans == 'n'; }
+static int isLeft(const char* side) { return *side == 'L' || *side == 'l'; }
+
+#define QX_OVER_PANELS _Pragma("omp parallel for schedule(dynamic) num_threads(team) if(team > 1)")
+
 #define QX_WRAP_BLAS(p, ger, T, unit)                                                                                  \
     void p##gemm_(const char* ta, const char* tb, const int* m, const int* n, const int* k, const T* alpha,            \
                            const T* a, const int* lda, const T* b, const int* ldb, const T* beta, T* c,                \
@@ -64,8 +86,22 @@ typedef double _Complex cplx;
                            const T* a, const int* lda, const T* b, const int* ldb, const T* beta, T* c,                \
                            const int* ldc)                                                                             \
     {                                                                                                                  \
-        countAndPoll(2.0 * unit * *m * *n * *k);                                                                       \
-        p##gemm_(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);                                          \
+        const double flops = 2.0 * unit * *m * *n * *k;                                                                \
+        countAndPoll(flops);                                                                                           \
+        if (flops < largeFlops || team == 0) {                                                                         \
+            p##gemm_(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc, 1, 1);                                      \
+            return;                                                                                                    \
+        }                                                                                                              \
+        const int byColumns = *n >= *m, extent = byColumns ? *n : *m, panels = panelsOf(extent);                       \
+        const size_t stepA = byColumns ? 0 : isPlain(ta) ? 1 : (size_t)*lda;                                           \
+        const size_t stepB = !byColumns ? 0 : isPlain(tb) ? (size_t)*ldb : 1, stepC = byColumns ? (size_t)*ldc : 1;    \
+        QX_OVER_PANELS                                                                                                 \
+        for (int panel = 0; panel < panels; ++panel) {                                                                 \
+            const size_t first = (size_t)panel * panelWidth;                                                           \
+            const int width = widthOf(panel, extent), rows = byColumns ? *m : width, columns = byColumns ? width : *n; \
+            p##gemm_(ta, tb, &rows, &columns, k, alpha, a + first * stepA, lda, b + first * stepB, ldb, beta,          \
+                     c + first * stepC, ldc, 1, 1);                                                                    \
+        }                                                                                                              \
     }                                                                                                                  \
     void p##trsm_(const char* side, const char* uplo, const char* ta, const char* diag, const int* m,                  \
                            const int* n, const T* alpha, const T* a, const int* lda, T* b, const int* ldb, size_t,     \
@@ -75,8 +111,20 @@ typedef double _Complex cplx;
     void qx_umfpack_##p##trsm_(const char* side, const char* uplo, const char* ta, const char* diag, const int* m,     \
                            const int* n, const T* alpha, const T* a, const int* lda, T* b, const int* ldb)             \
     {                                                                                                                  \
-        countAndPoll(1.0 * unit * *m * *n * (*side == 'L' ? *m : *n));                                                 \
-        p##trsm_(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);                                       \
+        const int left = isLeft(side), extent = left ? *n : *m, panels = panelsOf(extent);                             \
+        const double flops = 1.0 * unit * *m * *n * (left ? *m : *n);                                                  \
+        countAndPoll(flops);                                                                                           \
+        if (flops < largeFlops || team == 0) {                                                                         \
+            p##trsm_(side, uplo, ta, diag, m, n, alpha, a, lda, b, ldb, 1, 1, 1, 1);                                   \
+            return;                                                                                                    \
+        }                                                                                                              \
+        const size_t step = left ? (size_t)*ldb : 1;                                                                   \
+        QX_OVER_PANELS                                                                                                 \
+        for (int panel = 0; panel < panels; ++panel) {                                                                 \
+            const int width = widthOf(panel, extent), rows = left ? *m : width, columns = left ? width : *n;           \
+            p##trsm_(side, uplo, ta, diag, &rows, &columns, alpha, a, lda, b + (size_t)panel * panelWidth * step, ldb, \
+                     1, 1, 1, 1);                                                                                      \
+        }                                                                                                              \
     }                                                                                                                  \
     void ger##_(const int* m, const int* n, const T* alpha, const T* x, const int* incx, const T* y,                   \
                          const int* incy, T* a, const int* lda);                                                       \

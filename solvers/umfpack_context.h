@@ -19,6 +19,10 @@ void umfpackInstallHooks(void);
 typedef int (*umfpackReporter)(void* host, double fraction);
 void umfpackSetReporter(umfpackReporter reporter, void* host);
 
+/* Threads for the large products of the factorisations of this thread: 1 and more cut them into panels, the same bits for
+   any number; 0 calls BLAS as it is. */
+void umfpackSetTeam(int threads);
+
 /* The four factorisation calls. Each takes the arguments of the UMFPACK function of that name and a place for its
    status, and needs a selected context. Returns 0 after the call, or the code of a long jump (see qxcutil.h): the
    status is then not set, and the object that was to be made must not be touched. The numeric forms report progress

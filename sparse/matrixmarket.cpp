@@ -283,25 +283,43 @@ Sparse assemble(Content& c, const std::string& name, bool expanded)
     return A;
 }
 
+/// Runs f; every failed allocation has the one name, those of operations on matrices too.
+template <class F>
+auto creating(const F& f)
+{
+    constexpr const char* id = "Out_of_memory_creating_sparse_matrix";
+    try {
+        return guarded(f, id);
+    } catch (const qxbase::Exception& e) {
+        if (e.getId() == "Out_of_memory_operation_sparse_matrix")
+            QX_RAISE("sparse", id);
+        throw;
+    }
+}
+
 template <class Read>
 auto fromFile(const std::string& path, const Read& readStream)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        QX_RAISE("matrixmarket", "Cannot_open_matrix_file", "File", path);
-    return readStream(file);
+    return creating([&] {
+        std::ifstream file(path, std::ios::binary);
+        if (!file)
+            QX_RAISE("matrixmarket", "Cannot_open_matrix_file", "File", path);
+        return readStream(file);
+    });
 }
 
 template <class Write>
 void toFile(const std::string& path, const Write& writeStream)
 {
-    std::ofstream file(path, std::ios::binary);
-    if (!file)
-        QX_RAISE("matrixmarket", "Cannot_open_matrix_file", "File", path);
-    writeStream(file);
-    file.close();
-    if (!file)
-        QX_RAISE("matrixmarket", "Cannot_write_matrix_file", "File", path);
+    creating([&] {
+        std::ofstream file(path, std::ios::binary);
+        if (!file)
+            QX_RAISE("matrixmarket", "Cannot_open_matrix_file", "File", path);
+        writeStream(file);
+        file.close();
+        if (!file)
+            QX_RAISE("matrixmarket", "Cannot_write_matrix_file", "File", path);
+    });
 }
 
 /// Collects text and passes it on in large pieces.
@@ -393,12 +411,10 @@ void writeEntries(Writer& out, const Sparse& A)
 
 Sparse readMatrixMarket(std::istream& stream, const std::string& name, const MatrixMarketOptions& options)
 {
-    return guarded(
-        [&] {
-            Content c = read(stream, name, options);
-            return assemble(c, name, options.expand);
-        },
-        "Out_of_memory_creating_sparse_matrix");
+    return creating([&] {
+        Content c = read(stream, name, options);
+        return assemble(c, name, options.expand);
+    });
 }
 
 Sparse readMatrixMarket(const std::string& path, const MatrixMarketOptions& options)
@@ -408,24 +424,22 @@ Sparse readMatrixMarket(const std::string& path, const MatrixMarketOptions& opti
 
 Matrix<2> readMatrixMarketArray(std::istream& stream, const std::string& name, const MatrixMarketOptions& options)
 {
-    return guarded(
-        [&] {
-            Content c = read(stream, name, options);
-            if (c.head.kind != Kind::Array)
-                QX_RAISE("matrixmarket", "Invalid_matrix_file",
-                         qxbase::ExceptionArgs{{"File", name}, {"Line", "1"}, {"Reason", "file is not an array"}});
-            if (c.head.triangular())
-                expand(c);
-            Matrix<2> A(c.m, c.n, c.isReal());
-            for (unsigned long k = 0; k < c.size(); ++k) {
-                if (c.isReal())
-                    A.getdArr()(c.row[k], c.col[k]) = c.re[k];
-                else
-                    A.getzArr()(c.row[k], c.col[k]) = c.z[k];
-            }
-            return A;
-        },
-        "Out_of_memory_creating_sparse_matrix");
+    return creating([&] {
+        Content c = read(stream, name, options);
+        if (c.head.kind != Kind::Array)
+            QX_RAISE("matrixmarket", "Invalid_matrix_file",
+                     qxbase::ExceptionArgs{{"File", name}, {"Line", "1"}, {"Reason", "file is not an array"}});
+        if (c.head.triangular())
+            expand(c);
+        Matrix<2> A(c.m, c.n, c.isReal());
+        for (unsigned long k = 0; k < c.size(); ++k) {
+            if (c.isReal())
+                A.getdArr()(c.row[k], c.col[k]) = c.re[k];
+            else
+                A.getzArr()(c.row[k], c.col[k]) = c.z[k];
+        }
+        return A;
+    });
 }
 
 Matrix<2> readMatrixMarketArray(const std::string& path, const MatrixMarketOptions& options)
@@ -435,7 +449,7 @@ Matrix<2> readMatrixMarketArray(const std::string& path, const MatrixMarketOptio
 
 void writeMatrixMarket(std::ostream& stream, const Sparse& A, const std::string& name)
 {
-    guarded([&] {
+    creating([&] {
         const bool summand = A.getSymm() == Symmetric || A.getSymm() == Hermitian;
         if (summand && A.getM() != A.getN())
             QX_RAISE("sparse", "Matrix_not_square");
@@ -460,7 +474,7 @@ void writeMatrixMarket(const std::string& path, const Sparse& A)
 
 void writeMatrixMarket(std::ostream& stream, const Matrix<2>& A, const std::string& name)
 {
-    guarded([&] {
+    creating([&] {
         Writer out(stream, name);
         out << "%%MatrixMarket matrix array " << (A.isReal() ? "real" : "complex") << " general";
         out.endLine();

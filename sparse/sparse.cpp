@@ -114,22 +114,26 @@ void Sparse::dropHelpers()
 
 boost::shared_ptr<ParallelSparse> Sparse::getParallelSparse() const
 {
-    const std::lock_guard<std::mutex> hold(helperLock);
-    if (!hasParallel) {
-        parallelSp.reset(new ParallelSparse);
-        hasParallel = true;
-    }
-    return parallelSp;
+    return guarded([&] {
+        const std::lock_guard<std::mutex> hold(helperLock);
+        if (!hasParallel) {
+            parallelSp.reset(new ParallelSparse);
+            hasParallel = true;
+        }
+        return parallelSp;
+    });
 }
 
 boost::shared_ptr<ExternalSparse> Sparse::getExternalSparse() const
 {
-    const std::lock_guard<std::mutex> hold(helperLock);
-    if (!hasExternal) {
-        externalSp.reset(new ExternalSparse);
-        hasExternal = true;
-    }
-    return externalSp;
+    return guarded([&] {
+        const std::lock_guard<std::mutex> hold(helperLock);
+        if (!hasExternal) {
+            externalSp.reset(new ExternalSparse);
+            hasExternal = true;
+        }
+        return externalSp;
+    });
 }
 
 bool Sparse::getHasParallel() const

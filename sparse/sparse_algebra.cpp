@@ -345,13 +345,7 @@ Sparse operator+(const Sparse& A) { return A; }
 
 Sparse operator-(const Sparse& A) { return A * std::complex<double>(-1.0); }
 
-Sparse operator*(const Sparse& A, const Sparse& B)
-{
-    return guarded([&] {
-        checkProduct(A, B);
-        return productOf(A, B, [](auto& s, const auto& a, const auto& b) { s.llsp_mulPrivate(a, b); });
-    });
-}
+Sparse operator*(const Sparse& A, const Sparse& B) { return mul(A, B, NoTrans); }
 
 Sparse operator*(std::complex<double> alpha, const Sparse& A) { return A * alpha; }
 
@@ -362,13 +356,13 @@ Sparse operator*(const Sparse& A, std::complex<double> alpha)
     return scaled;
 }
 
-Sparse mul(const Sparse& A, const Sparse& B, Trans_t trans)
+Sparse mul(const Sparse& A, const Sparse& B, Trans_t trans, const qxutil::RunInfo* run)
 {
-    if (trans == NoTrans)
-        return A * B;
     return guarded([&] {
         checkProduct(A, B);
-        return productOf(A, B, [&](auto& s, const auto& a, const auto& b) { s.llsp_multPrivate(a, b, trans); });
+        return productOf(A, B, [&](auto& s, const auto& a, const auto& b) {
+            trans == NoTrans ? s.llsp_mulPrivate(a, b, run) : s.llsp_multPrivate(a, b, trans, run);
+        });
     });
 }
 

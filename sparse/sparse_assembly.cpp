@@ -2,6 +2,7 @@
 
 #include "llsparse_detail.hpp"
 #include "qxexception.hpp"
+#include "qxrun.hpp"
 #include "team.hpp"
 
 #include <algorithm>
@@ -86,8 +87,9 @@ class Assembly
 {
 public:
     Assembly(const unsigned long* row, const unsigned long* col, const T* val, bool constVal, unsigned long len,
-             unsigned long m, unsigned long n)
-        : row_(row), col_(col), val_(val), step_(constVal ? 0 : 1), len_(len), m_(m), n_(n), team_(Team::ofWork(len))
+             unsigned long m, unsigned long n, const qxutil::RunInfo* run)
+        : row_(row), col_(col), val_(val), step_(constVal ? 0 : 1), len_(len), m_(m), n_(n), run_(run),
+          team_(Team::ofWork(len))
     {
         constexpr unsigned long blockBytes = 256 * 1024, maxBlocks = 2048;
         const unsigned long wanted = std::clamp(len * sizeof(Entry<T>) / blockBytes, 1UL, maxBlocks);
@@ -114,6 +116,14 @@ private:
     /// Runs of less than this on average: neighbours in memory have little to do with each other.
     static constexpr unsigned long shortRun = 8;
 
+    /// Triplets between two looks at the run.
+    static constexpr unsigned long pollInterval = 1 << 20;
+
+    void poll() const
+    {
+        if (run_)
+            run_->throwIfCancelled("sparse", __LINE__);
+    }
     unsigned long firstColumn(unsigned long block) const { return std::min(block << shift_, n_); }
     unsigned long blockSize(unsigned long b) const { return blockStart_[b + 1] - blockStart_[b]; }
 
@@ -171,14 +181,18 @@ private:
     {
         std::fill_n(count, blocks_, 0UL);
         const unsigned long most = mostRuns(s);
-        unsigned long k = s.from;
+        unsigned long k = s.from, end = s.from;
         while (k < s.to) {
+            if (k == end) {
+                poll();
+                end = std::min(s.to, k + pollInterval);
+            }
             const unsigned long first = k, block = col_[k] >> shift_;
             checkIndex(col_[k], n_);
             const unsigned long beyond = firstColumn(block + 1), begin = block << shift_;
             do
                 ++k;
-            while (k < s.to && col_[k] - begin < beyond - begin);
+            while (k < end && col_[k] - begin < beyond - begin);
             count[block] += k - first;
             if (runs.size() < most)
                 runs.push_back({static_cast<std::uint32_t>(block), static_cast<std::uint32_t>(first),
@@ -202,13 +216,16 @@ private:
             const Slice s = team_.even(len_, share);
             unsigned long block = 0, mostRow = 0;
             Entry<T>* at = entries_.get() + next[0];
-            for (unsigned long k = s.from; k < s.to; ++k, ++at) {
-                if (const unsigned long b = col_[k] >> shift_; b != block) {
-                    next[block] = static_cast<unsigned long>(at - entries_.get());
-                    block = b;
-                    at = entries_.get() + next[b];
+            for (unsigned long k = s.from; k < s.to;) {
+                poll();
+                for (const unsigned long end = std::min(s.to, k + pollInterval); k < end; ++k, ++at) {
+                    if (const unsigned long b = col_[k] >> shift_; b != block) {
+                        next[block] = static_cast<unsigned long>(at - entries_.get());
+                        block = b;
+                        at = entries_.get() + next[b];
+                    }
+                    *at = entry(k, mostRow);
                 }
-                *at = entry(k, mostRow);
             }
             checkIndex(mostRow, m_);
         });
@@ -304,6 +321,7 @@ private:
             std::fill_n(w.marker.get(), m_, 0U);
             Pieces& pieces = pieces_[static_cast<std::size_t>(share)];
             for (unsigned long b = blocks.from; b < blocks.to; ++b) {
+                poll();
                 sortByColumn(b, w);
                 merged_[b] = pieces.reserve(blockSize(b), blockStart_[blocks.to] - blockStart_[b]);
                 pieces.take(mergeColumns(b, counts, w));
@@ -386,6 +404,7 @@ private:
             auto& pieces = pieces_[static_cast<std::size_t>(share)].list;
             std::size_t piece = 0;
             for (unsigned long b = blocks.from; b < blocks.to; ++b) {
+                poll();
                 const Merged from = merged_[b];
                 if (piece + 1 < pieces.size() && from.row == pieces[piece + 1].row.get())
                     pieces[piece++] = {};
@@ -401,6 +420,7 @@ private:
     const T* val_;
     const unsigned long step_; // 0 repeats the first value
     const unsigned long len_, m_, n_;
+    const qxutil::RunInfo* const run_; // null: nobody cancels
     const Team team_;
     unsigned shift_ = 0; // a block holds 2^shift_ columns
     unsigned long blocks_ = 1;
@@ -416,7 +436,7 @@ private:
 /// outgrow the input.
 template <class T>
 void assembleByRank(const unsigned long* row, const unsigned long* col, const T* val, bool constVal, unsigned long len,
-                    unsigned long m, unsigned long n, llsparse<T>& store)
+                    unsigned long m, unsigned long n, const qxutil::RunInfo* run, llsparse<T>& store)
 {
     const Scratch<unsigned long> used(len), rank(len);
     std::copy_n(row, len, used.get());
@@ -427,7 +447,7 @@ void assembleByRank(const unsigned long* row, const unsigned long* col, const T*
     for (unsigned long k = 0; k < len; ++k)
         rank[k] = static_cast<unsigned long>(std::lower_bound(used.get(), end, row[k]) - used.get());
     const auto count = static_cast<unsigned long>(end - used.get());
-    Assembly<T>(rank.get(), col, val, constVal, len, std::max(count, 1UL), n).run(store);
+    Assembly<T>(rank.get(), col, val, constVal, len, std::max(count, 1UL), n, run).run(store);
     for (unsigned long p = 0; p < store.nnz(); ++p)
         store.row[p] = used[store.row[p]];
 }
@@ -436,7 +456,8 @@ void assembleByRank(const unsigned long* row, const unsigned long* col, const T*
 
 template <class T>
 void llsparse<T>::triplet2sparse(const unsigned long* row_, const unsigned long* col_, const T* val_,
-                                 unsigned long len, unsigned long m_, unsigned long n_, bool constVal)
+                                 unsigned long len, unsigned long m_, unsigned long n_, bool constVal,
+                                 const qxutil::RunInfo* run)
 {
     if (len > std::numeric_limits<std::uint32_t>::max())
         throw std::bad_alloc();
@@ -447,9 +468,9 @@ void llsparse<T>::triplet2sparse(const unsigned long* row_, const unsigned long*
         result.allocColPtr();
         std::fill_n(result.colPtr, n_ + 1, 0UL);
     } else if (m_ > std::max(8 * len, 1UL << 20)) {
-        assembleByRank(row_, col_, val_, constVal, len, m_, n_, result);
+        assembleByRank(row_, col_, val_, constVal, len, m_, n_, run, result);
     } else {
-        Assembly<T>(row_, col_, val_, constVal, len, m_, n_).run(result);
+        Assembly<T>(row_, col_, val_, constVal, len, m_, n_, run).run(result);
     }
     result.form = FormNone;
     adopt(result, false);
@@ -457,5 +478,5 @@ void llsparse<T>::triplet2sparse(const unsigned long* row_, const unsigned long*
 
 #define QX_INSTANTIATE(T)                                                                                             \
     template void llsparse<T>::triplet2sparse(const unsigned long*, const unsigned long*, const T*, unsigned long,    \
-                                              unsigned long, unsigned long, bool);
+                                              unsigned long, unsigned long, bool, const qxutil::RunInfo*);
 QX_FOR_EACH_STORE(QX_INSTANTIATE)

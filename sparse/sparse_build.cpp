@@ -73,22 +73,24 @@ Sparse& Sparse::eye(unsigned long m, unsigned long n)
 template <class V>
 void Sparse::triplet2sparse(const unsigned long* rows, unsigned long nRows, const unsigned long* cols,
                             unsigned long nCols, const V* vals, unsigned long nVals, unsigned long m, unsigned long n,
-                            bool constVal)
+                            bool constVal, const qxutil::RunInfo* run)
 {
     guarded(
         [&] {
             checkLength(nRows == nCols && (constVal || nVals == nRows));
             checkNotTooLarge(nRows);
             const boost::shared_ptr<llsparse<V>> store(new llsparse<V>);
-            store->triplet2sparse(rows, cols, vals, nRows, m, n, constVal);
+            store->triplet2sparse(rows, cols, vals, nRows, m, n, constVal, run);
             install(store);
         },
         outOfMemoryCreating);
 }
 template QX_API void Sparse::triplet2sparse(const unsigned long*, unsigned long, const unsigned long*, unsigned long,
-                                            const double*, unsigned long, unsigned long, unsigned long, bool);
+                                            const double*, unsigned long, unsigned long, unsigned long, bool,
+                                            const qxutil::RunInfo*);
 template QX_API void Sparse::triplet2sparse(const unsigned long*, unsigned long, const unsigned long*, unsigned long,
-                                            const cplx*, unsigned long, unsigned long, unsigned long, bool);
+                                            const cplx*, unsigned long, unsigned long, unsigned long, bool,
+                                            const qxutil::RunInfo*);
 
 void Sparse::triplet2sparse(const IndexArray& rows, const IndexArray& cols, const Matrix<1>& vals, unsigned long m,
                             unsigned long n)

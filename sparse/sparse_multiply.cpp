@@ -74,19 +74,19 @@ void llsparse<T>::llsp_mulPrivateWork(const llsparse<U>& A, const llsparse<V>& B
 
 template <class T>
 template <class U, class V>
-void llsparse<T>::llsp_mulPrivate(const llsparse<U>& A, const llsparse<V>& B)
+void llsparse<T>::llsp_mulPrivate(const llsparse<U>& A, const llsparse<V>& B, const qxutil::RunInfo* run)
 {
     checkMixture(A.symm, B.symm);
-    build(TwoPass(A.m, B.n, symmetryOfProduct(A.symm, B.symm), B.colPtr, A.nnz() + B.nnz()),
+    build(TwoPass(A.m, B.n, symmetryOfProduct(A.symm, B.symm), B.colPtr, A.nnz() + B.nnz(), run),
           [&](auto... pass) { llsp_mulPrivateSetup(A, B, pass...); },
           [&](auto... pass) { llsp_mulPrivateWork(A, B, pass...); });
 }
 
 template <class T>
 template <class U, class V>
-void llsparse<T>::llsp_multPrivateSetup(const llsparse<U>& A, const llsparse<V>& B)
+void llsparse<T>::llsp_multPrivateSetup(const llsparse<U>& A, const llsparse<V>& B, const qxutil::RunInfo* run)
 {
-    llsp_mulPrivate(A, B);
+    llsp_mulPrivate(A, B, run);
 }
 
 template <class T>
@@ -99,10 +99,13 @@ void llsparse<T>::llsp_multPrivateWork(const llsparse& product, Trans_t trans)
 /// Each sum runs over the same terms in the same order as in a direct form.
 template <class T>
 template <class U, class V>
-void llsparse<T>::llsp_multPrivate(const llsparse<U>& A, const llsparse<V>& B, Trans_t trans)
+void llsparse<T>::llsp_multPrivate(const llsparse<U>& A, const llsparse<V>& B, Trans_t trans,
+                                   const qxutil::RunInfo* run)
 {
     llsparse product;
-    product.llsp_multPrivateSetup(A, B);
+    product.llsp_multPrivateSetup(A, B, run);
+    if (run)
+        run->throwIfCancelled("sparse", __LINE__);
     llsp_multPrivateWork(product, trans);
 }
 
@@ -128,8 +131,9 @@ void llsparse<T>::llsp_inplaceMulRightPrivate(const llsparse<U>& B)
 }
 
 #define QX_INSTANTIATE(T, U, V)                                                                                       \
-    template void llsparse<T>::llsp_mulPrivate(const llsparse<U>&, const llsparse<V>&);                               \
-    template void llsparse<T>::llsp_multPrivate(const llsparse<U>&, const llsparse<V>&, Trans_t);
+    template void llsparse<T>::llsp_mulPrivate(const llsparse<U>&, const llsparse<V>&, const qxutil::RunInfo*);       \
+    template void llsparse<T>::llsp_multPrivate(const llsparse<U>&, const llsparse<V>&, Trans_t,                      \
+                                                const qxutil::RunInfo*);
 QX_FOR_EACH_PAIR(QX_INSTANTIATE)
 #undef QX_INSTANTIATE
 #define QX_INSTANTIATE(T, U)                                                                                          \

@@ -5,6 +5,7 @@
 
 #include "llsparse_detail.hpp"
 #include "merge_in_place.hpp"
+#include "qxrun.hpp"
 #include "team.hpp"
 
 /// Size and reading of a result; how its n columns are divided among threads (`weights`, running sums); row markers for
@@ -17,12 +18,26 @@ struct llsparse<T>::TwoPass
     const unsigned long* weights;
     qxsparse::Team team;
     qxsparse::Markers markers;
+    const qxutil::RunInfo* run; ///< null: nobody cancels
 
     TwoPass(unsigned long rows, unsigned long columns, Symm_t reading, const unsigned long* columnWeights,
-            unsigned long work)
+            unsigned long work, const qxutil::RunInfo* watched = nullptr)
         : m(rows), n(columns), symm(reading), weights(columnWeights), team(qxsparse::Team::ofWork(work)),
-          markers(team, rows)
+          markers(team, rows), run(watched)
     {
+    }
+    /// f(from, to) for the columns in pieces, with a look at the run before each.
+    template <class F>
+    void inPieces(unsigned long from, unsigned long to, const F& f) const
+    {
+        constexpr unsigned long piece = 64;
+        while (from < to) {
+            if (run)
+                run->throwIfCancelled("sparse", __LINE__);
+            const unsigned long end = run ? std::min(to, from + piece) : to;
+            f(from, end);
+            from = end;
+        }
     }
     /// f(share, from, to) for each thread's columns.
     template <class F>
@@ -47,7 +62,8 @@ void llsparse<T>::countColumns(const TwoPass& result, const Setup& setup)
     allocColPtr();
     colPtr[0] = 0;
     result.forEachSlice([&](int share, unsigned long from, unsigned long to) {
-        setup(colPtr, result.markers.make(share), from, to);
+        auto* const marker = result.markers.make(share);
+        result.inPieces(from, to, [&](unsigned long first, unsigned long end) { setup(colPtr, marker, first, end); });
     });
     qxsparse::runningSum(colPtr, n);
     nzmax = nnz();
@@ -61,7 +77,10 @@ void llsparse<T>::fillColumns(const TwoPass& result, const Work& work)
     allocRow();
     allocVal();
     result.forEachSlice([&](int share, unsigned long from, unsigned long to) {
-        work(colPtr, row + colPtr[from], val + colPtr[from], result.markers.of(share), from, to);
+        auto* const marker = result.markers.of(share);
+        result.inPieces(from, to, [&](unsigned long first, unsigned long end) {
+            work(colPtr, row + colPtr[first], val + colPtr[first], marker, first, end);
+        });
     });
 }
 

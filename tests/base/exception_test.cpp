@@ -178,3 +178,14 @@ TEST(ErrInfo, AppendOfItselfDoublesTheLines)
 
     EXPECT_EQ(errors.size(), 2u);
 }
+
+TEST(Exception, AddTakesPairsOfTextAndInteger)
+{
+    Exception e("sparse", 1, "Internal_error_sparse");
+
+    e.add("umfpack", 2, "Internal_error_in_UMFPACK", std::vector<std::pair<std::string, int>>{{"Error_code", -8}, {"Step", 2}});
+
+    ASSERT_EQ(e.size(), 2u);
+    EXPECT_EQ(e.getId(1), "Internal_error_in_UMFPACK");
+    EXPECT_EQ(e.getArgs(1), (qxbase::ExceptionArgs{{"Error_code", "-8"}, {"Step", "2"}}));
+}

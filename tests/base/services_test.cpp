@@ -251,6 +251,21 @@ TEST(RunLog, WhatIsWrittenThroughTheAddressesIsTheState)
     EXPECT_EQ(log.getParam(), 3);
 }
 
+TEST(RunLog, InitForgetsTheParameterAndItsName)
+{
+    qxutil::RunInfo info;
+    qxutil::RunLog log(info);
+    log.init("first");
+    log.setParam("Step", 3.0);
+    EXPECT_EQ(log.getParamName(), "Step");
+
+    log.init("second");
+
+    EXPECT_EQ(log.getParamName(), "");
+    EXPECT_EQ(log.getParam(), 0.0);
+    EXPECT_EQ(log.getTitle(), "second");
+}
+
 TEST(RunLog, FlagsSwitchProgressAndMessagesOff)
 {
     Recorder recorder;

@@ -153,6 +153,56 @@ TYPED_TEST(Eigen, WithoutVectorsTheirArraysStayAsTheyWere)
     EXPECT_EQ(VR(0, 0), T(9));
 }
 
+TEST(Eig, ConditionOfAnEigenvalueZeroOverZeroIsZero)
+{
+    // The second eigenvalue of diag(2, 0) - lambda diag(1, 0) is 0/0.
+    for (const bool allZero : {false, true}) {
+        Array<double, 2> A = matrixOf<double>({{allZero ? 0.0 : 2.0, 0.0}, {0.0, 0.0}});
+        Array<double, 2> B = matrixOf<double>({{allZero ? 0.0 : 1.0, 0.0}, {0.0, 0.0}});
+        Array<double, 1> alphar, alphai, beta, rconde;
+        double abnrm = 0.0, bbnrm = 0.0;
+
+        EXPECT_EQ(qxarray::eig(A, B, alphar, alphai, beta, &abnrm, &bbnrm, rconde, 0), 0);
+
+        for (unsigned long j = 0; j < 2; ++j)
+            if (alphar[j] == 0.0 && beta[j] == 0.0) {
+                EXPECT_EQ(rconde[j], 0.0);
+            } else {
+                EXPECT_GT(rconde[j], 0.0);
+            }
+    }
+}
+
+TEST(Eig, PackedMatrixAndResultsStayWhenMemoryFails)
+{
+    const Array<double, 1> original = vectorOf<double>({2, 1, 3, 0, 1, 4});
+    Array<double, 1> AP, w;
+    Array<double, 2> Z;
+    Array<int, 1> ifail;
+    const auto reset = [&] {
+        AP = original;
+        w = vectorOf<double>({7.0});
+        Z = matrixOf<double>({{8.0}});
+        ifail = vectorOf<int>({9});
+    };
+    reset();
+    const long count = qxtest::failEveryAllocation(
+        [&] { qxarray::eig(AP, w, Z, "V", "A", "U", 0.0, 0.0, 0, 0, 0.0, ifail); },
+        [&](const qxtest::FaultRun& run) {
+            if (run.faulted) {
+                EXPECT_TRUE(run.badAlloc);
+                EXPECT_TRUE(sameBits(AP, original)) << run.n;
+                EXPECT_EQ(w[0], 7.0) << run.n;
+                EXPECT_EQ(Z[0], 8.0) << run.n;
+                EXPECT_EQ(ifail[0], 9) << run.n;
+            } else {
+                EXPECT_EQ(w.size(), 3u);
+            }
+            reset();
+        });
+    EXPECT_GT(count, 5);
+}
+
 TEST(Eig, RotationHasAPairWithThePositiveImaginaryPartFirst)
 {
     EXPECT_TRUE(sameSet(eigenvalues(matrixOf<double>({{0, -1}, {1, 0}})), {{0, 1}, {0, -1}}, 1e-15));

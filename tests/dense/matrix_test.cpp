@@ -623,4 +623,24 @@ TEST(QxMatrix, PureFormsAreThoseOfTheArrays)
     EXPECT_DOUBLE_EQ(qxmatrix::norm(triple, 3), 7.0);
 }
 
+TEST(MixedVectors, EveryFormOfAComplexVectorWithARealNumberOrVectorIsTheFormulaElementByElement)
+{
+    using cplx = std::complex<double>;
+    const cplx y0[] = {{1, 2}, {-3, 4}, {0, -5}};
+    const double x[] = {2, -0.5, 3};
+    const auto apply = [&](auto&& form) {
+        std::vector<cplx> y(y0, y0 + 3);
+        form(y.data());
+        return y;
+    };
+    EXPECT_EQ(apply([&](cplx* y) { qxmatrix::copy(y, x, 3); }), (std::vector<cplx>{2.0, -0.5, 3.0}));
+    EXPECT_EQ(apply([&](cplx* y) { qxmatrix::times(y, x, 3); }), (std::vector<cplx>{{2, 4}, {1.5, -2}, {0, -15}}));
+    EXPECT_EQ(apply([&](cplx* y) { qxmatrix::scale(y, 2.0, 3); }), (std::vector<cplx>{{2, 4}, {-6, 8}, {0, -10}}));
+    EXPECT_EQ(apply([&](cplx* y) { qxmatrix::yPlusa(y, 2.0, 3); }), (std::vector<cplx>{{3, 2}, {-1, 4}, {2, -5}}));
+    EXPECT_EQ(apply([&](cplx* y) { qxmatrix::yPlusaMulx(y, 2.0, x, 3); }), (std::vector<cplx>{{5, 2}, {-4, 4}, {6, -5}}));
+    EXPECT_EQ(apply([&](cplx* y) { qxmatrix::yPlusaMulx(y, cplx(0, 2), x, 3); }),
+              (std::vector<cplx>{{1, 6}, {-3, 3}, {0, 1}}));
+    EXPECT_EQ(apply([&](cplx* y) { qxmatrix::yPlusaMulx(y, 2.0, y0, 3); }), (std::vector<cplx>{{3, 6}, {-9, 12}, {0, -15}}));
+}
+
 } // namespace

@@ -187,6 +187,77 @@ TEST(BlasThreads, ScopesMayEndInAnyOrder)
     EXPECT_EQ(BlasThreadScope::current(), before);
 }
 
+// --- Teams over the products of a factorisation -------------------------------------------------------------------
+
+namespace {
+
+/// Solution for a right-hand side of ones, with the library's and BLAS's threads as given.
+std::vector<cplx> solutionWith(int threads, int blasThreads, Sparse A)
+{
+    const Threads some(threads);
+    qxutil::RunInfo run;
+    Umfpack solver(run);
+    solver.setBlasThreads(blasThreads);
+    solver.init(A, false, false, false, true);
+    Matrix<1> x;
+    solver.solve(realVector(std::vector<double>(A.getN(), 1.0)), x);
+    std::vector<cplx> values;
+    for (unsigned long i = 0; i < x.size(); ++i)
+        values.push_back(x[i]);
+    return values;
+}
+
+} // namespace
+
+TEST(FactorisationTeams, PanelsGiveTheSameBitsForAnyNumberOfThreads)
+{
+    for (const cplx shift : {cplx(0.0), cplx(0.0, 1.0)}) {
+        const Sparse A = laplacian(shift == 0.0 ? 18 : 15, 3, shift); // fronts beyond 600: products above the limit
+        const std::vector<cplx> one = solutionWith(1, 1, A);
+        for (const int threads : {2, 3, 7, 64})
+            EXPECT_EQ(solutionWith(threads, 1, A), one) << threads;
+        Matrix<1> x = complexVector(one), r = AMulx(A, x, NoTrans);
+        for (unsigned long i = 0; i < r.size(); ++i)
+            ASSERT_LE(std::abs(r[i] - 1.0), 1e-10);
+    }
+}
+
+TEST(FactorisationTeams, TheChoiceMayBeLeftToBlas)
+{
+    const Sparse A = laplacian(14, 3);
+    const std::vector<cplx> wanted = solutionWith(1, 1, A);
+    const HostThreads host(2);
+    for (const int blasThreads : {0, 2, -3}) {
+        const std::vector<cplx> got = solutionWith(2, blasThreads, A);
+        for (std::size_t i = 0; i < wanted.size(); ++i)
+            ASSERT_LE(std::abs(got[i] - wanted[i]), 1e-12 * (1.0 + std::abs(wanted[i]))) << blasThreads;
+        EXPECT_EQ(omp_get_max_threads(), 2);
+    }
+    AtFirstReport listener([] { EXPECT_EQ(BlasThreadScope::current(), 2); });
+    qxutil::RunInfo run(&listener);
+    Umfpack solver(run);
+    solver.setBlasThreads(2);
+    Sparse input = A;
+    solver.init(input, false, false, false, true);
+    EXPECT_TRUE(listener.called);
+}
+
+TEST(FactorisationTeams, ACancelledFactorisationWithATeamLeavesItReady)
+{
+    const Threads two(2);
+    qxutil::RunInfo* runOf = nullptr;
+    AtFirstReport listener([&] { runOf->cancel(); });
+    qxutil::RunInfo run(&listener);
+    runOf = &run;
+    Umfpack solver(run);
+    Sparse A = laplacian(18, 3);
+    EXPECT_THROW(solver.init(A, false, false, false, true), qxbase::CancelException);
+    run.cancel(false);
+    solver.init(A, false, false, false, true);
+    Matrix<1> x;
+    EXPECT_EQ(solver.solve(realVector(std::vector<double>(A.getN(), 1.0)), x), 1);
+}
+
 // The thread sanitizer does not follow a process with threads into its child.
 #if !defined(__has_feature)
 #define QX_FORK_TESTS

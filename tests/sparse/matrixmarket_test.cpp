@@ -287,20 +287,32 @@ TEST(MatrixMarket, RoundTripsThroughAFile)
 
 TEST(MatrixMarket, FailedAllocationsAreNamedAndLeakNothing)
 {
-    const std::string text = "%%MatrixMarket matrix coordinate complex hermitian\n3 3 2\n1 1 4 0\n3 2 3 5\n";
-    failEveryAllocation(
-        [&] {
-            std::istringstream stream(text);
-            readMatrixMarket(stream, "t");
-        },
-        [](const FaultRun& run) {
-            if (run.faulted) {
-                EXPECT_TRUE(run.badAlloc || run.id == "Out_of_memory_creating_sparse_matrix" ||
-                            run.id == "Out_of_memory_operation_sparse_matrix")
-                    << run.n << " " << run.id;
+    const std::string path = testing::TempDir() + "qx_matrixmarket_fault_test.mtx", target = path + ".out";
+    const auto fill = [&](const char* text) { std::ofstream(path) << text; };
+    const auto expectNamed = [](const char* what, const char* id, const std::function<void()>& call) {
+        const long count = failEveryAllocation(call, [&](const FaultRun& run) {
+            EXPECT_FALSE(run.badAlloc) << what << " " << run.n;
+            if (run.faulted && !run.id.empty()) {
+                EXPECT_EQ(run.id, id) << what << " " << run.n;
             }
-            EXPECT_EQ(run.leaked, 0);
+            EXPECT_EQ(run.leaked, 0) << what << " " << run.n;
         });
+        EXPECT_GT(count, 0) << what;
+    };
+    const char* const creating = "Out_of_memory_creating_sparse_matrix";
+    MatrixMarketOptions summand;
+    summand.expand = false;
+    fill("%%MatrixMarket matrix coordinate complex hermitian\n3 3 2\n1 1 4 0\n3 2 3 5\n");
+    expectNamed("sparse", creating, [&] { readMatrixMarket(path); });
+    expectNamed("summand", creating, [&] { readMatrixMarket(path, summand); });
+    const Sparse A = readMatrixMarket(path, summand);
+    expectNamed("written", creating, [&] { writeMatrixMarket(target, A); });
+    fill("%%MatrixMarket matrix array real general\n2 2\n1\n2\n3\n4\n");
+    expectNamed("dense", creating, [&] { readMatrixMarketArray(path); });
+    const Matrix<2> D = readMatrixMarketArray(path);
+    expectNamed("dense written", creating, [&] { writeMatrixMarket(target, D); });
+    std::remove(path.c_str());
+    std::remove(target.c_str());
 }
 
 // --- Real matrices -------------------------------------------------------------------------------------------------

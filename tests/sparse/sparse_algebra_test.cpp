@@ -2,6 +2,8 @@
 
 #include "sparse_testing.hpp"
 
+#include "qxrun.hpp"
+
 #include "sparse/merge_in_place.hpp"
 #include "support/alloc_fault.hpp"
 
@@ -558,5 +560,63 @@ TEST(SparseScale, LoopsOverValuesHaveTheSameBitsForAnyNumberOfThreads)
     for (int threads : {2, 3, 7, 16}) {
         const Threads some(threads);
         EXPECT_TRUE(sameBits(scaled(), serial));
+    }
+}
+
+// --- Sums of columns that resemble each other --------------------------------------------------------------------
+
+TEST(SparseAlgebra, AColumnEqualToTwoNeighbouringColumnsStrungTogetherIsNoEqualColumn)
+{
+    // Column 0 of B has the rows of columns 0 and 1 of A, one after the other; and the other way round.
+    const Sparse A = sparseOf(4, 2, {{0, 0, 1.0}, {1, 0, 2.0}, {2, 1, 3.0}, {3, 1, 4.0}});
+    const Sparse B = sparseOf(4, 2, {{0, 0, 10.0}, {1, 0, 20.0}, {2, 0, 30.0}, {3, 0, 40.0}});
+    const Dense sum = {{11, 0}, {22, 0}, {30, 3}, {40, 4}};
+
+    EXPECT_TRUE(near(dense(A + B), sum, 0));
+    EXPECT_TRUE(near(dense(B + A), sum, 0));
+    EXPECT_TRUE(near(dense(add(A, 1.0, B)), sum, 0));
+    Sparse inPlace = A;
+    inPlace.addMat(1.0, B, true);
+    EXPECT_TRUE(near(dense(inPlace), sum, 0));
+}
+
+// --- Cancel -------------------------------------------------------------------------------------------------------
+
+TEST(SparseCancel, ProductsAndAssemblyHeedTheRunThatTheyAreGiven)
+{
+    qxutil::RunInfo run;
+    const Sparse A = randomSparse(120, 120, 11000, true, Unsymmetric, 1), B = randomSparse(120, 120, 11000, false, Unsymmetric, 2);
+    std::vector<Index> rows, cols;
+    std::vector<double> vals;
+    for (const Entry& e : entries(A))
+        rows.push_back(e.row), cols.push_back(e.col), vals.push_back(e.val.real());
+    const auto assemble = [&](Sparse& S, const qxutil::RunInfo* watched) {
+        S.triplet2sparse(rows.data(), rows.size(), cols.data(), cols.size(), vals.data(), vals.size(), 120, 120, false, watched);
+    };
+    const auto cancelled = [](const std::function<void()>& f) {
+        try {
+            f();
+        } catch (const qxbase::CancelException&) {
+            return true;
+        }
+        return false;
+    };
+    for (int threads : {1, 2, 7}) {
+        const Threads some(threads);
+        run.cancel(false);
+        for (Trans_t trans : allTrans)
+            EXPECT_TRUE(sameBits(mul(A, B, trans, &run), mul(A, B, trans))); // pieces change nothing
+        Sparse watched, plain;
+        assemble(watched, &run);
+        assemble(plain, nullptr);
+        EXPECT_TRUE(sameBits(watched, plain));
+
+        run.cancel();
+        for (Trans_t trans : allTrans)
+            EXPECT_TRUE(cancelled([&] { mul(A, B, trans, &run); }));
+        const Sparse before = watched;
+        EXPECT_TRUE(cancelled([&] { assemble(watched, &run); }));
+        EXPECT_EQ(watched.getptrD(), before.getptrD());
+        EXPECT_EQ((A * B).getM(), 120u); // nobody cancels these
     }
 }

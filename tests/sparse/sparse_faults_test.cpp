@@ -163,6 +163,23 @@ TEST(SparseFaults, EveryFailedAllocationIsNamedLeaksNothingAndLeavesOperandsAsTh
     testing::internal::GetCapturedStdout();
 }
 
+TEST(SparseFaults, HelpersThatCannotBeMadeHaveTheModulesName)
+{
+    Sparse A = sparseOf(2, 2, {{0, 1, 3.0}});
+    for (const std::function<void()>& make :
+         std::vector<std::function<void()>>{[&] { A.getParallelSparse(); }, [&] { A.getExternalSparse(); }}) {
+        const long count = failEveryAllocation(make, [&](const FaultRun& run) {
+            EXPECT_FALSE(run.badAlloc) << run.n;
+            if (run.faulted) {
+                EXPECT_EQ(run.id, "Out_of_memory_operation_sparse_matrix");
+                EXPECT_EQ(run.leaked, 0);
+            }
+            A = sparseOf(2, 2, {{0, 1, 3.0}});
+        });
+        EXPECT_GT(count, 0);
+    }
+}
+
 TEST(SparseFaults, SummandOperationsSurviveFailedAllocations)
 {
     const Sparse S = randomSparse(60, 60, 700, true, Symmetric, 3);

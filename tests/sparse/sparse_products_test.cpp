@@ -737,3 +737,24 @@ TEST(ExternalSparse, MatricesBeyond32BitsAndFailedCopiesFallBackToTheStore)
     e.yPlusAMulx(y, A, x, NoTrans);
     EXPECT_EQ(y[0], 5.0);
 }
+
+TEST(SparseProducts, APartThatEndsAtZeroReachesToTheLastColumn)
+{
+    for (Symm_t symm : allLayouts)
+        for (Trans_t trans : allTrans)
+            for (const Index from : {0ul, 3ul}) {
+                const Sparse A = randomSparse(7, 7, 30, false, symm, 4);
+                const Matrix<1> x = randomVector(7, false, 1);
+                std::vector<cplx> toZero(7), toEnd(7);
+                const auto product = [&](std::vector<cplx>& y, Index to) {
+                    A.getptrZ()->yPlusAMulx(y.data(), x.gethzArr().data(), trans, nullptr, 0, nullptr, nullptr, from, to);
+                    A.getptrZ()->yMinusAMulx(y.data() + 0, x.gethzArr().data(), trans, nullptr, 0, nullptr, nullptr, 6, to);
+                };
+
+                product(toZero, 0);
+                product(toEnd, 7);
+
+                EXPECT_EQ(toZero, toEnd);
+                EXPECT_NE(toEnd, std::vector<cplx>(7)); // something was added
+            }
+}
