@@ -8,6 +8,8 @@ find_path(QX_JNI_INCLUDE jni.h
   PATHS $ENV{JAVA_HOME}/include /usr/lib/jvm/default-java/include REQUIRED)
 add_library(qx_jni INTERFACE)
 target_include_directories(qx_jni SYSTEM INTERFACE ${QX_JNI_INCLUDE} ${QX_JNI_INCLUDE}/linux)
+find_program(QX_JAVAC javac) # for tests and an example; without them these are left out
+find_program(QX_JAVA java)
 
 function(qx_find_plain target header library)
   find_path(${target}_INCLUDE ${header} PATH_SUFFIXES ${ARGN} REQUIRED)
