@@ -5,7 +5,7 @@ Expr          symbolic expressions: derivative, canonical form, solution, LaTeX
 DAE           differential-algebraic systems, reduction of the index
 Sparse        sparse matrices, to and from SciPy
 splu          sparse direct solution
-eig           eigenvalues of matrices and pencils
+eig, gmres    eigenvalues of matrices and pencils, Krylov iteration
 Table         tabulated functions
 nullspace     elimination of linear constraints
 Error         what the kernel raises: identifier, arguments, story
@@ -14,7 +14,7 @@ Error         what the kernel raises: identifier, arguments, story
 from . import _core
 from ._core import CancelToken
 from .dae import DAE
-from .dense import eig
+from .dense import eig, gmres
 from .errors import Cancelled, Error
 from .formulas import Compiled, Failures, Formulas, VectorFunction
 from .interpolation import Table
@@ -23,6 +23,15 @@ from .symbolic import Expr
 
 __version__ = _core.version
 
-__all__ = ["CancelToken", "Cancelled", "Compiled", "DAE", "Error", "Expr", "Factor", "Failures", "Formulas", "NullSpace", "Sparse", "Table", "eig", "nullspace",
-           "read_matrix_market", "splu",
-           "VectorFunction", "write_matrix_market"]
+__all__ = ["CancelToken", "Cancelled", "Compiled", "DAE", "Error", "Expr", "Factor", "Failures", "Formulas", "NullSpace",
+           "Sparse", "Table", "VectorFunction", "eig", "gmres", "nullspace", "read_matrix_market", "show_config", "splu",
+           "write_matrix_market"]
+
+
+def show_config():
+    """Prints versions and where the compiled half is."""
+    import sys
+
+    import numpy
+    print(f"qxkernel {__version__} ({_core.__file__})")
+    print(f"Python {sys.version.split()[0]}, NumPy {numpy.__version__}, threads allowed: {_core.threads()}")

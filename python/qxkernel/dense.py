@@ -1,11 +1,11 @@
-"""Dense eigenvalues."""
+"""Dense eigenvalues and GMRES."""
 
 import numpy as np
 
 from . import _core
 from .sparse import _numbers
 
-__all__ = ["eig"]
+__all__ = ["eig", "gmres"]
 
 
 def eig(A, B=None, *, left=False, right=True, homogeneous=False):
@@ -36,3 +36,17 @@ def _quotients(alpha, beta):
     with np.errstate(divide="ignore", invalid="ignore"):
         finite = beta != 0
         return np.where(finite, alpha / np.where(finite, beta, 1), np.where(alpha != 0, np.inf, np.nan))
+
+
+def gmres(A, b, x0=None, *, tol=1e-8, restart=50, max_iterations=1000):
+    """Solves A x = b for a dense matrix by GMRES, restarted.
+
+    A (n, n), b (n), x0 (n) the first guess, real or complex; converged when |b - A x| <= tol |b|.
+    Returns (x, converged). Fails: qxkernel.Error with "Internal_error_solver" for other sizes.
+    """
+    A, b = _numbers(A), _numbers(b)
+    if A.ndim != 2 or b.ndim != 1:
+        raise ValueError(f"a matrix and a vector are needed, not {A.ndim} and {b.ndim} dimensions")
+    x0 = np.zeros(b.shape, b.dtype) if x0 is None else _numbers(x0)
+    x, converged, _ = _core.gmres(A, b, x0, tol, restart, max_iterations)
+    return x, converged

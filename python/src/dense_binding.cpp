@@ -4,6 +4,7 @@
 #include "numpy_arrays.hpp"
 
 #include "arrayutil.hpp"
+#include "krylov.hpp"
 
 namespace py = pybind11;
 
@@ -97,6 +98,29 @@ py::tuple complexPencil(const py::array& a, const py::array& b, bool left, bool 
     return py::make_tuple(toNumpy(alpha), toNumpy(beta), toNumpy(VL), toNumpy(VR));
 }
 
+Matrix<2> toMatrix2(const py::array& values)
+{
+    if (isComplex(values))
+        return Matrix<2>(boost::make_shared<Array<Complex, 2>>(toArray2<Complex>(values)));
+    return Matrix<2>(boost::make_shared<Array<double, 2>>(toArray2<double>(values)));
+}
+
+/// (x, whether it has converged, flops)
+py::tuple solveByGmres(const py::array& a, const py::array& b, const py::array& start, double tol, int restart,
+                       int maxIterations)
+{
+    const Matrix<2> A = toMatrix2(a);
+    const Matrix<1> right = toMatrix1(b);
+    Matrix<1> x = toMatrix1(start);
+    double flops = 0.0;
+    int status = 0;
+    {
+        const ReleasedGil released;
+        status = gmres(A, right, x, tol, restart, 1.0, maxIterations, flops);
+    }
+    return py::make_tuple(toNumpy(x), status > 0, flops);
+}
+
 } // namespace
 
 void bindDense(py::module_& module)
@@ -107,4 +131,5 @@ void bindDense(py::module_& module)
     module.def("eig_pencil", [](const py::array& a, const py::array& b, bool left, bool right) {
         return isComplex(a) || isComplex(b) ? complexPencil(a, b, left, right) : realPencil(a, b, left, right);
     });
+    module.def("gmres", &solveByGmres);
 }

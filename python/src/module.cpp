@@ -12,6 +12,8 @@
 #include "sparse_binding.hpp"
 #include "symbolic_binding.hpp"
 
+#include "qxparallel.hpp"
+
 #include <pybind11/pybind11.h>
 
 namespace py = pybind11;
@@ -22,6 +24,7 @@ namespace py = pybind11;
 PYBIND11_MODULE(_core, module)
 {
     module.attr("version") = QX_VERSION;
+    module.def("threads", &AVAILABLETHREADS);
     watchInterpreter();
     bindFailures(module);
     bindInterruptible(module);

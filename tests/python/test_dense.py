@@ -1,6 +1,6 @@
 import numpy as np
 import pytest
-from qxkernel import eig
+from qxkernel import Error, eig, gmres
 
 
 @pytest.mark.parametrize("complex_", [False, True])
@@ -34,3 +34,30 @@ def test_what_has_no_eigenvalues_is_refused():
     with pytest.raises(ValueError):
         eig(np.eye(2), homogeneous=True)
     assert eig(np.zeros((0, 0)), right=False).shape == (0,)
+
+
+@pytest.mark.parametrize("complex_", [False, True])
+def test_gmres_converges_to_the_solution(rng, complex_):
+    A = 20 * np.eye(60) + rng.standard_normal((60, 60)) + (1j * rng.standard_normal((60, 60)) if complex_ else 0)
+    b = rng.standard_normal(60)
+
+    x, converged = gmres(A, b, restart=10, tol=1e-12)
+
+    assert converged and np.allclose(A @ x, b, rtol=1e-10)
+    assert gmres(A, b, x, tol=1e-10, max_iterations=0)[1] and not gmres(A, b, tol=1e-14, max_iterations=2)[1]
+
+
+def test_gmres_refuses_what_does_not_fit():
+    with pytest.raises(Error) as failure:
+        gmres(np.eye(3), np.ones(2))
+    assert failure.value.identifier == "Internal_error_solver"
+    with pytest.raises(ValueError):
+        gmres(np.ones(3), np.ones(3))
+
+
+def test_the_configuration_is_shown(capsys):
+    import qxkernel
+
+    qxkernel.show_config()
+
+    assert qxkernel.__version__ in capsys.readouterr().out
