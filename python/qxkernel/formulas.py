@@ -307,6 +307,11 @@ class VectorFunction:
         self._texts, self._states, self._time = tuple(texts), tuple(states), time
         self._all = self._formulas.compile(list(self._texts))
 
+    def set(self, **values):
+        """Gives further variables new values. Returns self."""
+        self._formulas.set(**values)
+        return self
+
     def _values(self, arguments):
         expected = 2 if self._time else 1
         if len(arguments) != expected:
