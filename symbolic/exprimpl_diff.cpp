@@ -3,8 +3,6 @@
 #include "exprimpl_detail.hpp"
 #include "qxexception.hpp"
 
-#include <tuple>
-
 using namespace qxsymbolic;
 
 ExprImpl::NodePtr ExprImpl::DiffPass::run(const NodePtr& root)
@@ -99,31 +97,71 @@ void ExprImpl::Binary::diffOperands(std::vector<const NodePtr*>& operands) const
 
 namespace {
 
-/// Lists longer than this are left to merging, which looks for repeated factors in them.
+/// Products of more factors are left to merging, which looks for repeated ones among them.
 constexpr std::size_t fewFactors = 64;
 
-/// a^b b/a a' for a number b, as the one Term that merging and folding would make of it; null where they would do more.
+/// Whether merging would make products of few factors of them, and no more than that.
+bool isShortProduct(const Nodes& factors)
+{
+    std::vector<const Node*> open;
+    for (const NodePtr& factor : factors)
+        open.push_back(factor.get());
+    for (std::size_t count = 0; !open.empty(); ++count) {
+        const Node& node = *open.back();
+        open.pop_back();
+        const int n = node.getChildCount();
+        switch (node.type) {
+        case Node::TypeSum:
+            if (n > 1)
+                break;
+            [[fallthrough]];
+        case Node::TypeMul:
+        case Node::TypeDiv:
+        case Node::TypeAdd:
+        case Node::TypeSub:
+        case Node::TypeUnaryPlus:
+        case Node::TypeUnaryMinus:
+        case Node::TypeTerm:
+            for (int i = 0; i < n && count + open.size() <= fewFactors; ++i)
+                open.push_back(node.childAt(i).get());
+            break;
+        default: break;
+        }
+        if (count + open.size() > fewFactors)
+            return false;
+    }
+    return true;
+}
+
+// Derivatives of nested products grow by some factors from level to level. Lists of factors within lists would be copied at
+// each level when they are merged; a chain of operators is merged in one go, through however many levels it runs. So what
+// is no longer short becomes a chain.
+
+NodePtr multiplied(const RulesPtr& rules, NodePtr chain, const Nodes& factors)
+{
+    for (const NodePtr& factor : factors)
+        chain = makeBinary(rules, Node::TypeMul, chain, factor);
+    return chain;
+}
+
+/// a^b b/a a' for a number b, as the one Term that merging would make of it while it is short.
 NodePtr powerRule(const NodePtr& power, const NodePtr& da)
 {
-    const auto& [a, b] = std::tie(power->as<ExprImpl::Binary>().left, power->as<ExprImpl::Binary>().right);
-    if (!isConstant(b))
-        return NodePtr();
-    switch (a->type) {
-    case Node::TypeIdentifier:
-    case Node::TypeFuncCall:
-    case Node::TypePow: break;
-    case Node::TypeSum:
-        if (a->as<ExprImpl::Sum>().terms.size() >= 2)
-            break;
-        [[fallthrough]];
-    default: return NodePtr();
-    }
+    const RulesPtr& rules = power->rules;
+    const NodePtr &a = power->as<ExprImpl::Binary>().left, &b = power->as<ExprImpl::Binary>().right;
+    if (!isShortProduct({da}))
+        return makeBinary(rules, Node::TypeMul, makeBinary(rules, Node::TypeDiv, multiplied(rules, b, {power}), a), da);
     Number coeff = b->getNumVal();
     Nodes num{power}, den{a};
     ExprImpl::Term::expand(da, false, coeff, num, den);
-    if (num.size() + den.size() > fewFactors)
-        return NodePtr();
-    return make<ExprImpl::Term>(power->rules, std::move(num), std::move(den), coeff);
+    return make<ExprImpl::Term>(rules, std::move(num), std::move(den), coeff);
+}
+
+/// Whether a^b b/a a' may be written as a product: merging and folding do more with other bases.
+bool isPlainBase(const NodePtr& a)
+{
+    return a->type == Node::TypeIdentifier || a->type == Node::TypeFuncCall || a->type == Node::TypePow ||
+           (a->type == Node::TypeSum && a->as<ExprImpl::Sum>().terms.size() >= 2);
 }
 
 } // namespace
@@ -148,9 +186,8 @@ ExprImpl::NodePtr ExprImpl::Binary::diffStep(const NodePtr& slot, DiffPass& pass
         const NodePtr &da = pass.of(left), &db = pass.of(right);
         if (isZero(da) && isZero(db) && !isConstant(left))
             return rules->constant(0.0);
-        if (isZero(db))
-            if (NodePtr quick = powerRule(slot, da))
-                return quick;
+        if (isZero(db) && isConstant(right) && isPlainBase(left))
+            return powerRule(slot, da);
         return binary(TypeMul, slot,
                       binary(TypeAdd, binary(TypeMul, binary(TypeDiv, right, left), da),
                              binary(TypeMul, make<FuncCall>(rules, "log", left), db)));
@@ -204,7 +241,11 @@ ExprImpl::NodePtr ExprImpl::Sum::diffStep(const NodePtr&, DiffPass& pass) const
     for (const NodePtr& term : terms)
         if (const NodePtr& d = pass.of(term); !isZero(d))
             derivs.push_back(d);
-    return derivs.empty() ? rules->constant(0.0) : make<Sum>(rules, std::move(derivs), Number());
+    if (derivs.empty())
+        return rules->constant(0.0);
+    if (derivs.size() == 1 && !isShortProduct(derivs))
+        return derivs[0];
+    return make<Sum>(rules, std::move(derivs), Number());
 }
 
 void ExprImpl::Term::diffOperands(std::vector<const NodePtr*>& operands) const
@@ -215,45 +256,62 @@ void ExprImpl::Term::diffOperands(std::vector<const NodePtr*>& operands) const
 
 namespace {
 
-/// Leibniz: the sum of the products in which one factor at a time is replaced by its derivative.
-NodePtr diffProduct(const RulesPtr& rules, const Nodes& factors, ExprImpl::DiffPass& pass)
+/// Leibniz: the products in which one factor at a time is replaced by its derivative, each as a list of factors.
+std::vector<Nodes> diffProduct(const Nodes& factors, ExprImpl::DiffPass& pass)
 {
-    Nodes summands;
+    std::vector<Nodes> products;
     for (std::size_t i = 0; i < factors.size(); ++i) {
         const NodePtr& d = pass.of(factors[i]);
         if (isZero(d))
             continue;
-        Nodes product = factors;
-        product[i] = d;
-        summands.push_back(make<ExprImpl::Term>(rules, std::move(product), Nodes(), Number(1)));
+        products.push_back(factors);
+        products.back()[i] = d;
     }
-    return summands.empty() ? rules->constant(0.0) : make<ExprImpl::Sum>(rules, std::move(summands), Number());
+    return products;
+}
+
+/// Factors whose product is the sum of products.
+Nodes sumOf(const RulesPtr& rules, std::vector<Nodes>&& products)
+{
+    if (products.size() == 1)
+        return std::move(products[0]);
+    Nodes terms;
+    terms.reserve(products.size());
+    for (Nodes& product : products)
+        terms.push_back(make<ExprImpl::Term>(rules, std::move(product), Nodes(), Number(1)));
+    return {make<ExprImpl::Sum>(rules, std::move(terms), Number())};
 }
 
 } // namespace
 
 ExprImpl::NodePtr ExprImpl::Term::diffStep(const NodePtr&, DiffPass& pass) const
 {
-    if (num.empty() && den.empty())
+    std::vector<Nodes> dNum = diffProduct(num, pass), dDen = diffProduct(den, pass);
+    if (dNum.empty() && dDen.empty())
         return rules->constant(0.0);
     const auto binary = [this](Type op, const NodePtr& a, const NodePtr& b) {
         return qxsymbolic::makeBinary(rules, op, a, b);
     };
-    NodePtr quotient = diffProduct(rules, num, pass);
-    if (den.empty() && num.size() <= fewFactors && !isZero(quotient)) { // coeff * quotient, as merging would make it
-        const auto& sum = quotient->as<Sum>();
-        return make<Term>(rules, sum.terms.size() == 1 ? sum.terms[0]->as<Term>().num : Nodes{quotient}, Nodes(), coeff);
+    const auto term = [this](Nodes&& factors) { return make<Term>(rules, std::move(factors), Nodes(), Number(1)); };
+    const bool changesAbove = !dNum.empty(), changesBelow = !dDen.empty();
+    Nodes dN = changesAbove ? sumOf(rules, std::move(dNum)) : Nodes();
+    Nodes dD = changesBelow ? sumOf(rules, std::move(dDen)) : Nodes();
+
+    if (den.empty()) {
+        if (isShortProduct(dN))
+            return make<Term>(rules, std::move(dN), Nodes(), coeff);
+        return multiplied(rules, rules->constant(coeff), dN);
     }
-    if (!den.empty()) { // (N' D - N D') / D^2
-        const NodePtr N = make<Term>(rules, num, Nodes(), Number(1));
-        const NodePtr D = make<Term>(rules, den, Nodes(), Number(1));
-        const NodePtr dD = diffProduct(rules, den, pass);
-        if (isZero(quotient) && isZero(dD))
-            return rules->constant(0.0);
-        quotient = binary(TypeDiv, binary(TypeSub, binary(TypeMul, quotient, D), binary(TypeMul, N, dD)),
-                          binary(TypePow, D, rules->constant(2.0)));
-    }
-    return isZero(quotient) ? quotient : binary(TypeMul, rules->constant(coeff), quotient);
+    // coeff (N' D - N D') / D^2
+    const NodePtr D = term(Nodes(den));
+    const NodePtr squareOfD = binary(TypePow, D, rules->constant(2.0));
+    if (!changesBelow && !isShortProduct(dN))
+        return binary(TypeDiv, binary(TypeMul, multiplied(rules, rules->constant(coeff), dN), D), squareOfD);
+    if (!changesAbove && !isShortProduct(dD))
+        return binary(TypeDiv, multiplied(rules, multiplied(rules, rules->constant(-coeff), num), dD), squareOfD);
+    const NodePtr dND = binary(TypeMul, changesAbove ? term(std::move(dN)) : rules->constant(0.0), D);
+    const NodePtr NdD = binary(TypeMul, term(Nodes(num)), changesBelow ? term(std::move(dD)) : rules->constant(0.0));
+    return binary(TypeMul, rules->constant(coeff), binary(TypeDiv, binary(TypeSub, dND, NdD), squareOfD));
 }
 
 // Linear equations.

@@ -443,7 +443,8 @@ NodePtr pullOutMagnitude(const RulesPtr& rules, const ExprImpl::Sum& sum)
 class CommonFactors
 {
 public:
-    explicit CommonFactors(const Nodes& factors) : factors_(factors), counts_(factors.size(), 1), seenBy_(factors.size(), 0)
+    explicit CommonFactors(const Nodes& factors)
+        : factors_(factors), counts_(factors.size(), 1), seenBy_(factors.size(), 0), isCommon_(factors.size(), false)
     {
         for (std::size_t i = 0; i < factors.size(); ++i)
             byHash_[hashOf(*factors[i], now_)] = i; // of two with one code the later one stands
@@ -464,13 +465,32 @@ public:
         return any;
     }
 
-    Nodes common(std::size_t nTerms) const
+    /// Those that all terms have; from here on without() takes them away.
+    Nodes common(std::size_t nTerms)
     {
         Nodes result;
-        for (std::size_t i = 0; i < factors_.size(); ++i)
-            if (counts_[i] == nTerms)
+        for (std::size_t i = 0; i < factors_.size(); ++i) {
+            isCommon_[i] = counts_[i] == nTerms;
+            if (isCommon_[i])
                 result.push_back(factors_[i]);
+        }
+        std::fill(seenBy_.begin(), seenBy_.end(), npos);
         return result;
+    }
+
+    /// The list of term number k without one occurrence of each common factor.
+    Nodes without(const Nodes& list, std::size_t k)
+    {
+        Nodes rest;
+        rest.reserve(list.size());
+        for (const NodePtr& factor : list) {
+            const std::size_t i = find(factor);
+            if (i == npos || !isCommon_[i] || seenBy_[i] == k)
+                rest.push_back(factor);
+            else
+                seenBy_[i] = k;
+        }
+        return rest;
     }
 
 private:
@@ -485,28 +505,10 @@ private:
     const Current now_ = current();
     const Nodes& factors_;
     std::vector<std::size_t> counts_;
-    std::vector<std::size_t> seenBy_;
+    std::vector<std::size_t> seenBy_; // the term that met each factor last
+    std::vector<bool> isCommon_;
     std::unordered_map<std::uint32_t, std::size_t> byHash_;
 };
-
-/// The list without one occurrence of each common factor.
-Nodes without(const Nodes& list, const Nodes& common)
-{
-    std::vector<bool> taken(common.size(), false);
-    Nodes rest;
-    rest.reserve(list.size());
-    for (const NodePtr& factor : list) {
-        bool keep = true;
-        for (std::size_t i = 0; keep && i < common.size(); ++i)
-            if (!taken[i] && Node::equals(common[i], factor)) {
-                taken[i] = true;
-                keep = false;
-            }
-        if (keep)
-            rest.push_back(factor);
-    }
-    return rest;
-}
 
 /// a*x + a*y -> a*(x + y); null if the terms have no factor in common.
 NodePtr pullOutFactors(const RulesPtr& rules, const ExprImpl::Sum& sum)
@@ -528,9 +530,9 @@ NodePtr pullOutFactors(const RulesPtr& rules, const ExprImpl::Sum& sum)
 
     Nodes rest;
     rest.reserve(sum.terms.size());
-    for (const NodePtr& node : sum.terms) {
-        const TermView term(node);
-        rest.push_back(make<ExprImpl::Term>(rules, without(*term.num, num), without(*term.den, den), *term.coeff));
+    for (std::size_t k = 0; k < sum.terms.size(); ++k) {
+        const TermView term(sum.terms[k]);
+        rest.push_back(make<ExprImpl::Term>(rules, above.without(*term.num, k), below.without(*term.den, k), *term.coeff));
     }
     const NodePtr factor = make<ExprImpl::Term>(rules, num, den, one);
     const NodePtr inner = make<ExprImpl::Sum>(rules, std::move(rest), sum.constant);

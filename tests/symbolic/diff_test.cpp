@@ -462,20 +462,60 @@ TEST(DiffCost, ProductShared60DeepIsSimplifiedAndDifferentiatedAsAGraph)
     EXPECT_LE(graphSize(e.getRoot()), levels * levels * levels);
 }
 
-TEST(DiffCost, DeepNestDifferentiatesOnASmallStack)
+namespace {
+
+std::string nested(int n, const std::string& open, const std::string& close)
 {
-    runOnStack(javaStack, [] {
-        constexpr int n = 20000;
-        std::string nest;
-        for (int i = 0; i < n; ++i)
-            nest += "sin(";
-        nest += "x" + std::string(n, ')');
-        ExprTree tree;
-        tree.scan(nest);
-        tree.simp(false);
-        tree.diff("x");
-        EXPECT_EQ(tree.getImpl()->getRoot()->getChildCount(), n); // a product of n cosines
-    });
+    std::string text;
+    for (int i = 0; i < n; ++i)
+        text += open;
+    text += "x";
+    for (int i = 0; i < n; ++i)
+        text += close;
+    return text;
+}
+
+} // namespace
+
+// Each level adds a factor or two to the derivative: lists that were copied from level to level would make minutes of it.
+TEST(DiffCost, DeepNestsDifferentiateInLinearTimeOnASmallStack)
+{
+    constexpr int n = 10000;
+    struct Nest
+    {
+        const char* open;
+        const char* close;
+        int factors;
+    };
+    for (const Nest& nest : {Nest{"sin(", ")", n}, Nest{"3*sin(2*", ")", n}, Nest{"1/(1+", ")", n}, Nest{"(y+", ")^2", n + 1},
+                             Nest{"y/(y+", ")", n + 1}, Nest{"exp(", "/y)", n + 1}})
+        runOnStack(javaStack, [&] {
+            ExprTree tree;
+            tree.scan(nested(n, nest.open, nest.close));
+            tree.simp(false);
+            tree.diff("x");
+            const NodePtr& root = tree.getImpl()->getRoot();
+            EXPECT_STREQ(root->getTypeName(), "Term") << nest.open;
+            EXPECT_NEAR(root->getChildCount(), nest.factors, 2) << nest.open;
+        });
+}
+
+TEST(DiffCost, DerivativeOfAProductHoldsItsSharedFactorsOnce)
+{
+    // The derivative of each factor has the factor itself in it: n products of n + 1 factors with n in common.
+    constexpr int n = 1500;
+    std::string product = "exp(sin(x))";
+    for (int k = 2; k <= n; ++k)
+        product += "*exp(sin(x*" + std::to_string(k) + "))";
+    ExprTree tree;
+    tree.scan(product);
+    tree.simp(false);
+    tree.diff("x");
+    const NodePtr& root = tree.getImpl()->getRoot();
+
+    ASSERT_EQ(root->getChildCount(), n + 1);
+    EXPECT_EQ(root->getChild(n)->getChildCount(), n);
+    EXPECT_LT(graphSize(root), 20u * n);
 }
 
 // Solving.
