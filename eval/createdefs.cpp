@@ -19,21 +19,16 @@ namespace {
     QX_RAISE("evalnodes", "Cannot create definitions from " + what);
 }
 
-DefinitionShadow& shadowOf(const EvalNode& node, const VarEvaluatorPtr& evaluator)
-{
-    return evaluator->getShadowHandler()->shadowOf<DefinitionShadow>(node.getId());
-}
-
 /// The definition of a node, made once for each compiler.
 template <class Make>
 int definedOnce(const EvalNode& node, const ExprComp& comp, const VarEvaluatorPtr& evaluator, Make&& make)
 {
-    DefinitionShadow& shadow = shadowOf(node, evaluator);
-    if (!shadow.holdsFor(comp.getSerial())) {
-        const int id = make();
-        shadow.store(comp.getSerial(), id);
+    int id;
+    if (!evaluator->getShadowHandler()->findDefinition(node.getId(), comp.getSerial(), id)) {
+        id = make();
+        evaluator->getShadowHandler()->setDefinition(node.getId(), comp.getSerial(), id);
     }
-    return shadow.getId();
+    return id;
 }
 
 int addConstant(double value, ExprComp& comp, int& nextId)
@@ -111,8 +106,9 @@ int StringNode::createDefs(ExprComp&, DefIds&, int&, const VarEvaluatorPtr&) con
 
 int OpNode::createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& evaluator) const
 {
-    if (const DefinitionShadow& shadow = shadowOf(*this, evaluator); shadow.holdsFor(comp.getSerial()))
-        return shadow.getId();
+    int known;
+    if (evaluator->getShadowHandler()->findDefinition(getId(), comp.getSerial(), known))
+        return known;
     // Arguments before the operation, each once: a function object finds its arguments defined, whatever the depth.
     struct Pass
     {
@@ -125,9 +121,8 @@ int OpNode::createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEval
         int leaf(const EvalNode&) { return 0; } // defined when an operation asks for it
         bool known(const ProxyNode& proxy, int& id)
         {
-            const DefinitionShadow& shadow = shadowOf(*qxeval::asOperation(&proxy), evaluator);
-            id = shadow.getId();
-            return shadow.holdsFor(comp.getSerial());
+            const unsigned long operation = qxeval::asOperation(&proxy)->getId();
+            return evaluator->getShadowHandler()->findDefinition(operation, comp.getSerial(), id);
         }
         void done(const ProxyNode&, int) {}
         int combine(const OpNode& op, const std::vector<int>&)

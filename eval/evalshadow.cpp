@@ -6,7 +6,6 @@
 
 ShadowBase::~ShadowBase() = default;
 ProxyNodeShadow::~ProxyNodeShadow() = default;
-DefinitionShadow::~DefinitionShadow() = default;
 VarNodeShadow::~VarNodeShadow() = default;
 DiffNodeShadow::~DiffNodeShadow() = default;
 EvalTreeShadow::~EvalTreeShadow() = default;
@@ -77,4 +76,18 @@ boost::shared_ptr<EvalTreeShadow> ShadowHandler::getEvalTreeShadow(unsigned long
     const auto shadow = boost::make_shared<EvalTreeShadow>();
     trees_.insert(treeId, shadow);
     return shadow;
+}
+
+bool ShadowHandler::findDefinition(unsigned long nodeId, unsigned long compiler, int& id) const
+{
+    const QxHashLookup hit = definitions_.lookup(nodeId);
+    if (!hit || definitions_.at(hit.slot).first != compiler)
+        return false;
+    id = definitions_.at(hit.slot).second;
+    return true;
+}
+
+void ShadowHandler::setDefinition(unsigned long nodeId, unsigned long compiler, int id)
+{
+    definitions_.at(definitions_.insertKey(nodeId).slot) = {compiler, id};
 }

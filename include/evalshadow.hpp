@@ -58,27 +58,8 @@ public:
     std::string diffVar;
 };
 
-/// The definition of an operation or a constant in the compiler that last asked for it.
-class QX_API DefinitionShadow : public ShadowBase
-{
-public:
-    ~DefinitionShadow() override;
-    /// compiler: ExprComp::getSerial().
-    bool holdsFor(unsigned long compiler) const { return compiler_ == compiler; }
-    int getId() const { return id_; }
-    void store(unsigned long compiler, int id)
-    {
-        compiler_ = compiler;
-        id_ = id;
-    }
-
-private:
-    unsigned long compiler_ = 0; // counted from 1
-    int id_ = 0;
-};
-
-using OpNodeShadow = DefinitionShadow;
-using GenOpNodeShadow = DefinitionShadow;
+using OpNodeShadow = ProxyNodeShadow;
+using GenOpNodeShadow = ProxyNodeShadow;
 
 /// A variable as its evaluator knows it: the definition and what was derived from it.
 class QX_API VarNodeShadow : public ShadowBase
@@ -153,7 +134,13 @@ public:
     }
     boost::shared_ptr<EvalTreeShadow> getEvalTreeShadow(unsigned long treeId);
 
+    /// The id of a node's definition in a compiler (ExprComp::getSerial()), if it was the last one that the node was
+    /// defined in.
+    bool findDefinition(unsigned long nodeId, unsigned long compiler, int& id) const;
+    void setDefinition(unsigned long nodeId, unsigned long compiler, int id);
+
 private:
     QxHashMap<boost::shared_ptr<ShadowBase>, unsigned long> nodes_;
     QxHashMap<boost::shared_ptr<EvalTreeShadow>, unsigned long> trees_;
+    QxHashMap<std::pair<unsigned long, int>, unsigned long> definitions_; // compiler and id, by node
 };

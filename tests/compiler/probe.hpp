@@ -34,6 +34,8 @@ public:
     using ExprComp::defs;
     using ExprComp::evalOps;
     using ExprComp::evalOuts;
+    using ExprComp::evalWork;
+    using ExprComp::Step;
     using ExprComp::inputIndex;
     using ExprComp::inputs;
     using ExprComp::lifeRange;

@@ -319,6 +319,22 @@ TEST(CreateDefs, OneGraphFeedsManyCompilers)
     }
 }
 
+TEST(CreateDefs, NodesThatWereDifferentiatedAreFedAndDifferentiatedAgain)
+{
+    const HostPtr host = makeHost();
+    const EvalTreePtr tree = treeOf("sin(x*y)^2/(1+x^2)");
+    const EvalTreePtr before = tree->diff("x", host);
+    Compiler comp;
+    const int value = comp.feed(tree->getRoot(host), host), slope = comp.feed(before->getRoot(host), host);
+
+    EXPECT_EQ(tree->diff("x", host)->getExpr(), before->getExpr());
+    EXPECT_EQ(comp.feed(before->getRoot(host), host), slope);
+    const std::vector<double> values = comp.values({{"x", 0.5}, {"y", 2}}, {value, slope});
+    const double s = std::sin(1.0), c = std::cos(1.0);
+    EXPECT_DOUBLE_EQ(values[0], s * s / 1.25);
+    EXPECT_DOUBLE_EQ(values[1], 4 * s * c / 1.25 - s * s / (1.25 * 1.25));
+}
+
 TEST(CreateDefs, ChainOfAMillionOperationsTakesNoMachineStack)
 {
     const HostPtr host = makeHost();
