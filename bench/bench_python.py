@@ -133,9 +133,10 @@ def main():
     if options.cpu:
         global clock
         clock = time.process_time
+    kind = "processor" if options.cpu else "wall"
     bench = Bench(3 if options.quick else options.rounds)
     print(f"qxkernel {qx.__version__}, Python {platform.python_version()}, NumPy {np.__version__}, "
-          f"{platform.processor() or platform.machine()}, {"processor" if options.cpu else "wall"} time, {time.strftime('%Y-%m-%d')}")
+          f"{platform.processor() or platform.machine()}, {kind} time, {time.strftime('%Y-%m-%d')}")
     formulas(bench, (10**4,) if options.quick else (10**4, 10**5, 10**6))
     bench.rounds = min(bench.rounds, 3)
     solution(bench, (8,) if options.quick else (24,))
