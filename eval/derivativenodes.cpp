@@ -198,10 +198,11 @@ void VarDiffNode::compute(const ValRepPtr& rep, const VarEvaluatorPtr& evaluator
     try {
         root = resolve(evaluator);
     } catch (const qxbase::Exception& e) {
-        if (e.getId() != "circvar")
+        const std::string id = e.getId();
+        if (id != "circvar" && id != "Expression_nested_too_deeply")
             throw;
         rep->setNaN(); // what raises in a derivative is a NaN in an evaluation
-        newLine(rep, "circvar", __LINE__)["var"] = name_;
+        newLine(rep, id.c_str(), __LINE__)["var"] = name_;
         return;
     }
     const RecLimCheck check(evaluator, text_);

@@ -395,7 +395,7 @@ ValRepPtr OpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& c
 /// This operation alone applied to the values of its arguments.
 ValRepPtr OpNode::walk(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
-    if (qxeval::stackRoom() < qxeval::deepEvalRoom)
+    if (qxeval::lacksStack(qxeval::deepEvalRoom))
         return DeepEvaluation(evaluator, cache, flags)(*this);
     // The results are held by these locals alone, so that apply may overwrite a temporary.
     switch (args_.size()) {

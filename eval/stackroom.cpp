@@ -2,7 +2,7 @@
 
 #include "qxexception.hpp"
 
-#include <limits>
+#include <algorithm>
 #include <pthread.h>
 
 namespace qxeval {
@@ -37,18 +37,20 @@ __attribute__((noinline)) void findBounds()
 
 } // namespace
 
-std::size_t stackRoom()
+bool lacksStack(const StackRoom& room)
 {
     const char* const here = static_cast<const char*>(__builtin_frame_address(0));
     if (bounds.high == nullptr)
         findBounds();
-    return here > bounds.low && here < bounds.high ? static_cast<std::size_t>(here - bounds.low)
-                                                   : std::numeric_limits<std::size_t>::max();
+    if (here <= bounds.low || here >= bounds.high)
+        return false;
+    const auto size = static_cast<std::size_t>(bounds.high - bounds.low);
+    return static_cast<std::size_t>(here - bounds.low) < std::min(room.fixed, size / room.share);
 }
 
 void requireStack()
 {
-    if (stackRoom() < minimalRoom)
+    if (lacksStack(minimalRoom))
         QX_RAISE("evalnodes", "Expression_nested_too_deeply");
 }
 

@@ -5,17 +5,23 @@
 /// Machine stack that evaluation leaves untouched, so that a graph of any depth never ends the process.
 namespace qxeval {
 
-/// Below this a graph of operations is evaluated with an explicit stack.
-constexpr std::size_t deepEvalRoom = std::size_t(512) << 10;
-/// Below this a variable counts as nested without end.
-constexpr std::size_t variableRoom = std::size_t(256) << 10;
-/// Below this anything else that recurses refuses.
-constexpr std::size_t minimalRoom = std::size_t(128) << 10;
+/// What is left for the rest of the work, of a stack of any size: the smaller of a fixed room and a share of the stack.
+struct StackRoom
+{
+    std::size_t fixed;
+    unsigned share; ///< one part in this many
+};
+/// With less than this a graph of operations is evaluated with an explicit stack.
+constexpr StackRoom deepEvalRoom{std::size_t(512) << 10, 2};
+/// With less than this no variable is entered.
+constexpr StackRoom variableRoom{std::size_t(256) << 10, 4};
+/// With less than this anything else that recurses refuses.
+constexpr StackRoom minimalRoom{std::size_t(128) << 10, 8};
 
-/// Bytes left on the calling thread's stack; a very large number if the stack is not one of the system's (a fibre).
-std::size_t stackRoom();
+/// Less than the room is left on the calling thread's stack. False if the stack is not one of the system's (a fibre).
+bool lacksStack(const StackRoom& room);
 
-/// Raises "Expression_nested_too_deeply" with less than minimalRoom bytes left.
+/// Raises "Expression_nested_too_deeply" with less than minimalRoom left.
 void requireStack();
 
 } // namespace qxeval

@@ -94,7 +94,12 @@ void RecLimCheck::init(const boost::shared_ptr<RecCount>& count, const std::stri
 
 bool RecLimCheck::isLimitExceeded() const
 {
-    return (count_ && count_->getDepth() >= variableDepthLimit) || qxeval::stackRoom() < qxeval::variableRoom;
+    return isTooDeep() || qxeval::lacksStack(qxeval::variableRoom);
+}
+
+bool RecLimCheck::isTooDeep() const
+{
+    return count_ && count_->getDepth() >= variableDepthLimit;
 }
 
 bool RecLimCheck::isInfiniteLoop() const
@@ -108,8 +113,9 @@ void RecLimCheck::setCircular(const std::string& name)
         count_->getMark().meetLimit();
     if (!errors_)
         errors_ = boost::make_shared<ErrInfo>();
+    const bool stackEnds = !isTooDeep() && !isInfiniteLoop() && qxeval::lacksStack(qxeval::variableRoom);
     errors_->newLine("varevaluator", __LINE__);
-    (*errors_)["message"] = "circvar";
+    (*errors_)["message"] = stackEnds ? "Expression_nested_too_deeply" : "circvar";
     (*errors_)["var"] = name;
 }
 

@@ -156,8 +156,8 @@ private:
 /// The scope of one variable's evaluation: stops definitions that refer to themselves.
 ///
 /// Made on the stack as each variable is entered; the destructor goes back by one, on every way out. Reports when the
-/// variable that started the check is met again, at a depth of 10000 variables, or when less than 256 KB of the
-/// machine stack is left. The name is lent for the scope's life.
+/// variable that started the check is met again, at a depth of 10000 variables, or when less than 256 KB, or a quarter, of
+/// the machine stack is left. The name is lent for the scope's life.
 class QX_API RecLimCheck
 {
 public:
@@ -171,7 +171,8 @@ public:
 
     bool isLimitExceeded() const;
     bool isInfiniteLoop() const;
-    /// Opens the record of a circular definition: "message" = "circvar", "var" = name.
+    /// Opens the record of a definition that cannot be followed: "message" = "circvar" for a circular one, found by its start
+    /// or its depth, "Expression_nested_too_deeply" for one that only lacks machine stack; "var" = name.
     void setCircular(const std::string& name);
     bool isError() const;
     /// The record; null without an error.
@@ -182,6 +183,7 @@ public:
     const std::string& getName() const { return name_; }
 
 private:
+    bool isTooDeep() const;
     void leave();
 
     RecCount* count_ = nullptr;

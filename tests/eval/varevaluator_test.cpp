@@ -245,12 +245,38 @@ TEST(RecLimCheck, PassesADepthOf9999AndRefusesADepthOf10000)
 
 TEST(RecLimCheck, RefusesBeforeASmallStackEnds)
 {
-    runOnStack(javaStack, [] {
-        const HostPtr host = chainHost(9000);
-        EXPECT_EQ(realValue("v100", host), 100.0);
-        const ValRepPtr value = evalText("v9000", host);
+    for (const std::size_t stack : {javaStack, javaStack / 3, javaStack / 4, javaStack / 8})
+        runOnStack(stack, [stack] {
+            const HostPtr host = chainHost(9000);
+            EXPECT_EQ(realValue("v20", host), 20.0) << stack;
+            const ValRepPtr value = evalText("v9000", host);
+            ASSERT_TRUE(value->isNaN()) << stack;
+            EXPECT_EQ(value->getErrors()->get(0, "message"), "Expression_nested_too_deeply") << stack;
+            EXPECT_EQ(raisedId([&] { treeOf("v9000")->diff("v0", host); }), "Expression_nested_too_deeply") << stack;
+            EXPECT_EQ(raisedId([&] { treeOf("v9000")->depends({"v0"}, host); }), "Expression_nested_too_deeply") << stack;
+        });
+}
+
+TEST(RecLimCheck, RecordsALackOfStackOnce)
+{
+    runOnStack(javaStack / 4, [] {
+        const ValRepPtr value = evalText("v9000", chainHost(9000));
         ASSERT_TRUE(value->isNaN());
-        EXPECT_EQ(value->getErrors()->get(0, "message"), "circvar");
+        std::size_t told = 0;
+        const qxbase::Exception story = value->getErrors()->makeException();
+        for (std::size_t i = 0; i < story.size(); ++i)
+            told += story.getId(i) == "Expression_nested_too_deeply";
+        EXPECT_EQ(told, 1u);
+        EXPECT_GT(story.size(), 20u);
+    });
+}
+
+TEST(RecLimCheck, EvaluatesFunctionsOfEveryKindOnA128KilobyteStack)
+{
+    runOnStack(javaStack / 8, [] {
+        const HostPtr host = makeHost({{"x", {0.5, 0.25}}, {"y", {-0.5}}});
+        host->definitions["u"] = "sqrt(y)+besselj(0.5,x)+d(sin(x)*exp(x),x)+erf(x)+qxsmhs(x,0.5)";
+        EXPECT_FALSE(evalText("abs(u)+x^1.5+log(y)", host)->isNaN());
     });
 }
 
