@@ -2,7 +2,6 @@
 
 #include "errinfo.hpp"
 #include "evalrep_detail.hpp"
-#include "evalshadow.hpp"
 #include "graphwalk_detail.hpp"
 #include "nodemaker.hpp"
 #include "noderelease_detail.hpp"
@@ -40,7 +39,7 @@ EvalNodePtr resolved(const EvalNode& node, const VarEvaluatorPtr& evaluator, Res
 {
     qxeval::requireStack();
     boost::shared_ptr<DiffNodeShadow> shadow;
-    evaluator->getShadowHandler()->getShadow(node.getId(), shadow);
+    node.getShadow(evaluator, shadow);
     if (shadow->shouldUpdateCache(evaluator->getVersion()))
         shadow->initCache(evaluator, resolve());
     return shadow->root;
@@ -123,22 +122,47 @@ ValRepPtr GenOpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr
     return result;
 }
 
+boost::shared_ptr<GenOpNodeShadow> GenOpNode::currentShadow(const VarEvaluatorPtr& evaluator) const
+{
+    boost::shared_ptr<GenOpNodeShadow> shadow;
+    getShadow(evaluator, shadow);
+    if (shadow->shouldUpdateCache(evaluator->getVersion()))
+        shadow->initCache(evaluator);
+    return shadow;
+}
+
 EvalNodePtr GenOpNode::diff(const std::string& var, const VarEvaluatorPtr& evaluator) const
 {
     qxeval::requireStack();
-    return evaluator->diff(evaluator, name_, args_, var);
+    const auto shadow = currentShadow(evaluator);
+    if (shadow->diff && shadow->diffVar == var)
+        return shadow->diff;
+    const EvalNodePtr result = evaluator->diff(evaluator, name_, args_, var);
+    shadow->diff = result;
+    shadow->diffVar = var;
+    return result;
 }
 
 DepInfo GenOpNode::depends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const
 {
     qxeval::requireStack();
-    return evaluator->depends(evaluator, name_, args_, vars);
+    const auto shadow = currentShadow(evaluator);
+    if (const DepInfo* const known = shadow->depends.find(vars))
+        return *known;
+    const DepInfo info = evaluator->depends(evaluator, name_, args_, vars);
+    shadow->depends.store(vars, info);
+    return info;
 }
 
 DepInfo GenOpNode::jacDepends(const std::vector<std::string>& vars, const VarEvaluatorPtr& evaluator) const
 {
     qxeval::requireStack();
-    return evaluator->jacDepends(evaluator, name_, args_, vars);
+    const auto shadow = currentShadow(evaluator);
+    if (const DepInfo* const known = shadow->jacDepends.find(vars))
+        return *known;
+    const DepInfo info = evaluator->jacDepends(evaluator, name_, args_, vars);
+    shadow->jacDepends.store(vars, info);
+    return info;
 }
 
 EvalNodePtr GenOpNode::simplify(const VarEvaluatorPtr& evaluator) const

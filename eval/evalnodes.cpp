@@ -15,6 +15,8 @@
 #include "varevaluator.hpp"
 
 #include <algorithm>
+#include <clocale>
+#include <cstdlib>
 #include <ostream>
 
 namespace {
@@ -186,11 +188,18 @@ std::ostream& operator<<(std::ostream& out, const EvalNode& node)
 
 // Constants ----------------------------------------------------------------------------------------------------------
 
-ConstNode::ConstNode(const std::string& text, unsigned long id) : EvalNode(id), real_(qxGetNaN())
+/// The number at the start of a text, as strtod reads it in the "C" locale; NaN if there is none.
+static double numberAtStart(const std::string& text)
 {
-    const std::size_t start = std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size());
-    qxutil::scanDouble(std::string_view(text).substr(start), real_);
-    value_ = boost::make_shared<ValRep>(real_);
+    static const locale_t c = newlocale(LC_ALL_MASK, "C", nullptr);
+    char* end = nullptr;
+    const double number = strtod_l(text.c_str(), &end, c);
+    return end == text.c_str() ? qxGetNaN() : number;
+}
+
+ConstNode::ConstNode(const std::string& text, unsigned long id)
+    : EvalNode(id), real_(numberAtStart(text)), value_(boost::make_shared<ValRep>(real_))
+{
     init();
 }
 

@@ -21,7 +21,7 @@ bool dependsOnAnything(const DepInfo& info)
 boost::shared_ptr<ProxyNodeShadow> currentShadow(const EvalNode& node, const VarEvaluatorPtr& evaluator)
 {
     boost::shared_ptr<ProxyNodeShadow> shadow;
-    evaluator->getShadowHandler()->getShadow(node.getId(), shadow);
+    node.getShadow(evaluator, shadow);
     if (shadow->shouldUpdateCache(evaluator->getVersion()))
         shadow->initCache(evaluator);
     return shadow;
@@ -277,7 +277,7 @@ private:
 boost::shared_ptr<VarNodeShadow> currentVarShadow(const VarNode& node, const VarEvaluatorPtr& evaluator)
 {
     boost::shared_ptr<VarNodeShadow> shadow;
-    evaluator->getShadowHandler()->getShadow(node.getId(), shadow);
+    node.getShadow(evaluator, shadow);
     if (shadow->shouldUpdateCache(evaluator->getVersion()))
         shadow->initCache(evaluator, node.getVarName());
     return shadow;

@@ -7,6 +7,7 @@
 #include "evalrep_detail.hpp"
 #include "functions/kernels_detail.hpp"
 #include "graphwalk_detail.hpp"
+#include "perthread_detail.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -320,54 +321,47 @@ struct Workspaces
     Registers registers;
 };
 
-__attribute__((tls_model("initial-exec"))) thread_local Workspaces* workspaces = nullptr;
-
-__attribute__((noinline)) void makeWorkspaces()
-{
-    struct Owner
-    {
-        Workspaces all;
-        Owner() { workspaces = &all; }
-        ~Owner() { workspaces = nullptr; }
-    };
-    static thread_local Owner owner;
-    if (workspaces == nullptr) // a value that ends after this thread's own is evaluated
-        throw std::bad_alloc();
-}
-
 /// The workspace of the next level for a scope.
 class WorkspaceLease
 {
 public:
-    explicit WorkspaceLease(std::size_t slots) : slots_(slots)
+    explicit WorkspaceLease(std::size_t slots) : slots_(slots), all_(PerThread<Workspaces>::get())
     {
-        if (workspaces == nullptr)
-            makeWorkspaces();
-        if (workspaces->used == workspaces->levels.size())
-            workspaces->levels.push_back(std::make_unique<Workspace>());
-        space_ = workspaces->levels[workspaces->used].get();
+        if (all_ == nullptr) {
+            own_ = std::make_unique<Workspaces>();
+            all_ = own_.get();
+        }
+        if (all_->used == all_->levels.size())
+            all_->levels.push_back(std::make_unique<Workspace>());
+        space_ = all_->levels[all_->used].get();
         if (space_->operands.size() < slots) {
             space_->values.resize(slots);
             space_->numbers.resize(slots);
             space_->operands.resize(slots);
         }
-        ++workspaces->used;
+        ++all_->used;
     }
     ~WorkspaceLease()
     {
         for (std::size_t i = 0; i < slots_; ++i)
             space_->values[i].reset();
-        workspaces->registers.shrink();
-        --workspaces->used;
+        all_->registers.shrink();
+        if (space_->operands.size() > keptSlots)
+            *space_ = Workspace();
+        --all_->used;
     }
     WorkspaceLease(const WorkspaceLease&) = delete;
     WorkspaceLease& operator=(const WorkspaceLease&) = delete;
 
     Workspace* operator->() const { return space_; }
-    Registers& registers() const { return workspaces->registers; }
+    Registers& registers() const { return all_->registers; }
 
 private:
+    static constexpr std::size_t keptSlots = std::size_t(1) << 20; // of larger ones the memory goes back
+
     const std::size_t slots_;
+    Workspaces* all_;
+    std::unique_ptr<Workspaces> own_; // after the end of the thread's
     Workspace* space_;
 };
 

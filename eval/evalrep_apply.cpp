@@ -2,6 +2,7 @@
 // make of the result.
 
 #include "eval/evalrep_detail.hpp"
+#include "eval/perthread_detail.hpp"
 #include "evalfun.hpp"
 #include "evalfun_basic.hpp"
 #include "evalfun_binary.hpp"
@@ -236,23 +237,21 @@ template <class T>
 class Scratch
 {
 public:
-    Scratch() { vector.swap(kept()); }
+    Scratch()
+    {
+        if (std::vector<T>* const kept = qxeval::PerThread<std::vector<T>>::get())
+            vector.swap(*kept);
+    }
     ~Scratch()
     {
         vector.clear();
-        vector.swap(kept());
+        if (std::vector<T>* const kept = qxeval::PerThread<std::vector<T>>::get())
+            vector.swap(*kept);
     }
     Scratch(const Scratch&) = delete;
     Scratch& operator=(const Scratch&) = delete;
 
     std::vector<T> vector;
-
-private:
-    static std::vector<T>& kept()
-    {
-        static thread_local std::vector<T> v;
-        return v;
-    }
 };
 
 template <class BlocksOf>

@@ -188,7 +188,7 @@ using Ceil = Rounding<up>;
 
 struct Exp : FunctionDefaults
 {
-    static constexpr ComplexBit bit = ComplexBit::Always;
+    static constexpr ComplexBit bit = ComplexBit::AxisOrByResult;
     static V real(V x) { return vexp(x); }
     static Z complex(Z z)
     {

@@ -29,7 +29,7 @@ namespace {
 
 constexpr unsigned kComplexBit = 1, kDomainBit = 2, kKindBit = 4; // FunBits
 
-enum class ComplexBit { Never, ByResult, Always };
+enum class ComplexBit { Never, ByResult, AxisOrByResult, Always }; // Axis: where the imaginary part of z is 0
 
 struct FunctionDefaults
 {
@@ -129,8 +129,10 @@ unsigned complexLoop(double* out, const double* x, std::size_t n)
         const Z z = asComplex(loadAs<xComplex>(from));
         const Z w = F::complex(z);
         storeZ(to, w);
-        if constexpr (F::bit == ComplexBit::ByResult)
+        if constexpr (F::bit == ComplexBit::ByResult || F::bit == ComplexBit::AxisOrByResult)
             notReal |= w.im != 0.0;
+        if constexpr (F::bit == ComplexBit::AxisOrByResult)
+            notReal |= z.im == 0.0;
         if constexpr (requires { F::kindError(z); })
             undefined |= F::kindError(z);
     };

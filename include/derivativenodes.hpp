@@ -1,10 +1,12 @@
 #pragma once
 
 #include "evalnodes.hpp"
+#include "evalshadow.hpp"
 
 #include <string>
 
-/// An operator of the host applied to argument nodes: everything about it is asked of the evaluator, by name.
+/// An operator of the host applied to argument nodes: everything about it is asked of the evaluator, by name. Derivative
+/// and dependence are asked once a version and remembered, whatever the number of arguments.
 class QX_API GenOpNode : public EvalNode
 {
 public:
@@ -25,6 +27,8 @@ public:
     const EvalNodes& getArgs() const { return args_; }
 
 private:
+    boost::shared_ptr<GenOpNodeShadow> currentShadow(const VarEvaluatorPtr&) const;
+
     const std::string name_;
     EvalNodes args_;
 };

@@ -28,6 +28,8 @@ using DefIds = QxHashMap<int, std::string, QxHashFun, QxHashComp>;
 /// belongs to the evaluator and is found by the node's id. Nodes are made by a NodeMaker and held by boost::shared_ptr;
 /// releasing a graph takes no machine stack in proportion to its depth. The virtual operations are an interface to other
 /// native libraries: their order is fixed, new ones go to the end.
+///
+/// Fails, all operations: std::bad_alloc passes through; nodes, caches and shadows stay usable.
 class QX_API EvalNode
 {
 public:
@@ -74,6 +76,9 @@ public:
     virtual int createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& evaluator) const;
 
     unsigned long getId() const { return id_; }
+    /// The node's shadow for an evaluator, made if it is not there. Defined in evalshadow.hpp.
+    template <class T>
+    void getShadow(const VarEvaluatorPtr& evaluator, boost::shared_ptr<T>& out) const;
 
 private:
     const unsigned long id_;
@@ -83,7 +88,7 @@ private:
 class QX_API ConstNode : public EvalNode
 {
 public:
-    /// Reads the text as a number; NaN if it is none.
+    /// Reads the number at the start of the text as strtod does in the "C" locale, "0x1F" as 31; NaN if there is none.
     ConstNode(const std::string& text, unsigned long id);
     ConstNode(double v, unsigned long id);
     ConstNode(const std::complex<double>& v, unsigned long id);

@@ -34,6 +34,8 @@ using CValRepReaderPtr = boost::shared_ptr<CValRepReader>;
 /// allocator and go back to it when the value ends; they may be longer than size, which is the truth. Without an
 /// allocator arrays come from the heap.
 ///
+/// Fails, all operations: std::bad_alloc passes through; operands that others hold are as they were.
+///
 /// Threads: a value is used by one thread at a time. isZero(tol) and getErrors() change the object: do not call them on
 /// a value that other threads can reach.
 class QX_API ValRep

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "depinfo.hpp"
+#include "evalnodes.hpp"
 #include "fwd.hpp"
 #include "qxexport.hpp"
 #include "qxhash.hpp"
+#include "varevaluator.hpp"
 
 #include <boost/make_shared.hpp>
 #include <string>
@@ -144,3 +146,9 @@ private:
     QxHashMap<boost::shared_ptr<EvalTreeShadow>, unsigned long> trees_;
     QxHashMap<std::pair<unsigned long, int>, unsigned long> definitions_; // compiler and id, by node
 };
+
+template <class T>
+void EvalNode::getShadow(const VarEvaluatorPtr& evaluator, boost::shared_ptr<T>& out) const
+{
+    evaluator->getShadowHandler()->getShadow(id_, out);
+}

@@ -18,6 +18,8 @@
 /// Parsing happens once, under a lock: several threads may evaluate one tree, each with its own evaluator and cache. Its
 /// nodes come from the NodeMaker of the evaluator that parsed it and live as long as the tree. Trees nested or chained a
 /// million deep are parsed, evaluated and released on a small machine stack.
+///
+/// Fails, all operations: std::bad_alloc passes through; the tree is as it was, and usable.
 class QX_API EvalTree
 {
 public:

@@ -31,7 +31,7 @@ public:
     /// values[i] becomes what tree i gives when it is evaluated on its own, a NaN value with its story included.
     /// The first call parses the trees and finds what they share. Cost: one pass over the points for each distinct
     /// operation; no allocation from the second call on with the same shapes.
-    /// Fails: as EvalTree::eval; values is then unspecified.
+    /// Fails: as EvalTree::eval, std::bad_alloc included; values is then unspecified, the set stays usable.
     void eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, std::vector<ValRepPtr>& values);
 
     const std::vector<EvalTreePtr>& getTrees() const { return trees_; }

@@ -19,6 +19,7 @@
 /// table in use, or has a number past the last table, builds an unshared node. Equal nodes of two threads are never
 /// merged. Held by boost::shared_ptr and kept by the evaluators of a model; nodes keep living after it is gone.
 /// Limits: a table of operations or trees is wiped when it holds 16384 entries; later requests then build new nodes.
+/// Fails, all operations: std::bad_alloc passes through; the factory stays usable.
 class QX_API NodeMaker
 {
 public:

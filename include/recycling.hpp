@@ -4,6 +4,7 @@
 // calls no allocator.
 
 #include <cstddef>
+#include <cstdint>
 #include <new>
 
 namespace qxeval {
@@ -20,21 +21,21 @@ public:
         const std::size_t c = classOf(bytes);
         if (c >= kClasses)
             return ::operator new(bytes);
-        Lists& mine = ofThread();
-        Block* const b = mine.free[c];
+        Lists* const mine = ofThread();
+        Block* const b = isInUse(mine) ? mine->free[c] : nullptr;
         if (b == nullptr)
             return ::operator new((c + 1) * kStep);
-        mine.free[c] = b->next;
-        --mine.count[c];
+        mine->free[c] = b->next;
+        --mine->count[c];
         return b;
     }
 
     static void give(void* p, std::size_t bytes) noexcept
     {
         const std::size_t c = classOf(bytes);
-        if (c < kClasses) {
-            Lists& mine = ofThread();
-            if (mine.count[c] < kKept && (mine.state == Lists::InUse || begin(mine))) {
+        if (c < kClasses && (isInUse(ofThread()) || begin())) {
+            Lists& mine = *ofThread();
+            if (mine.count[c] < kKept) {
                 mine.free[c] = new (p) Block{mine.free[c]};
                 ++mine.count[c];
                 return;
@@ -49,46 +50,50 @@ private:
         Block* next;
     };
     static constexpr std::size_t kClasses = kLargest / kStep;
-    // Without constructor and destructor, so that an access is a plain load.
     struct Lists
     {
-        Block* free[kClasses];
-        std::size_t count[kClasses];
-        enum State { New, InUse, Ended } state; // values with static storage may end after their thread's list
+        Block* free[kClasses] = {};
+        std::size_t count[kClasses] = {};
     };
+    static constexpr std::uintptr_t kEnded = 1; // values with static storage may end after their thread's lists
 
     static std::size_t classOf(std::size_t bytes) { return (bytes - 1) / kStep; }
+    static bool isInUse(const Lists* lists) { return reinterpret_cast<std::uintptr_t>(lists) > kEnded; }
 
-    static Lists& ofThread()
+    /// The lists of this thread: null at first, kEnded at last. One pointer of static thread storage.
+    static Lists*& ofThread()
     {
 #ifdef QX_BUILDING_LIBRARY
         __attribute__((tls_model("initial-exec")))
 #endif
-        static thread_local constinit Lists lists{};
+        static thread_local constinit Lists* lists = nullptr;
         return lists;
     }
 
-    /// Sees to the end of the list of this thread. False when it has ended.
-    __attribute__((noinline)) static bool begin(Lists& lists) noexcept
+    /// Makes the lists of this thread and sees to their end. False when they have ended, or without memory for them.
+    __attribute__((noinline)) static bool begin() noexcept
     {
         struct End
         {
             ~End()
             {
-                Lists& mine = ofThread();
-                mine.state = Lists::Ended;
-                for (Block*& head : mine.free)
+                Lists* const mine = ofThread();
+                ofThread() = reinterpret_cast<Lists*>(kEnded);
+                for (Block*& head : mine->free)
                     while (Block* b = head) {
                         head = b->next;
                         ::operator delete(b);
                     }
+                delete mine;
             }
         };
-        if (lists.state == Lists::Ended)
+        if (ofThread() != nullptr)
+            return false;
+        ofThread() = new (std::nothrow) Lists;
+        if (ofThread() == nullptr)
             return false;
         static thread_local const End end;
         (void)end;
-        lists.state = Lists::InUse;
         return true;
     }
 };

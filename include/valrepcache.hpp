@@ -13,7 +13,7 @@
 /// A key is a name with the flag bits of EvalVariantMask, so one name has up to four values. reset() starts the next
 /// pass; names and storage of the last one are kept, so that a pass with the same names and shapes allocates nothing.
 /// Derivatives of definitions are kept beside the variables, under names that begin with derivativeMark.
-/// One object belongs to one thread.
+/// One object belongs to one thread. std::bad_alloc passes through; the cache stays usable.
 class QX_API ValRepCache
 {
 public:

@@ -221,7 +221,8 @@ public:
 /// Passed to itself as the first argument of its operations, so that a wrapper can hand its own pointer to nodes. The
 /// virtual operations are an interface to other native libraries: their order is fixed, new ones go to the end.
 /// One object, its ShadowHandler and its RecCount belong to one thread at a time; the NodeMaker is shared by all
-/// evaluators of a model. Names in arguments: var and vars are variables, an empty list means any basic variable.
+/// evaluators of a model. Names in arguments: var and vars are variables, an empty list means any basic variable. What a
+/// host raises in them, std::bad_alloc included, passes through the evaluation, which can then be repeated.
 class QX_API VarEvaluator
 {
 public:

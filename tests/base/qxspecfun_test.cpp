@@ -317,3 +317,16 @@ TEST(IncompleteBeta, ClosedFormsAndLimits)
                                   {quietNaN, 1.0, 1.0}, {0.5, 0.0, 0.0}, {0.5, infinity, infinity}})
         EXPECT_EQ(qxbetainc(x, a, b, r), QxSpecfunDomain);
 }
+
+TEST(Qxspecfun, ComplexBesselFunctionsRefuseNaN)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    using ComplexBessel = int (*)(double, const std::complex<double>&, std::complex<double>&);
+    for (const ComplexBessel f : {ComplexBessel(qxbesselj), ComplexBessel(qxbessely), ComplexBessel(qxbesseli), ComplexBessel(qxbesselk)}) {
+        std::complex<double> r;
+        EXPECT_EQ(f(nan, {1.0, 0.5}, r), QxSpecfunDomain);
+        EXPECT_EQ(f(0.5, {nan, 0.5}, r), QxSpecfunDomain);
+        EXPECT_EQ(f(0.5, {1.0, nan}, r), QxSpecfunDomain);
+        EXPECT_EQ(f(0.5, {1.0, 0.5}, r), QxSpecfunOk);
+    }
+}

@@ -559,6 +559,65 @@ TEST(TreeDepends, IsMemoisedPerVariablesAndVersion)
 
 // Simplification --------------------------------------------------------------------------------------------------------
 
+TEST(TreeDepends, OfASharedPartIsTheSameWhenItIsAskedAgain)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}, {"y", {3.0}}});
+    NodeMaker& maker = *host->getNodeMaker();
+    const EvalNodePtr x = maker.makeVarNode("x"), y = maker.makeVarNode("y");
+    const EvalNodePtr part = maker.makeOpNode(SIN, x), again = maker.makeOpNode(SIN, x); // shared now
+    ASSERT_EQ(part, again);
+    const EvalNodePtr root = maker.makeOpNode(TIMES, part, maker.makeOpNode(PLUS, again, y));
+
+    for (int pass = 0; pass < 2; ++pass)
+        for (const EvalNodePtr& node : {part, root}) {
+            EXPECT_TRUE(node->depends({"x"}, host).isSolDepAll()) << pass;
+            EXPECT_EQ(node->depends({"y"}, host).isSolDepAll(), node == root) << pass;
+            EXPECT_FALSE(node->depends({"z"}, host).isSolDepAll()) << pass;
+            EXPECT_TRUE(node->jacDepends({"x"}, host).isSolDepAll()) << pass;
+            EXPECT_FALSE(node->jacDepends({"z"}, host).isSolDepAll()) << pass;
+        }
+}
+
+TEST(TreeDepends, OfAHostOperatorIsAskedOnceAVersionWhateverTheNumberOfArguments)
+{
+    class Counting : public Host
+    {
+    public:
+        using Host::depends;
+        using Host::diff;
+        using Host::jacDepends;
+        DepInfo depends(const VarEvaluatorPtr& e, const std::string& op, const EvalNodes& args,
+                        const std::vector<std::string>& vars) override
+        {
+            return ++asked, VarEvaluator::depends(e, op, args, vars);
+        }
+        DepInfo jacDepends(const VarEvaluatorPtr& e, const std::string& op, const EvalNodes& args,
+                           const std::vector<std::string>& vars) override
+        {
+            return ++asked, VarEvaluator::jacDepends(e, op, args, vars);
+        }
+        EvalNodePtr diff(const VarEvaluatorPtr&, const std::string&, const EvalNodes& args, const std::string&) override
+        {
+            return ++asked, args[0];
+        }
+        int asked = 0;
+    };
+    for (const char* text : {"op(x,y)", "op(x,y,x,y,x)"}) {
+        const auto host = boost::make_shared<Counting>();
+        host->operators["op"] = text[6] == ')' ? 2 : 5;
+        const EvalNodePtr root = treeOf(text)->getRoot(host);
+        for (int pass = 0; pass < 2; ++pass) {
+            root->depends({"x"}, host);
+            root->jacDepends({"x"}, host);
+            root->diff("x", host);
+        }
+        EXPECT_EQ(host->asked, 3) << text;
+        host->updateVersion();
+        root->depends({"x"}, host);
+        EXPECT_EQ(host->asked, 4) << text;
+    }
+}
+
 TEST(TreeSimplify, UsesTheFunctionsRulesAndKeepsTheText)
 {
     const HostPtr host = makeHost({{"x", {2.0}}});
@@ -616,7 +675,7 @@ TEST(TreeLinearize, LeavesVariablesOutWhoseDerivativeIsZero)
     EXPECT_EQ(linear[0].first, "x");
 }
 
-TEST(TreeLinearize, IsMadeAnewForAnotherVersionOrFlag)
+TEST(TreeLinearize, IsMadeAnewForAnotherVersion)
 {
     const HostPtr host = makeHost({{"x", {2.0}}});
     host->definitions["w"] = "x";
@@ -624,9 +683,22 @@ TEST(TreeLinearize, IsMadeAnewForAnotherVersionOrFlag)
     EXPECT_EQ(tree->linearize(host).size(), 1u);
     host->definitions["w"] = "3";
     EXPECT_EQ(tree->linearize(host).size(), 1u) << "nobody said that anything changed";
-    *host->getDiffFlagManager() = 1;
     host->updateVersion();
     EXPECT_EQ(tree->linearize(host).size(), 0u);
+}
+
+TEST(TreeLinearize, IsMadeAnewForAnotherFlag)
+{
+    const HostPtr host = makeHost({{"x", {2.0}}});
+    const EvalTreePtr tree = treeOf("x^2");
+    const auto derivative = [&] { return tree->linearize(host).at(0).second; };
+    const EvalTreePtr first = derivative();
+    EXPECT_EQ(derivative(), first);
+    host->getNodeMaker()->reset(); // what is made from here on are new trees
+
+    EXPECT_EQ(derivative(), first) << "kept";
+    *host->getDiffFlagManager() = 1;
+    EXPECT_NE(derivative(), first) << "made again";
 }
 
 TEST(TreeLinearize, TakesGivenVariables)

@@ -536,6 +536,39 @@ TEST(EvalTree, HasAnIdOfItsOwnInEachCopy)
     EXPECT_EQ(other.getExpr(), "x+1");
 }
 
+// The end of the process ---------------------------------------------------------------------------------------------
+
+namespace {
+
+/// Evaluates when static objects end: after the thread's own storage.
+class EvaluatesAtTheEnd
+{
+public:
+    ~EvaluatesAtTheEnd()
+    {
+        if (!armed)
+            return;
+        const HostPtr host = makeHost({{"x", {1.0, 2.0}}, {"y", {3.0}}});
+        const ValRepPtr value = evalText("max(x,y)*x+sqrt(x)-min(y,1)", host);
+        const double wanted = 3.0 * 2.0 + std::sqrt(2.0) - 1.0;
+        std::_Exit((*value->getDoubleReader())(1, 0) == wanted ? 17 : 18);
+    }
+    bool armed = false;
+} evaluatesAtTheEnd;
+
+} // namespace
+
+TEST(EvalTreeDeathTest, EvaluatesFromAStaticDestructor)
+{
+    EXPECT_EXIT(
+        {
+            realValue("1+x^2+sin(x)", makeHost({{"x", {2.0}}})); // the thread's storage is in use
+            evaluatesAtTheEnd.armed = true;
+            std::exit(0);
+        },
+        testing::ExitedWithCode(17), "");
+}
+
 // The steady state ---------------------------------------------------------------------------------------------------
 
 class EvalTreeSteadyState : public testing::TestWithParam<const char*>

@@ -83,6 +83,11 @@ TEST_F(NodeMakerConstants, AreReadFromText)
 {
     EXPECT_EQ(maker->makeConstNode(std::string("2.5e1")), num(25));
     EXPECT_EQ(maker->makeConstNode(std::string("no number")), num(notANumber));
+    EXPECT_EQ(maker->makeConstNode(std::string("0x1F")), num(31));
+    EXPECT_EQ(maker->makeConstNode(std::string(" 0x1.8p1 metres")), num(3));
+    EXPECT_EQ(maker->makeConstNode(std::string("+.5e1x")), num(5));
+    EXPECT_EQ(maker->makeConstNode(std::string("-inf")), num(-std::numeric_limits<double>::infinity()));
+    EXPECT_EQ(maker->makeConstNode(std::string("")), num(notANumber));
 }
 
 TEST_F(NodeMakerConstants, AreTakenFromValues)

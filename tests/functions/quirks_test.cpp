@@ -77,6 +77,16 @@ TEST(FunctionQuirks, SomeFunctionsOfRealNumbersInComplexStorageLeaveTheValueFlag
     }
 }
 
+TEST(FunctionQuirks, ExpSaysComplexOnTheAxisAndWhereItsResultHasAnImaginaryPart)
+{
+    const auto bitOf = [](Complex z) { return callComplex(*fun("exp"), z).bits & kFunComplex; };
+
+    EXPECT_EQ(bitOf({1.0, 0.0}), kFunComplex);
+    EXPECT_EQ(bitOf({1.0, 2.0}), kFunComplex);
+    EXPECT_EQ(bitOf({-inf, 1.0}), 0u) << "0 + 0 i";
+    EXPECT_EQ(callComplex(*fun("exp"), {-inf, 1.0}).value, Complex(0.0));
+}
+
 TEST(FunctionQuirks, PartsOfANumberAreNotTakenForLinear)
 {
     for (const char* name : {"real", "imag", "conj", "realdot"})
