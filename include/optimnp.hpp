@@ -44,7 +44,7 @@ public:
 /// "Unknown_error_occurred_during_optimization" ("Error code:") for a code without a text.
 ///
 /// The state and its options live on; its print file is closed. Threads: one optimization at a time in a process; the
-/// callback runs on the calling thread.
+/// callback runs on the calling thread. BLAS works with one thread meanwhile, so that the same problem gives the same bits.
 /// Source of the conventions: Gill, Murray, Saunders, SNOPT: An SQP algorithm for large-scale constrained optimization,
 /// SIAM Review 47 (2005) 99-131.
 class QX_API OptimNP

@@ -3,6 +3,7 @@
 #include "optim/driver_detail.hpp"
 #include "optim/relay_detail.hpp"
 #include "qxexception.hpp"
+#include "qxparallel.hpp"
 
 #include <limits>
 #include <new>
@@ -156,6 +157,7 @@ try {
     int infeasible = 0;
     double infeasibility = 0.0, value = 0.0;
     constexpr int storage = 82;
+    const qxbase::BlasThreadScope oneThread(1); // same bits for any number: parallel BLAS divides sums
     const int code = !reserved ? storage : withGrowingWorkspaces(*state, [&] {
         work = start;
         pi = 0.0;

@@ -96,7 +96,13 @@ void setOptions(Options options, const Program& program, const Settings& setting
     options.number("tol", tolerance);
     options.number("dual_inf_tol", tolerance);
     options.number("compl_inf_tol", tolerance);
-    options.number("constr_viol_tol", std::clamp(settings.feasibility, 1e-14, 1e10));
+    const double feasibility = std::clamp(settings.feasibility, 1e-14, 1e10);
+    options.number("constr_viol_tol", feasibility);
+    // The level that a run may end at when it gets no further: near to what was asked for.
+    options.number("acceptable_tol", 100 * tolerance);
+    options.number("acceptable_dual_inf_tol", 100 * tolerance);
+    options.number("acceptable_compl_inf_tol", 100 * tolerance);
+    options.number("acceptable_constr_viol_tol", feasibility);
     options.integer("max_iter", std::max(settings.iterations, 0));
     options.text("nlp_scaling_method", settings.scale ? "gradient-based" : "none");
     options.number("nlp_lower_bound_inf", -settings.infinity);
