@@ -6,6 +6,7 @@ DAE           differential-algebraic systems, reduction of the index
 Sparse        sparse matrices, to and from SciPy
 splu          sparse direct solution
 eig, gmres    eigenvalues of matrices and pencils, Krylov iteration
+minimize      optimisation of formulas
 Table         tabulated functions
 nullspace     elimination of linear constraints
 Error         what the kernel raises: identifier, arguments, story
@@ -18,14 +19,15 @@ from .dense import eig, gmres
 from .errors import Cancelled, Error
 from .formulas import Compiled, Failures, Formulas, VectorFunction
 from .interpolation import Table
+from .optimizer import Optimum, minimize, set_optimizer_path
 from .sparse import Factor, NullSpace, Sparse, nullspace, read_matrix_market, splu, write_matrix_market
 from .symbolic import Expr
 
 __version__ = _core.version
 
-__all__ = ["CancelToken", "Cancelled", "Compiled", "DAE", "Error", "Expr", "Factor", "Failures", "Formulas", "NullSpace",
-           "Sparse", "Table", "VectorFunction", "eig", "gmres", "nullspace", "read_matrix_market", "show_config", "splu",
-           "write_matrix_market"]
+__all__ = ["CancelToken", "Cancelled", "Compiled", "DAE", "Error", "Expr", "Factor", "Failures", "Formulas",
+           "NullSpace", "Optimum", "Sparse", "Table", "VectorFunction", "eig", "gmres", "minimize", "nullspace",
+           "read_matrix_market", "set_optimizer_path", "show_config", "splu", "write_matrix_market"]
 
 
 def show_config():

@@ -171,6 +171,22 @@ class Table:
     def diff(self, axis: int = ...) -> Table: ...
     def __call__(self, *coordinates: ArrayLike) -> Any: ...
 
+class Optimum(NamedTuple):
+    x: dict[str, float]
+    value: float
+    multipliers: NDArray[np.float64]
+    constraints: NDArray[np.float64]
+    success: bool
+    code: int
+    message: str
+    iterations: int
+
+def minimize(formulas: Formulas, objective: str, start: Mapping[str, float], *,
+             bounds: Mapping[str, tuple[float | None, float | None]] | None = ...,
+             subject_to: Sequence[tuple[str, float | None, float | None]] = ..., maximize: bool = ...,
+             options: Mapping[str, int | float | str] | None = ..., progress: Progress = ...,
+             cancel: CancelToken | None = ...) -> Optimum: ...
+def set_optimizer_path(folder: str | PathLike[str]) -> None: ...
 def eig(A: ArrayLike, B: ArrayLike | None = ..., *, left: bool = ..., right: bool = ..., homogeneous: bool = ...) -> Any: ...
 def gmres(A: ArrayLike, b: ArrayLike, x0: ArrayLike | None = ..., *, tol: float = ..., restart: int = ...,
           max_iterations: int = ...) -> tuple[NDArray[Any], bool]: ...

@@ -9,6 +9,7 @@
 #include "gil.hpp"
 #include "interpolation_binding.hpp"
 #include "interruptible.hpp"
+#include "optimizer_binding.hpp"
 #include "sparse_binding.hpp"
 #include "symbolic_binding.hpp"
 
@@ -35,6 +36,7 @@ PYBIND11_MODULE(_core, module)
     bindDense(module);
     bindInterpolation(module);
     bindFormulas(module);
+    bindOptimizer(module);
 }
 
 #undef PyInit__core
