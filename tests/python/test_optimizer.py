@@ -22,15 +22,15 @@ def test_the_valley_of_rosenbrock():
 
 
 def test_constraints_bounds_and_multipliers():
-    """By hand: (3/2, 1/2) with grad f = (-1, -1) = -1 times the constraint's; with a <= 1 the bound holds x."""
+    """By hand: (3/2, 1/2) with grad f = (-1, -1) = -1 times the constraint's; with a <= 1/2 the bound alone holds a."""
     f = Formulas("a", "b", c=2.0).define(d="a-c")
     problem = dict(objective="d^2+(b-1)^2", start={"a": 0.0, "b": 0.0}, subject_to=[("a+b", None, 2.0)])
 
     best = minimize(f, **problem)
-    bounded = minimize(f, **problem, bounds={"a": (None, 1.0)})
+    bounded = minimize(f, **problem, bounds={"a": (None, 0.5)})
 
     assert best.x == pytest.approx({"a": 1.5, "b": 0.5}, abs=1e-5) and best.multipliers == pytest.approx([-1], abs=1e-4)
-    assert best.constraints == pytest.approx([2.0], abs=1e-6) and bounded.x == pytest.approx({"a": 1, "b": 1}, abs=1e-5)
+    assert best.constraints == pytest.approx([2.0], abs=1e-6) and bounded.x == pytest.approx({"a": 0.5, "b": 1}, abs=1e-5)
 
 
 def test_maximise():
