@@ -39,6 +39,9 @@ inline NodePtr makeBinary(const RulesPtr& rules, Node::Type type, const NodePtr&
 /// FNV-1a over the bytes as signed chars, folded at the end.
 std::uint32_t hashText(std::string_view text);
 
+/// "%.16g", with 17 digits where 16 would read back as infinity; NaN and Inf (whatever the sign) by name.
+void appendNumber(std::string& text, double value);
+
 /// Sign and binding strength of the operators; null for other types.
 struct Operator
 {
@@ -331,7 +334,7 @@ class ExprImpl::Printer
 public:
     /// The text must outlive the print: a literal or a member of the node.
     void text(std::string_view piece) { parts_.push_back({nullptr, piece, 0.0, 0}); }
-    /// "%.16g".
+    /// See appendNumber.
     void number(double value) { parts_.push_back({nullptr, {}, value, 0}); }
     void node(const NodePtr& child, int outer) { parts_.push_back({child.get(), {}, 0.0, outer}); }
     void constant(const Number& value);

@@ -94,8 +94,10 @@ void ExprImpl::Sum::foldStep(NodePtr& slot)
     updateTerms();
     if (terms.empty())
         slot = rules->constant(constant);
-    else if (terms.size() == 1 && constant == 0.0)
+    else if (terms.size() == 1 && constant == 0.0) {
         slot = NodePtr(terms[0]);
+        slot->foldStep(slot); // a factor in the wrapping that terms of a sum have, a sign over a sum
+    }
 }
 
 void ExprImpl::Term::foldStep(NodePtr& slot)

@@ -16,13 +16,6 @@ constexpr double integerLimit = 1e15;
 
 bool isIntegral(double x) { return x == std::floor(x); }
 
-void appendDouble(std::string& text, double value)
-{
-    char buffer[32];
-    const auto end = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 16).ptr;
-    text.append(buffer, end);
-}
-
 /// a op b with both brought to the more general type of the two.
 template <class Op>
 auto promoted(const Number& a, const Number& b, Op op)
@@ -35,6 +28,23 @@ auto promoted(const Number& a, const Number& b, Op op)
 }
 
 } // namespace
+
+void qxsymbolic::appendNumber(std::string& text, double value)
+{
+    if (!std::isfinite(value)) {
+        text += std::isnan(value) ? "NaN" : "Inf";
+        return;
+    }
+    char buffer[32];
+    const auto write = [&](int digits) {
+        return std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, digits).ptr;
+    };
+    char* end = write(16);
+    double back;
+    if (std::fabs(value) > 1.79e308 && std::from_chars(buffer, end, back).ec != std::errc())
+        end = write(17); // sixteen digits round to infinity
+    text.append(buffer, end);
+}
 
 Number::Number(double d) : type(isIntegral(d) && std::fabs(d) < integerLimit ? Integer : Real), num(d) {}
 
@@ -206,10 +216,10 @@ std::string Number::toString() const
     if (num < 0.0)
         text += '-';
     const auto [above, below] = getOutputFormat();
-    appendDouble(text, above.num);
+    qxsymbolic::appendNumber(text, above.num);
     if (below.num != 1.0) {
         text += '/';
-        appendDouble(text, below.num);
+        qxsymbolic::appendNumber(text, below.num);
     }
     return text;
 }

@@ -38,8 +38,7 @@ void ExprImpl::Printer::print(const Node& root, int outer, bool parentheses, std
         } else if (part.piece.data()) {
             text.append(part.piece);
         } else {
-            char buffer[32];
-            text.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, part.value, std::chars_format::general, 16).ptr);
+            appendNumber(text, part.value);
         }
     }
 }

@@ -310,13 +310,14 @@ NodePtr cancelOverSum(const RulesPtr& rules, const NodePtr& S, const NodePtr& y)
 ExprImpl::Node::Effect ExprImpl::Term::simplifyStep(NodePtr& slot, bool)
 {
     const NodePtr keep(slot);
-    bool moved = updateFactors();
+    const bool spliced = updateFactors();
     bool changed = moveExponentials(rules, num, den);
     if (num.size() + den.size() >= 2)
         changed = collectPowers() || changed;
+    // A round after a move: the new power may have an equal elsewhere, or be all that is left of the product.
     if (!den.empty())
-        moved = moveNegativePowers(rules, num, den) || moved;
-    moved = moveNegativePowers(rules, den, num) || moved;
+        changed = moveNegativePowers(rules, num, den) || changed;
+    changed = moveNegativePowers(rules, den, num) || changed;
 
     if (num.size() == 2 && den.empty()) {
         for (std::size_t i = 0; i < 2; ++i) {
@@ -327,7 +328,7 @@ ExprImpl::Node::Effect ExprImpl::Term::simplifyStep(NodePtr& slot, bool)
             return Effect::Change;
         }
     }
-    return changed ? Effect::Change : moved ? Effect::Quiet : Effect::None;
+    return changed ? Effect::Change : spliced ? Effect::Quiet : Effect::None;
 }
 
 // Sums.

@@ -569,22 +569,6 @@ TEST(Canonical, KeepsTheValueOfTenThousandRandomExpressions)
     EXPECT_GT(compared, 7000);
 }
 
-TEST(Canonical, IsIdempotentOnAThousandRandomExpressions)
-{
-    for (unsigned seed = 0; seed < 1000; ++seed) {
-        E e;
-        try {
-            e.scan(RandomText(seed + 50000).make(5));
-            e.simp(false);
-        } catch (const qxbase::Exception&) {
-            continue;
-        }
-        const std::string once = e.toString();
-        e.simp(false);
-        EXPECT_EQ(e.toString(), once) << "seed " << seed;
-    }
-}
-
 TEST(Canonical, SameTextGivesTheSameResultInAFreshFamily)
 {
     for (unsigned seed = 0; seed < 300; ++seed) {

@@ -1,5 +1,7 @@
 #include "symbolic_support.hpp"
 
+#include <cmath>
+#include <limits>
 #include <sstream>
 
 using namespace qxtest;
@@ -70,6 +72,27 @@ TEST_F(Print, TermsPrintCoefficientNumeratorsAndDenominators)
     EXPECT_EQ(term({x}, {y}, Number(2, 3))->toString(), "2*x/(3*y)");
     EXPECT_EQ(term({}, {}, Number(1, 3))->toString(), "1/3");
     EXPECT_EQ(term({sum({x, y}, 0)}, {}, 2)->toString(), "2*(x+y)");
+}
+
+TEST_F(Print, CoefficientsThatAreNoNumbersPrintByName)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(term({x}, {}, infinity)->toString(), "Inf*x");
+    EXPECT_EQ(term({x}, {}, -infinity)->toString(), "-Inf*x");
+    EXPECT_EQ(term({x}, {y}, std::numeric_limits<double>::quiet_NaN())->toString(), "NaN*x/y");
+    EXPECT_EQ(sum({term({x}, {}, infinity)}, infinity)->toString(), "Inf+Inf*x");
+}
+
+TEST_F(Print, TheLargestNumbersReadBack)
+{
+    const double largest = std::numeric_limits<double>::max();
+    // Sixteen digits of these round up to 1.797693134862316e308, which is beyond the largest.
+    for (double v = largest; v > 1.7976931348623155e308; v = std::nextafter(v, 0.0))
+        for (const double value : {v, -v}) {
+            EXPECT_EQ(std::stod(num(value)->toString()), value);
+            EXPECT_EQ(term({x}, {}, value)->toString(), num(value)->toString() + "*x");
+        }
+    EXPECT_EQ(num(1.797693134862315e308)->toString(), "1.797693134862315e+308");
 }
 
 TEST_F(Print, SumsPrintConstantAndTermsWithTheirSigns)
