@@ -229,10 +229,11 @@ void Umfpack::clear()
     qxcSetID(memoryId);
     freeNumeric();
     freeSymbolic();
-    Ai.clear();
-    Ap.clear();
-    Ax.clear();
-    Az.clear();
+    // Not Array::clear, which allocates: the destructor comes here.
+    Array<long, 1>().swap(Ai);
+    Array<long, 1>().swap(Ap);
+    Array<double, 1>().swap(Ax);
+    Array<double, 1>().swap(Az);
     qxcFreeAll();
     m = n = nnz = 0;
     real = true;

@@ -67,7 +67,7 @@ void Coefficient::evaluate(const Points& points, const Effort& effort, std::vect
 {
     qx::Points at(points.size());
     at.set("x", points.x).set("y", points.y).set("u", points.u);
-    const qx::Options options{.threads = effort.threads, .block = effort.block, .run = effort.run};
+    const qx::Options options{.threads = effort.threads, .requireFinite = true, .block = effort.block, .run = effort.run};
     value.resize(points.size());
     slope.assign(points.size(), T(0.0));
     if (dependsOnU())

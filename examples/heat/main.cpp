@@ -103,6 +103,9 @@ Task readTask(Options& options, int argc, char** argv)
     if (words.size() != 1)
         throw UsageError("one mesh is needed, see heat --help");
     t.mesh = words.front();
+    for (auto f = t.model.fixed.begin(); f != t.model.fixed.end(); ++f)
+        if (std::any_of(t.model.fixed.begin(), f, [&](const BoundaryFormula& g) { return g.boundary == f->boundary; }))
+            throw UsageError("--fixed: '" + f->boundary + "' has two values");
     t.options.effort.run = &runInfo;
     return t;
 }

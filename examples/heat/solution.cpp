@@ -1,14 +1,15 @@
 #include "solution.hpp"
 
 #include "constraints.hpp"
+#include "formulas/explain.hpp"
 
+#include "constrained.hpp"
 #include "qxexception.hpp"
-#include "qxnull.hpp"
-#include "umfpack.hpp"
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <sstream>
 #include <type_traits>
 
 namespace examples {
@@ -63,79 +64,41 @@ void add(std::vector<T>& y, double a, const std::vector<T>& x)
                                 "given anywhere?");
 }
 
-// A solution that a second look at the residual would change by this much has no digits: the matrix is singular but for
-// rounding.
-constexpr double kNoDigits = 1e-2;
-
 template <class T>
-std::vector<T> solveSparse(qxutil::RunInfo& runInfo, Sparse A, const std::vector<T>& b)
+std::vector<T> solveSparse(qxutil::RunInfo& runInfo, const Sparse& A, const std::vector<T>& b)
 {
-    Umfpack solver(runInfo);
     try {
-        solver.init(A, true, false, false, true);
+        return qx::Factor(A, {.run = &runInfo}).solve(b);
     } catch (const qxbase::Exception& e) {
         if (e.getId() == "Singular_matrix" || e.getId() == "Matrix_is_zero")
             refuseSingular();
         throw;
     }
-    const Matrix<1> rhs = toMatrix(b);
-    Matrix<1> x;
-    solver.solve(rhs, x);
-    double residual = 0.0;
-    double error = 0.0;
-    solver.checkTolerances(x, rhs, INFINITY, INFINITY, residual, error);
-    if (error > kNoDigits)
-        refuseSingular();
-    return toVector<T>(x);
 }
 
-// Refuses conditions that contradict each other: each vector l with N l = 0 is a sum of conditions that says 0 = l^H g.
+// All u that obey the conditions. Conditions that contradict each other are named by what they came from.
 template <class T>
-void refuseContradictions(const Constraints<T>& c, const NamedMesh& mesh, qxutil::RunInfo& runInfo)
+qx::Admissible<T> obey(const Constraints<T>& c, const NamedMesh& mesh, qxutil::RunInfo& runInfo)
 {
-    const Sparse NH = transpose(c.N, ConjTrans);
-    Sparse sums, unused;
-    qxNull(runInfo, NH, Sparse(), Sparse(), true, sums, false, unused, false, unused, unused, false, unused, false, unused,
-           false, NullFunSparse, false);
-    const unsigned long *start = sums.getColPtr(), *conditions = sums.getRow();
-    double largest = 0.0;
-    for (const T& g : c.value)
-        largest = std::max(largest, std::abs(g));
-    for (unsigned long j = 0; j < sums.getN(); ++j) {
-        T total(0.0);
-        double size = 0.0;
-        for (unsigned long k = start[j]; k < start[j + 1]; ++k) {
-            total += sums.getDoubleVal()[k] * c.value[conditions[k]];
-            size += std::abs(sums.getDoubleVal()[k]) * largest;
-        }
-        if (std::abs(total) <= 1e-9 * size)
-            continue;
-        constexpr unsigned long shown = 4;
-        const unsigned long others = start[j + 1] - start[j] - 1;
-        const auto words = [&](unsigned long condition) {
+    try {
+        return qx::admissible(c.N, c.value, {.run = &runInfo});
+    } catch (const qxbase::Exception& e) {
+        if (e.getId() != "Contradicting_constraints")
+            throw;
+        const auto words = [&](std::size_t condition) {
             return "condition " + std::to_string(condition + 1) + ", " + c.describe(condition, mesh);
         };
-        std::string message = words(conditions[start[j] + others]) + ", contradicts";
-        for (unsigned long k = 0; k < std::min(shown, others); ++k)
-            message += "\n  " + words(conditions[start[j] + k]);
-        if (others > shown)
-            message += "\n  and " + std::to_string(others - shown) + " more";
+        constexpr std::size_t shown = 4;
+        std::string message = words(std::stoul(argumentOf(e, e.getId(), "Constraint"))) + ", contradicts";
+        std::istringstream others(argumentOf(e, e.getId(), "With"));
+        const std::size_t all = std::stoul(argumentOf(e, e.getId(), "Others"));
+        std::size_t other = 0;
+        for (std::size_t n = 0; n < shown && others >> other; ++n)
+            message += "\n  " + words(other);
+        if (all > shown)
+            message += "\n  and " + std::to_string(all - shown) + " more";
         throw std::invalid_argument(message);
     }
-}
-
-// u = Compl y that obeys the conditions, y from Range^H y = g; with repeated conditions from Range Range^H y = Range g.
-template <class T>
-std::vector<T> particular(const Constraints<T>& c, const Sparse& compl_, const Sparse& range, const NamedMesh& mesh,
-                          qxutil::RunInfo& runInfo)
-{
-    if (compl_.getN() == 0)
-        return std::vector<T>(mesh.points.size(), T(0.0));
-    const Sparse rangeH = transpose(range, ConjTrans);
-    if (compl_.getN() == c.value.size())
-        return product(compl_, solveSparse(runInfo, rangeH, c.value), NoTrans);
-    refuseContradictions(c, mesh, runInfo);
-    return product(compl_, solveSparse(runInfo, range * rangeH, product(range, c.value, NoTrans)), NoTrans);
 }
 
 // The residual as a function of u: affine problems are assembled once.
@@ -202,20 +165,21 @@ Solution<T> solve(const NamedMesh& mesh, const HeatModel& model, const SolutionO
 
     phases.start("constraints");
     const Constraints<T> constraints = constraintsOf<T>(mesh, model, assembly);
-    Sparse null, compl_, range, unused;
-    qxNull(runInfo, constraints.N, Sparse(), Sparse(), true, null, true, compl_, true, range, unused, false, unused, false,
-           unused, false, NullFunSparse, false);
-    std::vector<T> u = particular(constraints, compl_, range, mesh, runInfo);
+    qx::Admissible<T> admissible = obey(constraints, mesh, runInfo);
+    const Sparse& null = admissible.space.null;
+    std::vector<T> u = std::move(admissible.particular);
 
     phases.start("assembly");
     Residual<T> residual(assembly, nodes);
     std::vector<T> r = product(null, residual.at(u), ConjTrans);
 
     Solution<T> s;
-    s.constraints = compl_.getN();
+    s.constraints = admissible.space.complement.getN();
     s.unknowns = null.getN();
     const double start = norm(r);
     s.residual = start > 0.0 ? 1.0 : 0.0;
+    if (start == 0.0 && s.unknowns > 0) // nothing to do, but is this the only solution?
+        solveSparse(runInfo, transpose(null, ConjTrans) * (residual.J() * null), std::vector<T>(s.unknowns, T(1.0)));
     while (s.residual > options.tolerance) {
         if (s.steps == (assembly.isLinear() ? 2 : options.maxSteps))
             throw std::invalid_argument("Newton's method does not converge: relative residual " +

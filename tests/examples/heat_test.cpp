@@ -189,6 +189,8 @@ TEST(Heat, BadInputIsToldInWords)
         {{"--fixed", "inlets: 0"}, "the mesh has no boundary 'inlets', only bolts, fins, inlet, left, right, top"},
         {{"--flux", "nose: 0"}, "the mesh has no boundary 'nose'"},
         {{"--periodic", "inlet,left"}, "boundaries 'inlet' and 'left' are not periodic"},
+        {{"--fixed", "inlet: 1/(x-x)"}, "value fixed on inlet fails at x = 0."},
+        {{"--fixed", "inlet: 1/(x-x)"}, "the value is infinite"},
         {{"--fixed", "inlet: u"}, "value fixed on inlet may use x and y, not u"},
         {{"--fixed", "inlet: 1", "--k", "1+z"}, "z is neither a column nor a definition"},
         {{"--fixed", "inlet: 1", "--k", "1+("}, "conductivity cannot be read: 1+("},
@@ -248,6 +250,20 @@ TEST(Heat, AProblemThatSettlesNoConstantIsSingular)
         EXPECT_EQ(o.out, "");
         EXPECT_THAT(o.err, StartsWith("heat: the matrix is singular: "));
     }
+}
+
+TEST(Heat, AProblemWithoutAnyHeatIsSingularAllTheSame)
+{
+    for (const Words& words : {Words{}, Words{"--periodic", "left,right"}, Words{"--k", "0", "--fixed", "inlet: 0"}})
+        EXPECT_THAT(heat(words).err, StartsWith("heat: the matrix is singular: "));
+}
+
+TEST(Heat, RefusesTwoValuesForOneBoundary)
+{
+    const Outcome o = heat({"--fixed", "inlet: 1", "--fixed", "fins: 1", "--fixed", "inlet: 2"});
+
+    EXPECT_EQ(o.status, 2);
+    EXPECT_EQ(o.err, "heat: --fixed: 'inlet' has two values\n");
 }
 
 TEST(Heat, AMissingOrDamagedMeshIsToldWithFileAndLine)
