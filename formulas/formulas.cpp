@@ -2,10 +2,12 @@
 
 #include "exprtree.hpp"
 #include "guarded_detail.hpp"
+#include "interpfun.hpp"
 #include "names_detail.hpp"
 #include "program_detail.hpp"
 
 #include <atomic>
+#include <boost/make_shared.hpp>
 
 namespace qx {
 
@@ -43,6 +45,29 @@ void requireFree(const std::set<std::string>& used, const std::string& name)
         QX_RAISE("formulas", "Name_in_use", "Name", name);
 }
 
+/// A name that is still free for a function.
+void requireFreeFunction(const std::set<std::string>& used, const std::string& name)
+{
+    static const FunTable standard = qxeval::standardFunctions();
+    static const std::set<std::string> keywords{"d", "pd", "depends", "jacdepends", "islinear"};
+    requireFree(used, name);
+    if (standard.count(name) != 0 || keywords.count(name) != 0)
+        QX_RAISE("formulas", "Name_in_use", "Name", name);
+}
+
+/// Appends to a list and enters the name, or does neither.
+template <class List, class Value>
+void enter(List& list, std::set<std::string>& used, const std::string& name, Value&& value)
+{
+    list.emplace_back(name, std::forward<Value>(value));
+    try {
+        used.insert(name);
+    } catch (...) {
+        list.pop_back();
+        throw;
+    }
+}
+
 } // namespace
 
 Formulas::Formulas(const std::vector<std::string>& variables) : text_(std::make_unique<FormulaText>())
@@ -63,23 +88,13 @@ Formulas& Formulas::define(const std::string& name, const std::string& expressio
 {
     requireFree(text_->names, name);
     checkSyntax(expression);
-    text_->definitions.emplace_back(name, expression);
-    try {
-        text_->names.insert(name);
-    } catch (...) {
-        text_->definitions.pop_back();
-        throw;
-    }
+    enter(text_->definitions, text_->names, name, expression);
     return *this;
 }
 
 Formulas& Formulas::function(const std::string& name, Function function)
 {
-    static const FunTable standard = qxeval::standardFunctions();
-    static const std::set<std::string> keywords{"d", "pd", "depends", "jacdepends", "islinear"};
-    requireFree(text_->functionNames, name);
-    if (standard.count(name) != 0 || keywords.count(name) != 0)
-        QX_RAISE("formulas", "Name_in_use", "Name", name);
+    requireFreeFunction(text_->functionNames, name);
     checkParameters(name, function.parameters);
     if (!function.real && !function.complex)
         refuse(name, "neither a real nor a complex body");
@@ -87,13 +102,14 @@ Formulas& Formulas::function(const std::string& name, Function function)
         refuse(name, "not one derivative for each parameter");
     for (const std::string& d : function.derivatives)
         checkSyntax(d);
-    text_->functions.emplace_back(name, std::make_shared<const Function>(std::move(function)));
-    try {
-        text_->functionNames.insert(name);
-    } catch (...) {
-        text_->functions.pop_back();
-        throw;
-    }
+    enter(text_->functions, text_->functionNames, name, std::make_shared<const Function>(std::move(function)));
+    return *this;
+}
+
+Formulas& Formulas::table(const std::string& name, const InterpTable& table)
+{
+    requireFreeFunction(text_->functionNames, name);
+    enter(text_->tables, text_->functionNames, name, boost::make_shared<InterpFun>(name, table));
     return *this;
 }
 

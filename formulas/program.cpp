@@ -91,6 +91,8 @@ private:
         names_.functions = boost::make_shared<FunTable>(qxeval::standardFunctions());
         for (const auto& [name, function] : text_.functions)
             (*names_.functions)[name] = boost::make_shared<OwnFunction>(name, function, names_.functions);
+        for (const auto& [name, table] : text_.tables)
+            (*names_.functions)[name] = table;
     }
 
     void requireKnown(const std::vector<std::string>& names) const

@@ -18,9 +18,10 @@ struct FormulaText
     std::vector<std::string> variables;
     std::vector<std::pair<std::string, std::string>> definitions;
     std::vector<std::pair<std::string, std::shared_ptr<const Function>>> functions;
+    std::vector<std::pair<std::string, FunObjPtr>> tables;
     std::vector<std::string> formulas;
     std::set<std::string> names;         ///< in use for variables and definitions
-    std::set<std::string> functionNames; ///< in use for functions of the user's own
+    std::set<std::string> functionNames; ///< in use for functions of the user's own and for tables
 };
 
 /// A tree with the variables that its value can depend on.

@@ -15,6 +15,8 @@
 #include <variant>
 #include <vector>
 
+struct InterpTable;
+
 /// Formulas over points: the ready-made host of the evaluation engine, and the classes to begin with.
 ///
 ///     qx::Formulas f({"x", "y", "a"});                      // the names that points give values to
@@ -276,6 +278,11 @@ public:
     /// A function of the user's own; a standard function cannot be replaced.
     /// Raises "Invalid_name", "Name_in_use", "Invalid_function" with "Name" and "Reason"; "Syntax_error_in_expression".
     Formulas& function(const std::string& name, Function function);
+    /// A table (interptable.hpp) as a function of as many arguments as it has axes, with the table's own derivatives:
+    ///     f.table("mu", makeInterpolator(InterpFileReader().read("steel.csv"), 0, {"cubicspline", "linear"}));
+    /// The interpolator is shared. A standard function cannot be replaced. Raises "Invalid_name", "Name_in_use"; as
+    /// InterpFun.
+    Formulas& table(const std::string& name, const InterpTable& table);
     /// A formula to evaluate. Raises "Syntax_error_in_expression" with "Expression".
     Formula add(const std::string& expression);
 

@@ -29,6 +29,7 @@ public:
                const EvaluationOptions& options)
         : table_(table), options_(options), host_(table.names)
     {
+        addTables(host_, options.tables);
         for (const Formula& d : definitions)
             define(d);
         for (const Formula& f : formulas) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "formulas/formula.hpp"
+#include "formulas/table.hpp"
 #include "support/csv.hpp"
 
 #include <complex>
@@ -21,6 +22,7 @@ struct EvaluationOptions
     int threads = 1;
     std::size_t block = 1000;       ///< rows evaluated together
     bool progress = false;          ///< a progress bar from the start, terminal or not; else on a terminal if it takes long
+    std::vector<examples::NamedTable> tables; ///< functions that formulas may use
     std::vector<std::string> gradient; ///< adds for each formula its derivatives with respect to these columns
 };
 

@@ -10,6 +10,7 @@
 // To try: --define "a=log(b)" --define "b=T-50" "2*a"; --gradient x,y; --complex "exp(i*20*x)".
 
 #include "evaluation.hpp"
+#include "support/chart.hpp"
 #include "support/csv.hpp"
 #include "support/fileerror.hpp"
 #include "support/options.hpp"
@@ -40,6 +41,7 @@ struct Task
     bool summary = false;
     std::string plot;
     std::string triangles;
+    std::string curve;
     std::string field;
     std::string title;
     std::string unit;
@@ -55,8 +57,12 @@ Task readTask(Options& options, int argc, char** argv)
                           throw UsageError("'" + v + "' has no NAME=");
                       t.definitions.push_back(f);
                   });
+    options.value("--table", "NAME=FILE,METHOD,OUTSIDE", kTableHelp, [&](const std::string& v) {
+        for (NamedTable& table : NamedTable::parse(v))
+            t.options.tables.push_back(std::move(table));
+    });
     options.flag("--complex", "values may be complex: columns NAME.re and NAME.im", t.options.complex);
-    options.value("--gradient", "X,Y", "derivatives of each formula by these columns, drawn as arrows",
+    options.value("--gradient", "X,Y", "derivatives of each formula by one or two columns; two are drawn as arrows",
                   [&](const std::string& v) { t.options.gradient = split(v, ','); });
     options.value("--threads", "N", "threads to use (1)",
                   [&](const std::string& v) { t.options.threads = wholeNumber(v, 1, 1024); });
@@ -70,6 +76,7 @@ Task readTask(Options& options, int argc, char** argv)
     options.flag("--summary", "print smallest, mean and largest value instead of all", t.summary);
     options.text("--plot", "FILE.svg", "draw a formula over the triangles, columns x and y", t.plot);
     options.text("--triangles", "FILE.csv", "corners a, b, c: row numbers of the points, from 1", t.triangles);
+    options.text("--curve", "FILE.svg", "draw formulas over the first column, derivatives by it, points of tables", t.curve);
     options.text("--field", "NAME", "the formula to draw (the first)", t.field);
     options.text("--title", "TEXT", "above the picture (the formula)", t.title);
     options.text("--unit", "TEXT", "above the colour bar", t.unit);
@@ -81,8 +88,10 @@ Task readTask(Options& options, int argc, char** argv)
         throw UsageError("a table of points and at least one formula are needed, see evaluate --help");
     if (t.plot.empty() != t.triangles.empty())
         throw UsageError("--plot and --triangles need each other");
-    if (!t.options.gradient.empty() && t.options.gradient.size() != 2)
-        throw UsageError("--gradient needs two columns, as x,y");
+    if (t.options.gradient.size() > 2)
+        throw UsageError("--gradient needs one or two columns, as x,y");
+    if (!t.curve.empty() && t.options.complex)
+        throw UsageError("--curve draws real values");
     t.points = words.front();
     for (std::size_t k = 1; k < words.size(); ++k)
         t.formulas.push_back(Formula::parse(words[k]));
@@ -188,7 +197,7 @@ void draw(const Task& task, const Table& table, const std::vector<Column>& colum
         labels.unit = "real part " + labels.unit;
 
     std::vector<Point> arrows;
-    if (!task.options.gradient.empty() && k + 2 < columns.size()) {
+    if (task.options.gradient.size() == 2 && k + 2 < columns.size()) {
         const std::vector<double> dx = realPart(columns[k + 1]);
         const std::vector<double> dy = realPart(columns[k + 2]);
         for (std::size_t i = 0; i < dx.size(); ++i)
@@ -198,6 +207,29 @@ void draw(const Task& task, const Table& table, const std::vector<Column>& colum
     writePicture(out, mesh, realPart(columns[k]), labels, arrows);
     if (!out.flush())
         throw FileError(task.plot, "cannot be written");
+}
+
+/// A row for each formula: its curve, with the points of the table that it is, and its derivative by the first column.
+void drawCurves(const Task& task, const Table& table, const std::vector<Column>& columns)
+{
+    const std::string& x = table.names.front();
+    std::vector<std::vector<ChartPanel>> rows;
+    const std::size_t step = 1 + task.options.gradient.size();
+    for (std::size_t k = 0; k < task.formulas.size(); ++k) {
+        const Formula& f = task.formulas[k];
+        ChartPanel values{f.name == f.text ? f.name : f.name + " = " + f.text, {{table.columns.front(), columns[k * step].real}}};
+        for (const NamedTable& t : task.options.tables)
+            if (f.text == t.name + "(" + x + ")" && !t.x.empty())
+                values.series.push_back({t.x, t.y, true});
+        rows.push_back({values});
+        for (std::size_t g = 0; g < task.options.gradient.size(); ++g)
+            if (task.options.gradient[g] == x)
+                rows.back().push_back({columns[k * step + g + 1].name, {{table.columns.front(), columns[k * step + g + 1].real}}});
+    }
+    std::ofstream out(task.curve);
+    writeChart(out, task.title.empty() ? task.points : task.title, x, rows);
+    if (!out.flush())
+        throw FileError(task.curve, "cannot be written");
 }
 
 void run(const Task& task)
@@ -215,6 +247,8 @@ void run(const Task& task)
         writeValues(task, table, columns);
     if (!task.plot.empty())
         draw(task, table, columns);
+    if (!task.curve.empty())
+        drawCurves(task, table, columns);
 }
 
 } // namespace

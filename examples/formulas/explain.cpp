@@ -27,6 +27,8 @@ constexpr Wording kWordings[] = {
     {"trans", "{fun}: the width of the step must be real"},
     {"piecewise_cmplx", "{fun}: takes real arguments only"},
     {"piecewise_range", "{fun}: the argument is out of range"},
+    {"interp_range", "{fun}: the argument lies outside its table"},
+    {"interp_cmplx", "{fun}: takes real arguments only"},
     {"bessel_range", "{fun}: the argument is out of range"},
     {"bessel_cmplx", "{fun}: takes a real order"},
     {"vareval", "in the definition  {var} = {defexpr}"},

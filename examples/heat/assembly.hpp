@@ -70,7 +70,7 @@ private:
         std::vector<T> value, slope;
     };
 
-    Coefficient read(const std::string& name, const std::string& text) const { return {name, text, model_.definitions}; }
+    Coefficient read(const std::string& name, const std::string& text) const { return {name, text, model_}; }
     template <int N>
     Part<N> part(const std::string& cell, std::vector<std::array<int, N>> nodes,
                  std::vector<Coefficient> coefficients);

@@ -12,10 +12,11 @@ namespace {
 
 const std::vector<std::string> kVariables{"x", "y", "u"};
 
-qx::Formulas hostOf(const std::vector<Formula>& definitions)
+qx::Formulas hostOf(const HeatModel& model)
 {
     qx::Formulas host(kVariables);
-    for (const Formula& d : definitions) {
+    addTables(host, model.tables);
+    for (const Formula& d : model.definitions) {
         try {
             host.define(d.name, d.text);
         } catch (const qxbase::Exception& e) {
@@ -46,10 +47,10 @@ void Points::resize(std::size_t n)
     u.resize(n);
 }
 
-Coefficient::Coefficient(const std::string& name, const std::string& text, const std::vector<Formula>& definitions)
+Coefficient::Coefficient(const std::string& name, const std::string& text, const HeatModel& model)
     : name_(name)
 {
-    qx::Formulas host = hostOf(definitions);
+    qx::Formulas host = hostOf(model);
     try {
         formula_ = host.add(text);
         program_ = host.compile();

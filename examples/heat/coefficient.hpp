@@ -32,7 +32,7 @@ class Coefficient
 {
 public:
     /// `name` is for messages: "conductivity". Raises EvaluationError with the story for a text that cannot be read.
-    Coefficient(const std::string& name, const std::string& text, const std::vector<Formula>& definitions);
+    Coefficient(const std::string& name, const std::string& text, const HeatModel& model);
 
     const std::string& name() const { return name_; }
     std::string text() const { return program_.text(formula_); }

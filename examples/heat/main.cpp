@@ -76,6 +76,10 @@ Task readTask(Options& options, int argc, char** argv)
             throw UsageError("'" + v + "' has no NAME=");
         t.model.definitions.push_back(f);
     });
+    options.value("--table", "NAME=FILE,METHOD,OUTSIDE", kTableHelp, [&](const std::string& v) {
+        for (NamedTable& table : NamedTable::parse(v))
+            t.model.tables.push_back(std::move(table));
+    });
     options.text("--k", "FORMULA", "conductivity, of x, y and u (1)", t.model.conductivity);
     options.text("--source", "FORMULA", "heat made in the body, of x, y and u (0)", t.model.source);
     options.value("--flux", "BOUNDARY: FORMULA", "heat that enters there, of x, y and u", boundaryFormula(t.model.flux));

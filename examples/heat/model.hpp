@@ -1,6 +1,7 @@
 #pragma once
 
 #include "formulas/formula.hpp"
+#include "formulas/table.hpp"
 
 #include <complex>
 #include <string>
@@ -32,6 +33,7 @@ struct BoundaryFormula
 struct HeatModel
 {
     std::vector<Formula> definitions;
+    std::vector<NamedTable> tables; ///< functions that formulas may use
     std::string conductivity = "1";
     std::string source = "0";
     std::vector<BoundaryFormula> flux;

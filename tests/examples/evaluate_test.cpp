@@ -253,7 +253,7 @@ TEST_F(Evaluate, MistakesOnTheCommandLineEndWithStatusTwo)
 {
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {}, {points}, {points, "x", "--what"}, {points, "x", "--threads", "0"}, {points, "x", "--plot", "a.svg"},
-             {points, "x", "--define", "2*x"}, {points, "x", "--gradient", "x"}}) {
+             {points, "x", "--define", "2*x"}, {points, "x", "--gradient", "x,y,x"}}) {
         const Outcome o = evaluate(words);
         EXPECT_EQ(o.status, 2) << o.err;
         EXPECT_THAT(o.err, StartsWith("evaluate: "));

@@ -3,9 +3,11 @@
 #include "formulas.hpp"
 
 #include "formulas/points.hpp"
+#include "interptable.hpp"
 #include "support/failure.hpp"
 
 #include <atomic>
+#include <boost/make_shared.hpp>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -287,4 +289,25 @@ TEST(OwnFunction, WithoutDerivativesCannotBeDifferentiated)
     const qxbase::Exception e = failureOf([&] { value(f, "d(g(x),x)", 2.0); });
     EXPECT_EQ(e.getId(), "No_derivative_of_function");
     EXPECT_EQ(e.getArgs(0), (qxbase::ExceptionArgs{{"Name", "g"}}));
+}
+
+// ---- tables
+
+TEST(TableFunction, IsAFunctionWithItsOwnDerivatives)
+{
+    const auto axes = boost::make_shared<const Interpolator::Axes>(Interpolator::Axes{{0.0, 1.0, 2.0}});
+    const auto values = boost::make_shared<const std::vector<double>>(std::vector<double>{1.0, 2.0, 5.0});
+    const InterpTable table{Interpolator::createInterpolator(axes, values, "cubicspline", Interpolator::ExtLine, 0.0), false};
+    qx::Formulas f({"x"});
+
+    f.table("mu", table);
+
+    EXPECT_NEAR(value(f, "mu(x)^2", 1.5), 3.25 * 3.25, 1e-14);
+    EXPECT_NEAR(value(f, "d(mu(x),x)", 1.5), 3.0, 1e-14);
+    EXPECT_NEAR(value(f, "d(d(mu(x),x),x)", 1.5), 2.0, 1e-14);
+    EXPECT_EQ(idOf([&] { f.table("mu", table); }), "Name_in_use");
+    EXPECT_EQ(idOf([&] { f.table("sin", table); }), "Name_in_use");
+    EXPECT_EQ(idOf([&] { f.table("2", table); }), "Invalid_name");
+    EXPECT_EQ(idOf([&] { f.table("empty", InterpTable{}); }), "Wrong_size_of_interpolation_data");
+    EXPECT_EQ(idOf([&] { value(f, "mu(x,x)", 1.0); }), "Wrong_number_of_function_arguments");
 }
