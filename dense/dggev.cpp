@@ -15,7 +15,7 @@ namespace {
 class Scaling
 {
 public:
-    Scaling(int n, double* a, int lda) : n_(n), a_(a), lda_(lda)
+    Scaling(int n, double* a, int lda)
     {
         const double precision = dlamch_("P", 1), small = std::sqrt(dlamch_("S", 1)) / precision, big = 1.0 / small;
         double none;
@@ -44,9 +44,6 @@ private:
         int info;
         dlascl_(type, &zero, &zero, &from, &to, &m, &n, x, &ld, &info, 1);
     }
-    int n_;
-    double* a_;
-    int lda_;
     double from_ = 0.0, to_ = 0.0;
 };
 
