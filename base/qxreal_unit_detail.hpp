@@ -15,17 +15,33 @@ namespace {
 
 #define QX_UNARY(name) \
     double name##Of(double x) { return QX_REAL(name)(x); }
-QX_UNARY(exp)
 QX_UNARY(log)
 QX_UNARY(log10)
-QX_UNARY(sin)
-QX_UNARY(cos)
-QX_UNARY(tan)
 QX_UNARY(asin)
 QX_UNARY(acos)
 QX_UNARY(atan)
 QX_UNARY(tanh)
 #undef QX_UNARY
+
+// The library's form is infinite a little before the range of doubles ends.
+double expOf(double x)
+{
+    const double r = QX_REAL(exp)(x);
+    return r == __builtin_inf() && x < 710.0 ? __builtin_exp(x) : r;
+}
+
+// Its reduction of arguments is good for one unit in the last place up to 1e9; the C library's is exact.
+#define QX_CIRCULAR(name) \
+    double name##Of(double x) { return __builtin_fabs(x) > 1e9 ? __builtin_##name(x) : QX_REAL(name)(x); }
+QX_CIRCULAR(sin)
+QX_CIRCULAR(cos)
+#undef QX_CIRCULAR
+double tanOf(double x)
+{
+    if (__builtin_fabs(x) < 1e-8)
+        return x;
+    return __builtin_fabs(x) > 1e9 ? __builtin_tan(x) : QX_REAL(tan)(x);
+}
 double atan2Of(double y, double x) { return QX_REAL(atan2)(y, x); }
 
 // The library's forms end at 709; the rest of the range up to 710.47 by exp(|x| / 2)^2 / 2.

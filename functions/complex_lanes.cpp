@@ -28,6 +28,11 @@ void laneHypot(double* z)
 }
 
 void laneExp(double* z) { apply(z, [](Complex w) { return std::exp(w); }); }
+void laneRealExp(double* z) { z[0] = std::exp(z[0]); }
+void laneRealSin(double* z) { z[0] = std::sin(z[0]); }
+void laneRealCos(double* z) { z[0] = std::cos(z[0]); }
+void laneRealTan(double* z) { z[0] = std::tan(z[0]); }
+double laneRealPow(double x, double y) { return std::pow(x, y); }
 void laneSqrt(double* z) { apply(z, [](Complex w) { return std::sqrt(w); }); }
 void laneSin(double* z) { apply(z, [](Complex w) { return std::sin(w); }); }
 void laneCos(double* z) { apply(z, [](Complex w) { return std::cos(w); }); }

@@ -11,6 +11,11 @@ using LaneFunction2 = void (*)(double* x, const double* y);
 
 void laneHypot(double* z); // (|z|, 0)
 void laneExp(double* z);
+void laneRealExp(double* z);
+void laneRealSin(double* z);
+void laneRealCos(double* z);
+void laneRealTan(double* z);
+double laneRealPow(double x, double y);
 void laneSqrt(double* z);
 void laneSin(double* z);
 void laneCos(double* z);

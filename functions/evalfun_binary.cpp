@@ -119,14 +119,27 @@ QX_DEFINE_BINARY(OrFun, "||", kLogic, &K::Or)
 
 unsigned int DivFun::apply(double* out, const double* x, const double* y, unsigned shape, std::size_t n) const
 {
-    if (shape != kYScalar) // not a real array by a real number
+    const bool realNumber = (shape & kYScalar) != 0 && ((shape & kYComplex) == 0 || y[1] == 0.0);
+    const bool complexArray = (shape & (kXComplex | kLikeY)) == kXComplex;
+    if (!realNumber || (shape & kXScalar) != 0 || (!complexArray && shape != kYScalar)) // no array by a real number
         return KernelBinFun::apply(out, x, y, shape, n);
     if (*y == 0.0) {
-        std::fill_n(out, n, std::numeric_limits<double>::quiet_NaN());
-        return kFunDomain;
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        if (!complexArray) {
+            std::fill_n(out, n, nan);
+            return kFunDomain;
+        }
+        unsigned bits = kFunDomain;
+        for (std::size_t i = 0; i < n; ++i) { // without an imaginary part as in real storage
+            const bool real = x[2 * i + 1] == 0.0;
+            bits |= real ? 0u : kFunComplex;
+            out[2 * i] = nan;
+            out[2 * i + 1] = real ? 0.0 : nan;
+        }
+        return bits;
     }
     const double inverse = 1.0 / *y;
-    return kernels().Mult(out, x, &inverse, shape, n);
+    return kernels().Mult(out, x, &inverse, complexArray ? unsigned(kXComplex | kYScalar) : shape, n);
 }
 
 // ---- powers with a fixed exponent

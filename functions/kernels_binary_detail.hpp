@@ -65,19 +65,36 @@ struct PlusSq : FunctionDefaults
 struct RealDot : FunctionDefaults
 {
     static V real(V x, V y) { return x * y; }
-    static Z complex(Z x, Z y) { return QX_UNIT::real(x.re * y.re + x.im * y.im); }
+    static Z complex(Z x, Z y)
+    {
+        const V re = x.re * y.re;
+        return QX_UNIT::real((x.im == 0.0) | (y.im == 0.0) ? re : re + x.im * y.im); // a real factor meets the real part alone
+    }
 };
 
 // The tests are made in this order: a zero base, then the exponents 2, 1 and 0, then the general power.
 struct Pow : FunctionDefaults
 {
     static constexpr bool nanIsError = true;
+    static constexpr bool realOnAxis = false; // negative bases
+    static V power(V x, V y)
+    {
+        const V r = vpow(x, y); // its range ends a little below that of doubles
+        const M hard = (absolute(r) == infinity()) & (absolute(x) < infinity()) & (absolute(y) < infinity());
+        if (!any(hard))
+            return r;
+        V exact = r;
+        for (std::size_t i = 0; i < kLanes; ++i)
+            if (hard[i] != 0)
+                exact[i] = laneRealPow(x[i], y[i]);
+        return exact;
+    }
     static V real(V x, V y)
     {
         const M zero = x == 0.0, two = y == 2.0, first = y == 1.0, none = y == 0.0;
         V r = V{};
         if (any(~(zero | two | first | none)))
-            r = vpow(x, y);
+            r = power(x, y);
         r = none ? one() : r;
         r = first ? x : r;
         r = two ? x * x : r;

@@ -15,6 +15,15 @@ constexpr double kPi = 3.141592653589793, kHalfPi = 1.5707963267948966, kLog2E =
 inline V infinity() { return splat(__builtin_inf()); }
 inline V one() { return splat(1.0); }
 
+/// Up to this the vector library reduces the arguments of circular functions well enough for one unit in the last place.
+constexpr double kReduced = 1e9;
+
+/// f of the lanes of m, for arguments that the vector library does not do well.
+inline V patchReal(M m, LaneFunction f, V x, V other)
+{
+    return any(m) ? throughLanes(m, f, Z{x, V{}}, Z{other, V{}}).re : other;
+}
+
 /// Arguments whose squares neither overflow nor underflow.
 constexpr double kSmall = 1e-140, kLarge = 1e140;
 
@@ -73,13 +82,39 @@ inline Z reciprocal(Z w)
 inline Z multiply(Z a, Z b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
 inline Z square(Z z) { return {z.re * z.re - z.im * z.im, 2.0 * (z.re * z.im)}; }
 
-inline Z complexLog(Z z) { return {vlog(modulus(z)), vatan2(z.im, z.re)}; }
+/// log |z|. For |z|^2 between 1/2 and 2 it is log1p(|z|^2 - 1) / 2, the difference formed to about twice the precision: products by
+/// FMA, the sums with their rounding errors (Knuth, The Art of Computer Programming, vol. 2, section 4.2.2).
+inline V logModulus(Z z)
+{
+    const V a = absolute(z.re), b = absolute(z.im);
+    const V x = a > b ? a : b, y = a > b ? b : a;
+    const V p = x * x, q = y * y;
+    const M near = ~outside(p + q, 0.5, 2.0);
+    if (!any(near))
+        return vlog(modulus(z));
+    const auto twoSum = [](V u, V v, V& sum, V& error) {
+        sum = u + v;
+        const V t = sum - u;
+        error = (u - (sum - t)) + (v - t);
+    };
+    V s1, e1, s2, e2, low, e3, s4, e4, s5, e5;
+    twoSum(p, splat(-1.0), s1, e1);
+    twoSum(s1, q, s2, e2);
+    twoSum(fma(x, x, -p), fma(y, y, -q), low, e3);
+    twoSum(s2, low, s4, e4);
+    twoSum(s4, e2, s5, e5);
+    const V difference = s5 + ((e4 + e5) + (e3 + e1));
+    const V result = 0.5 * vlog1p(near ? difference : V{});
+    return any(~near) ? (near ? result : vlog(modulus(z))) : result;
+}
+
+inline Z complexLog(Z z) { return {logModulus(z), vatan2(z.im, z.re)}; }
 inline Z complexExp(Z z)
 {
     V s, c;
     sinCos(z.im, s, c);
     const V e = vexp(z.re);
-    const M hard = outside(z.re, -700.0, 700.0) | outside(absolute(z.im), 0.0, 1e300);
+    const M hard = outside(z.re, -700.0, 700.0) | outside(absolute(z.im), 0.0, kReduced);
     return patch(hard, laneExp, z, Z{e * c, e * s});
 }
 
@@ -189,7 +224,11 @@ using Ceil = Rounding<up>;
 struct Exp : FunctionDefaults
 {
     static constexpr ComplexBit bit = ComplexBit::AxisOrByResult;
-    static V real(V x) { return vexp(x); }
+    static V real(V x)
+    {
+        const V r = vexp(x); // infinite a little before the range of doubles ends
+        return patchReal((r == infinity()) & (x < 710.0), laneRealExp, x, r);
+    }
     static Z complex(Z z)
     {
         return splitAxis(
@@ -313,12 +352,16 @@ struct WholePower : FunctionDefaults
         return splitAxis(
             z, [](V x) { return QX_UNIT::real(real(x)); },
             [](Z w, M) {
+                Z r;
                 if constexpr (e > 0) {
-                    return power(w);
+                    r = power(w);
                 } else {
                     const Z inverse = reciprocal(w);
-                    return e == -1 ? inverse : QX_UNIT::square(inverse);
+                    r = e == -1 ? inverse : QX_UNIT::square(inverse);
                 }
+                // Products that overflow on the way give NaN; the general power does not.
+                const M lost = ((r.re != r.re) | (r.im != r.im)) & (w.re == w.re) & (w.im == w.im) & ((w.re != 0.0) | (w.im != 0.0));
+                return any(lost) ? throughLanes(lost, lanePow, w, QX_UNIT::real(splat(e)), r) : r;
             });
     }
 };

@@ -15,7 +15,11 @@
 //   static constexpr bool partByPart     complex operands are combined part by part, reporting kFunComplex always
 //   static constexpr bool bothParts      a complex operand of a real result counts with both parts (default: real part)
 //   static constexpr bool realFactor     a complex operand and a real one: the real form part by part (default: no)
+//   static constexpr bool realOnAxis     where both operands are real the result is that of the real form (default: yes)
 //   static constexpr bool cheap          the real form costs less than loading its operands: its loop is unrolled
+//
+// In complex storage a point whose operands have no imaginary part has the bits that real storage gives: a real result is
+// that of the real form, with +0 as its imaginary part. So a value does not depend on what the other points of a block are.
 //
 // The last elements, fewer than a vector, are computed in a vector filled up with copies of the last one: a value never
 // depends on its position or on how many are computed together.
@@ -38,6 +42,7 @@ struct FunctionDefaults
     static constexpr bool partByPart = false;
     static constexpr bool realFactor = false;
     static constexpr bool cheap = false;
+    static constexpr bool realOnAxis = true;
     static constexpr ComplexBit bit = ComplexBit::ByResult;
 };
 
@@ -127,7 +132,8 @@ unsigned complexLoop(double* out, const double* x, std::size_t n)
     M notReal{}, undefined{};
     const auto step = [&](double* to, const double* from) {
         const Z z = asComplex(loadAs<xComplex>(from));
-        const Z w = F::complex(z);
+        Z w = F::complex(z);
+        w.im = ((z.im == 0.0) & (w.im == 0.0)) ? V{} : w.im;
         storeZ(to, w);
         if constexpr (F::bit == ComplexBit::ByResult || F::bit == ComplexBit::AxisOrByResult)
             notReal |= w.im != 0.0;
@@ -172,6 +178,23 @@ inline Z complexResult(X x, Y y)
         return F::realComplex(x, y);
     else
         return F::complex(asComplex(x), asComplex(y));
+}
+
+/// The result with the points put right whose operands, one or both, have no imaginary part: as if they were stored so.
+template <class F, class X, class Y>
+inline Z asOnTheAxis(X x, Y y, Z r)
+{
+    const M realX = asComplex(x).im == 0.0, realY = asComplex(y).im == 0.0;
+    if constexpr (F::realOnAxis) {
+        if (!any(realX | realY))
+            return r;
+        if constexpr (!__is_same(Y, V) && requires { F::complexReal(asComplex(x), realPart(y)); })
+            r = select(realY, F::complexReal(asComplex(x), realPart(y)), r);
+        if constexpr (!__is_same(X, V) && requires { F::realComplex(realPart(x), asComplex(y)); })
+            r = select(realX, F::realComplex(realPart(x), asComplex(y)), r);
+        r = select(realX & realY, QX_UNIT::real(F::real(realPart(x), realPart(y))), r);
+    }
+    return r;
 }
 
 /// The real form over as many elements as fill four vectors again and again; how many. A scalar operand is given as a
@@ -226,7 +249,7 @@ unsigned binaryLoop(double* out, const double* x, const double* y, unsigned shap
                 failed |= F::domainError(realPart(a), realPart(b));
         }
         if constexpr (outComplex) {
-            const Z r = complexResult<F>(a, b);
+            const Z r = asOnTheAxis<F>(a, b, complexResult<F>(a, b));
             storeZ(to, r);
             if constexpr (F::bit == ComplexBit::ByResult)
                 notReal |= r.im != 0.0;
@@ -259,6 +282,39 @@ unsigned binaryLoop(double* out, const double* x, const double* y, unsigned shap
     return (complexOut ? kComplexBit : 0u) | (any(failed) || sum.isNaN() ? kDomainBit : 0u);
 }
 
+/// The lanes with imaginary parts in a vector of (re, im) pairs that begins at an element.
+inline M imaginaryParts(std::size_t first)
+{
+    M parts{};
+    for (std::size_t k = 0; k < kLanes; ++k)
+        parts[k] = (first + k) % 2 == 1 ? -1 : 0;
+    return parts;
+}
+
+/// Two complex arrays part by part. Adding +0 to the imaginary parts alone turns their -0, which only points on the axis
+/// have, into +0; adding -0 changes nothing.
+template <class F>
+void partByPartLoop(double* out, const double* x, const double* y, std::size_t n)
+{
+    V zeros[2];
+    for (std::size_t k = 0; k < 2; ++k)
+        zeros[k] = imaginaryParts(k * kLanes) ? V{} : -V{};
+    const auto step = [&](double* to, const double* a, const double* b, V zero) { store(to, F::real(load(a), load(b)) + zero); };
+    std::size_t i = 0;
+    for (; i + 2 * kLanes <= 2 * n; i += 2 * kLanes) {
+        step(out + i, x + i, y + i, zeros[0]);
+        step(out + i + kLanes, x + i + kLanes, y + i + kLanes, zeros[1]);
+    }
+    if (i < 2 * n) {
+        double restX[2 * kLanes], restY[2 * kLanes];
+        fillUp<2>(restX, x + i, n - i / 2);
+        fillUp<2>(restY, y + i, n - i / 2);
+        step(restX, restX, restY, zeros[0]);
+        step(restX + kLanes, restX + kLanes, restY + kLanes, zeros[1]);
+        copyOut<2>(out + i, restX, n - i / 2);
+    }
+}
+
 /// A complex array and a real number, part by part: the real form over twice as many numbers.
 template <class F, bool xScalar>
 unsigned realFactorLoop(double* out, const double* x, const double* y, std::size_t n)
@@ -269,11 +325,13 @@ unsigned realFactorLoop(double* out, const double* x, const double* y, std::size
     fillUp<1>(number, xScalar ? x : y, 1);
     const V factor = load(number);
     M even{}, odd{}; // lanes of the first and of the second vector of each pair that are not 0
+    const M evenParts = imaginaryParts(0), oddParts = imaginaryParts(kLanes);
     const auto step = [&](double* to, const double* from, M& notZero) {
         const V a = load(from);
         const V r = xScalar ? F::real(factor, a) : F::real(a, factor);
-        store(to, r);
-        notZero |= r != 0.0;
+        const V kept = ((&notZero == &even ? evenParts : oddParts) & (a == 0.0)) ? V{} : r;
+        store(to, kept);
+        notZero |= kept != 0.0;
     };
     std::size_t i = 0;
     for (; i + 2 * kLanes <= 2 * n; i += 2 * kLanes) {
@@ -354,7 +412,7 @@ unsigned binary(double* out, const double* x, const double* y, unsigned shape, s
     }
     if constexpr (F::partByPart)
         if ((shape & (kXScalar | kYScalar)) == 0) { // complex arrays are real ones of twice the length
-            binaryLoop<F, false, false, false>(out, x, y, 0, 2 * n);
+            partByPartLoop<F>(out, x, y, n);
             return kComplexBit;
         }
     return binaryLoop<F, true, true, true>(out, x, y, shape, n);

@@ -47,10 +47,19 @@ inline V realCosh(V x)
     return large ? (0.5 * half) * half : r;
 }
 
+// Arguments beyond kReduced go through the C library, which reduces them exactly. A tiny x is its own tangent.
+inline V realSin(V x) { return patchReal(absolute(x) > kReduced, laneRealSin, x, vsin(x)); }
+inline V realCos(V x) { return patchReal(absolute(x) > kReduced, laneRealCos, x, vcos(x)); }
+inline V realTan(V x)
+{
+    const V r = patchReal(absolute(x) > kReduced, laneRealTan, x, vtan(x));
+    return absolute(x) < 1e-8 ? x : r;
+}
+
 /// Sine and cosine of the part that is circular in a function, their hyperbolic twins of the other part.
 struct SineParts
 {
-    SineParts(V circular, V hyperbolic) : hard(outside(hyperbolic, -700.0, 700.0) | outside(circular, -1e300, 1e300))
+    SineParts(V circular, V hyperbolic) : hard(outside(hyperbolic, -700.0, 700.0) | outside(circular, -kReduced, kReduced))
     {
         sinCos(circular, s, c);
         sinhCosh(hyperbolic, sh, ch);
@@ -87,7 +96,7 @@ inline Z complexTan(Z z, M lanes)
     const M inside = absolute(z.im) < 30.0;
     sinhCosh(inside ? z.im : V{}, sh, ch);
     const V d = c * c + sh * sh;
-    const Z near = patch(inside & lanes & outside(z.re, -1e300, 1e300), laneTan, z, {s * c / d, sh * ch / d});
+    const Z near = patch(inside & lanes & outside(z.re, -kReduced, kReduced), laneTan, z, {s * c / d, sh * ch / d});
     return select(inside, near, {V{}, z.im > 0.0 ? one() : -one()});
 }
 inline Z complexTanh(Z z, M lanes)
@@ -97,7 +106,7 @@ inline Z complexTanh(Z z, M lanes)
     const M inside = absolute(z.re) < 30.0;
     sinhCosh(inside ? z.re : V{}, sh, ch);
     const V d = sh * sh + c * c;
-    const Z near = patch(inside & lanes & outside(z.im, -1e300, 1e300), laneTanh, z, {sh * ch / d, s * c / d});
+    const Z near = patch(inside & lanes & outside(z.im, -kReduced, kReduced), laneTanh, z, {sh * ch / d, s * c / d});
     return select(inside, near, {z.re > 0.0 ? one() : -one(), V{}});
 }
 
@@ -116,9 +125,9 @@ struct Circular : FunctionDefaults
         return any(on) ? select(on, {realForm(z.re), z.im}, off) : off;
     }
 };
-using Sin = Circular<vsin, complexSin>;
-using Cos = Circular<vcos, complexCos>;
-using Tan = Circular<vtan, complexTan>;
+using Sin = Circular<realSin, complexSin>;
+using Cos = Circular<realCos, complexCos>;
+using Tan = Circular<realTan, complexTan>;
 using Sinh = Circular<realSinh, complexSinh>;
 using Cosh = Circular<realCosh, complexCosh>;
 using Tanh = Circular<vtanh, complexTanh>;
@@ -131,7 +140,11 @@ struct Reciprocal : FunctionDefaults
     static Z complex(Z z)
     {
         return splitAxis(
-            z, [](V x) { return QX_UNIT::real(real(x)); }, [](Z w, M lanes) { return reciprocal(offAxis(w, lanes)); });
+            z, [](V x) { return QX_UNIT::real(real(x)); }, [](Z w, M lanes) {
+                const Z r = offAxis(w, lanes);
+                const M infinite = (absolute(r.re) == infinity()) | (absolute(r.im) == infinity());
+                return select(infinite, Z{}, reciprocal(select(infinite, QX_UNIT::real(one()), r)));
+            });
     }
 };
 using Sec = Reciprocal<Cos, complexCos>;
@@ -150,6 +163,9 @@ using Coth = Reciprocal<Tanh, complexTanh>;
 
 /// log(x + sqrt(x^2 - 1)), x >= 1
 inline V arcosh(V x) { return vlog(x + squareRoot(x * x - 1.0)); }
+
+/// log((x + 1) / (x - 1)) / 2 = log1p(2 / (|x| - 1)) / 2 with the sign of x; NaN for |x| < 1.
+inline V arcoth(V x) { return copySign(0.5 * vlog1p(2.0 / (absolute(x) - 1.0)), x); }
 
 template <class F>
 Z byLanes(Z z, LaneFunction f)
@@ -196,13 +212,7 @@ struct Atan : FunctionDefaults
 
 struct Asinh : FunctionDefaults
 {
-    static V real(V x)
-    {
-        const M negative = x < 0.0;
-        const V size = negative ? -x : x;
-        const V l = vlog(size + squareRoot(size * size + 1.0));
-        return negative ? -l : l;
-    }
+    static V real(V x) { return vasinh(x); } // infinite from 1.34e154, where x^2 overflows
     static Z complex(Z z) { return byLanes<Asinh>(z, laneAsinh); }
     static Z onAxis(V x) { return QX_UNIT::real(real(x)); }
 };
@@ -223,12 +233,13 @@ struct Acosh : FunctionDefaults
 struct Atanh : FunctionDefaults
 {
     static constexpr bool nanIsError = true;
-    static V real(V x) { return 0.5 * vlog((1.0 + x) / (1.0 - x)); }
+    static V real(V x) { return vatanh(x); }
     static Z complex(Z z) { return byLanes<Atanh>(z, laneAtanh); }
     static Z onAxis(V x)
     {
-        const V w = (1.0 + x) / (1.0 - x);
-        return {0.5 * vlog(absolute(w)), x > 1.0 ? splat(-kHalfPi) : (x < -1.0 ? splat(kHalfPi) : V{})};
+        const M beyond = absolute(x) > 1.0;
+        const V r = beyond ? arcoth(x) : vatanh(x);
+        return {absolute(x) == infinity() ? r * V{} / V{} : r, x > 1.0 ? splat(-kHalfPi) : (x < -1.0 ? splat(kHalfPi) : V{})};
     }
 };
 
@@ -271,7 +282,23 @@ using Asec = OfInverse<Acos>;
 using Acsc = OfInverseInfiniteAtZero<Asin>;
 using Asech = OfInverse<Acosh>;
 using Acsch = OfInverseInfiniteAtZero<Asinh>;
-using Acoth = OfInverse<Atanh>;
+
+struct Acoth : OfInverse<Atanh>
+{
+    static V real(V x) { return arcoth(x); }
+    static Z complex(Z z)
+    {
+        return splitAxis(z, onAxis, [](Z w, M) { return Atanh::complex(reciprocal(w)); });
+    }
+    // atanh(1 / x); within (-1, 1) the real part is atanh(x), at 0 the formula has none.
+    static Z onAxis(V x)
+    {
+        const Z inside = Atanh::onAxis(1.0 / x);
+        const M zero = x == 0.0;
+        const V r = absolute(x) < 1.0 ? vatanh(x) : arcoth(x);
+        return {zero ? inside.re : r, inside.im};
+    }
+};
 
 } // namespace
 } // namespace QX_UNIT

@@ -47,7 +47,7 @@ public:
     CothFun();
 };
 
-/// asinh: log(x + sqrt(x^2 + 1)), odd by -log(-x + sqrt(x^2 + 1)) for x < 0.
+/// asinh: log(x + sqrt(x^2 + 1)), odd; computed without its cancellation near 0, infinite from 1.34e154, where x^2 overflows.
 class QX_API AsinhFun : public KernelUnFun
 {
 public:
@@ -62,14 +62,14 @@ public:
     AcoshFun();
 };
 
-/// atanh: log((1 + x) / (1 - x)) / 2, +-inf at +-1. Error "range".
+/// atanh: log((1 + x) / (1 - x)) / 2, +-inf at +-1, computed without its cancellation near 0. Error "range".
 class QX_API AtanhFun : public KernelUnFun
 {
 public:
     AtanhFun();
 };
 
-/// acoth: atanh(1 / x). Error "range".
+/// acoth: atanh(1 / x) = log1p(2 / (|x| - 1)) / 2 with the sign of x. Error "range".
 class QX_API AcothFun : public KernelUnFun
 {
 public:

@@ -2,6 +2,7 @@
 
 #include "base/qxreal_detail.hpp"
 #include "functions/kernels_detail.hpp"
+#include "qxnumber.hpp"
 #include "qxreal.hpp"
 #include "tests/functions/fun_support.hpp"
 
@@ -45,7 +46,7 @@ std::string firstDifference(const std::vector<double>& a, const std::vector<doub
 {
     for (std::size_t i = 0; i < a.size(); ++i)
         if (!same(a[i], b[i]))
-            return "number " + std::to_string(i) + ": " + std::to_string(a[i]) + " and " + std::to_string(b[i]);
+            return "number " + std::to_string(i) + ": " + qxutil::toString(a[i]) + " and " + qxutil::toString(b[i]);
     return "";
 }
 

@@ -162,12 +162,10 @@ TEST(FunctionQuirks, TangentsAreCutFarFromTheAxis)
     EXPECT_NE(callComplex(*fun("tan"), {0.7, 15.0}).value, Complex(0.0, 1.0));
 }
 
-TEST(FunctionQuirks, InverseHyperbolicFunctionsLoseDigitsAndRangeByTheirFormulas)
+TEST(FunctionQuirks, InverseHyperbolicFunctionsLoseRangeByTheirFormulas)
 {
-    EXPECT_EQ(real1("asinh", 1e-20), 0.0);
-    EXPECT_EQ(real1("asinh", 1e200), inf);
+    EXPECT_EQ(real1("asinh", 1e200), inf); // x*x overflows
     EXPECT_EQ(real1("acosh", 1e200), inf);
-    EXPECT_EQ(real1("atanh", 1e-20), 0.0);
     EXPECT_EQ(real1("acosh", 1.0 + 0x1p-52), std::log(1.0 + 0x1p-52 + std::sqrt((1.0 + 0x1p-52) * (1.0 + 0x1p-52) - 1.0)));
 }
 
