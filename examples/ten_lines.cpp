@@ -1,15 +1,18 @@
-#include <evalconst.hpp>
-#include <exprtree.hpp>
+#include <formulas.hpp>
 #include <iostream>
 
 int main()
 {
-    const EvalConst air({"R=8.314", "T=273.15+20", "p=101325"});
-    std::cout << air.evalExpr("0.02897*p/(R*T)") << " kg/m^3\n"; // a formula with constants
+    qx::Formulas f({"x", "a"});
+    f.define("r", "x^2+1");
+    const auto wave = f.add("sin(a*x)/r"); // syntax is checked here, names by compile()
+    const auto program = f.compile();
 
-    ExprTree f;
-    f.scan("x*sin(a*x)");
-    f.simp(false);
-    f.diff("x"); // the symbolic derivative
-    std::cout << f << '\n';
+    const std::vector<double> x{0, 0.5, 1};
+    std::vector<double> value(3), slope(3);
+    qx::Points p(3);
+    p.set("x", x).set("a", 2.0);
+    program.gradient(p, wave, value, {{"x", slope}}); // values and derivatives, any number of points and threads
+    for (int i = 0; i < 3; ++i)
+        std::cout << value[i] << ' ' << slope[i] << '\n';
 }
