@@ -2,6 +2,7 @@
 
 #include "callback.hpp"
 #include "evalnodes.hpp"
+#include "functions/kernels_detail.hpp"
 #include "nodemaker.hpp"
 #include "qxexception.hpp"
 
@@ -18,10 +19,10 @@ bool isNaN(const Complex& z) { return std::isnan(z.real()) || std::isnan(z.imag(
 template <class T>
 unsigned domainBit(const T* values, std::size_t n)
 {
-    bool bad = false;
+    std::size_t bad = 0; // a count and no flag: the loop is then one of vectors
     for (std::size_t i = 0; i < n; ++i)
-        bad |= isNaN(values[i]);
-    return bad ? kFunDomain : 0u;
+        bad += isNaN(values[i]);
+    return bad != 0 ? kFunDomain : 0u;
 }
 
 bool allReal(const Complex* values, std::size_t n)
@@ -73,6 +74,22 @@ unsigned ExternFun::complex(const std::vector<const Complex*>& args, std::size_t
     }
     Callback::requireSuccess(complexName_, Callback::evalDCmplxMat(complexName_, args, n, out));
     return domainBit(out, n) | (allReal(out, n) ? 0u : kFunComplex);
+}
+
+unsigned ExternFun::operator()(const D& x) const { return real({x.get()}, 1, x.get()); }
+unsigned ExternFun::operator()(const C& x) const { return complex({x.get()}, 1, x.get()); }
+unsigned ExternFun::operator()(const DA& x, Size size) const { return real({x->data()}, size, x->data()); }
+unsigned ExternFun::operator()(const CA& x, Size size) const { return complex({x->data()}, size, x->data()); }
+
+bool ExternFun::unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const
+{
+    if (nArgs() != 1 || (shape & qxkernels::kOutComplex) != 0)
+        return false;
+    if ((shape & qxkernels::kXComplex) != 0)
+        bits = complex({reinterpret_cast<const Complex*>(x)}, n, reinterpret_cast<Complex*>(out));
+    else
+        bits = real({x}, n, out);
+    return true;
 }
 
 unsigned ExternFun::operator()(const std::vector<D>& args, int which) const

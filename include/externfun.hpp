@@ -28,6 +28,11 @@ public:
               const std::vector<std::string>& derivatives = {}, const std::vector<std::string>& complexDerivatives = {});
     using MultiFunObj::operator();
 
+    // With one argument the unary forms, which leave an operand that must be kept where it is, else the n-ary ones.
+    unsigned int operator()(const D& x) const override;
+    unsigned int operator()(const C& x) const override;
+    unsigned int operator()(const DA& x, Size size) const override;
+    unsigned int operator()(const CA& x, Size size) const override;
     unsigned int operator()(const std::vector<D>& args, int which) const override;
     unsigned int operator()(const std::vector<C>& args, int which) const override;
     unsigned int operator()(const std::vector<DA>& args, Size size, int which) const override;
@@ -36,6 +41,8 @@ public:
     /// Raises "Differentiation_rule_missing" (externfun) with "Function" and the name unless the derivative is given.
     EvalNodePtr diffRule(const EvalNodes& args, int argIndex, const NodeMakerPtr& maker) const override;
     bool isBuiltin() const override { return false; }
+    bool isMulti() const override { return nArgs() > 1; }
+    bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const override;
 
 private:
     unsigned real(const std::vector<const double*>& args, std::size_t n, double* out) const;

@@ -32,7 +32,8 @@
 /// After a failure a target of another size is as it was. A target that already had the size is written in place and may
 /// be half written; so may an existing Java array.
 ///
-/// Cost: one pass of copies, rows through a block of 32 KB. A target of the right size is not reallocated.
+/// Cost: one pass of copies, rows through a block of 32 KB. A target of the right size is not reallocated. The garbage
+/// collector waits while an array of 4 MB or more is written into Java.
 namespace qxarray {
 
 using qxbase::toJavaNew;

@@ -96,13 +96,25 @@ void readNumbers(JNIEnv* env, typename JavaNumbers<T>::Java array, jsize from, j
     checkJava(env);
 }
 
+/// From this many bytes on a copy that bypasses the caches pays. The garbage collector waits for it.
+constexpr std::size_t largeCopy = std::size_t(4) << 20;
+
 template <class T>
 void writeNumbers(JNIEnv* env, typename JavaNumbers<T>::Java array, jsize from, jsize n, const T* values)
 {
     if (n == 0)
         return;
-    JavaNumbers<T>::set(env, array, from, n, values);
-    checkJava(env);
+    const std::size_t bytes = static_cast<std::size_t>(n) * sizeof(T);
+    if (bytes < largeCopy) {
+        JavaNumbers<T>::set(env, array, from, n, values);
+        checkJava(env);
+        return;
+    }
+    void* const elements = env->GetPrimitiveArrayCritical(array, nullptr);
+    if (!elements)
+        raiseJni(__LINE__);
+    std::memcpy(static_cast<T*>(elements) + from, values, bytes);
+    env->ReleasePrimitiveArrayCritical(array, elements, 0);
 }
 
 template <class T>

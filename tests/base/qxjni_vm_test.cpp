@@ -103,7 +103,7 @@ TEST_F(RealVM, FindsAClassOrLeavesTheExceptionPending)
 
 TEST_F(RealVM, AThreadThatNativeCodeAttachesIsADaemon)
 {
-    onAnotherThread([this] {
+    onAnotherThread([] {
         const AttachThread scope;
         JNIEnv* attached = VMData::getJNIEnv();
         jclass type = qxbase::findClass(attached, "java/lang/Thread");

@@ -433,8 +433,8 @@ TEST_F(JavaArrays, AFlatArrayBecomesAMatrixColumnByColumn)
     jdA1cppdA2(java.env(), flat, 2, 3, target);
 
     EXPECT_EQ(rowsOf(target), (Rows{{1, 3, 5}, {2, 4, 6}}));
-    for (auto [m, n] : {std::pair(2, 2), std::pair(4, 3), std::pair(-2, -3), std::pair(65536, 65536)})
-        EXPECT_EQ(idOf([&] { jdA1cppdA2(java.env(), flat, m, n, target); }), "Illegal_number_of_rows") << m;
+    for (const auto& size : {std::pair(2, 2), std::pair(4, 3), std::pair(-2, -3), std::pair(65536, 65536)})
+        EXPECT_EQ(idOf([&] { jdA1cppdA2(java.env(), flat, size.first, size.second, target); }), "Illegal_number_of_rows");
     EXPECT_EQ(rowsOf(target), (Rows{{1, 3, 5}, {2, 4, 6}}));
 }
 
@@ -568,6 +568,7 @@ std::vector<Conversion> allConversions()
         {"NewArray2", [](FakeJava& java) { toJavaNew(java.env(), arrayOf(someRows(9, 3), 3)); }},
         {"NewArray3", [](FakeJava& java) { toJavaNew(java.env(), numberedCube(2, 3, 2)); }},
         {"NewVector", [](FakeJava& java) { toJavaNew(java.env(), std::vector<long long>{1, 2}); }},
+        {"NewLarge", [](FakeJava& java) { toJavaNew(java.env(), std::vector<double>(600000)); }},
         {"NewNested", [](FakeJava& java) { toJavaNew(java.env(), someRows(3, 2)); }},
         {"NewTexts", [](FakeJava& java) { toJavaNew(java.env(), std::vector<std::vector<std::string>>{{"a", "b"}, {"c"}}); }},
         {"ExistingArray1", [](FakeJava& java) { jdoubleArray t = nullptr; toJavaExisting(java.env(), Array<double, 1>(2), t); }},

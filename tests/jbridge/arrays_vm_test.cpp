@@ -53,6 +53,8 @@ TEST_F(JavaArraysInAVM, NumbersOfEveryFormTravelBothWays)
 {
     expectRoundTrip<double, 1>(env, {1000});
     expectRoundTrip<double, 1>(env, {0});
+    expectRoundTrip<double, 1>(env, {1000000});
+    expectRoundTrip<int, 1>(env, {(4u << 20) / sizeof(int)});
     expectRoundTrip<double, 2>(env, {13, 7});
     expectRoundTrip<double, 2>(env, {5, 0});
     expectRoundTrip<double, 2>(env, {3, 1200});
@@ -67,6 +69,19 @@ TEST_F(JavaArraysInAVM, NumbersOfEveryFormTravelBothWays)
     expectVectorRoundTrip(env, std::vector<long long>{-9000000000000000000LL});
     expectVectorRoundTrip(env, std::vector<std::vector<double>>{{1, 2, 3}, {}, {4}});
     expectVectorRoundTrip(env, std::vector<std::vector<int>>{{}, {5}});
+}
+
+TEST_F(JavaArraysInAVM, ALargeArrayIsWrittenIntoWhereItIs)
+{
+    const Array<double, 1> source = numbered<double, 1>({1000000});
+    jdoubleArray array = toJavaNew(env, std::vector<double>(1000000)), same = array;
+    Array<double, 1> back(1000000);
+
+    toJavaExisting(env, source, same);
+    toCpp(env, same, back);
+
+    EXPECT_EQ(same, array);
+    EXPECT_TRUE(std::equal(source.begin(), source.end(), back.begin()));
 }
 
 TEST_F(JavaArraysInAVM, TextsTravelBothWays)

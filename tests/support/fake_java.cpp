@@ -137,6 +137,17 @@ void FakeJava::addArrays()
         if (!self(env).fails("SetObjectArrayElement"))
             std::get<Objects>(self(env).at(array).value).at(static_cast<std::size_t>(i)) = value;
     };
+    // Arrays of double only.
+    table.GetPrimitiveArrayCritical = [](JNIEnv* env, jarray array, jboolean*) -> void* {
+        if (self(env).fails("GetPrimitiveArrayCritical"))
+            return nullptr;
+        ++self(env).pinned;
+        return std::get<std::vector<jdouble>>(self(env).at(array).value).data();
+    };
+    table.ReleasePrimitiveArrayCritical = [](JNIEnv* env, jarray, void*, jint) {
+        self(env).allowed("ReleasePrimitiveArrayCritical");
+        --self(env).pinned;
+    };
 
 #define QX_FAKE_NUMBERS(J, Name)                                                                                  \
     table.New##Name##Array = [](JNIEnv* env, jsize n) -> J##Array {                                               \
