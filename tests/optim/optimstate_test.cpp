@@ -612,4 +612,55 @@ TEST_F(OptimStateCalls, DerivativeLevelStartsAtOne)
     EXPECT_EQ(state->getDerivLevel(), 0);
 }
 
+// --- The documentation -----------------------------------------------------------------------------------------------------
+
+std::string asText(double value)
+{
+    if (std::isinf(value))
+        return "inf";
+    std::ostringstream out;
+    out.precision(10);
+    out << value;
+    return out.str();
+}
+
+/// The line of the page that stands for a row of the table.
+std::string documented(const qxoptim::Option& option)
+{
+    using qxoptim::Home;
+    using qxoptim::Kind;
+    using qxoptim::RuleType;
+    const bool integer = option.rule == RuleType::Integer, open = option.rule == RuleType::OpenReal;
+    const bool number = integer || open || option.rule == RuleType::Real;
+    std::string range = option.rule == RuleType::AnyText ? "any" : "";
+    if (number)
+        range = (open ? "(" : "[") + asText(option.low) + ", " + asText(option.high) + (open ? ")" : "]");
+    for (const auto& [value, description] : option.choices)
+        range += (range.empty() ? "" : ", ") + std::string(value);
+    std::string word = option.property == std::string("print")  ? "print file name"
+                       : option.property == std::string("stop") ? "stays with the driver"
+                       : option.kind == Kind::Own               ? "lines, below"
+                                                                : option.nonlinearWord;
+    if (option.home == Home::Each)
+        word = std::string(option.word) + "; " + option.nonlinearWord;
+    const std::string fallback = option.fallback              ? asText(*option.fallback)
+                                 : option.fallbackText != nullptr ? option.fallbackText
+                                                                  : "none";
+    const char* home = option.home == Home::Common ? "both" : option.home == Home::Each ? "quadratic; nonlinear" : "nonlinear";
+    return std::string("| ") + option.property + " | " + (integer ? "integer" : number ? "number" : "text") + " | " + fallback +
+           " | " + range + " | " + word + " | " + home + " |\n";
+}
+
+TEST_F(OptimProperties, ThePageHasALineForEach)
+{
+    std::ifstream in(QX_OPTIM_PAGE);
+    std::ostringstream page;
+    page << in.rdbuf();
+    std::string table;
+    for (const qxoptim::Option& option : qxoptim::optionTable())
+        table += documented(option);
+
+    EXPECT_THAT(page.str(), HasSubstr(table));
+}
+
 } // namespace
