@@ -24,7 +24,7 @@ EvalNodePtr Graph::read(const std::string& text) const
     EvalTree tree(text, false);
     EvalNodePtr root = tree.getRoot(evaluator_);
     for (const std::string& name : tree.getBVarNames(evaluator_))
-        if (host_->numberOf(name) < 0 && name != "pi" && name != "i")
+        if (host_->numberOf(name) < 0)
             QX_RAISE("optimise", "Unknown_variable_name", "Name", name);
     return root;
 }
@@ -126,15 +126,14 @@ std::vector<std::pair<int, EvalNodePtr>> Graph::gradient(const EvalNodePtr& root
     return {byVariable.begin(), byVariable.end()};
 }
 
-int Graph::degree(const EvalNodePtr& root) const
+std::vector<int> Graph::degrees(const std::vector<EvalNodePtr>& roots) const
 {
     std::unordered_map<const EvalNode*, int> degrees;
-    const std::vector<EvalNodePtr> order = nodesOf({root});
+    const std::vector<EvalNodePtr> order = nodesOf(roots);
     for (const EvalNodePtr& node : order) {
         const auto* operation = dynamic_cast<const OpNode*>(node.get());
         if (operation == nullptr) {
-            const bool isConstant = node->isScalar() || dynamic_cast<const VarNode*>(node.get()) != nullptr;
-            degrees[node.get()] = variableOf(*node) >= 0 ? 1 : isConstant ? 0 : kNoPolynomial;
+            degrees[node.get()] = variableOf(*node) >= 0 ? 1 : node->isScalar() ? 0 : kNoPolynomial;
             continue;
         }
         const auto of = [&](std::size_t k) { return degrees[seen(operation->getArgs()[k]).get()]; };
@@ -162,7 +161,10 @@ int Graph::degree(const EvalNodePtr& root) const
             degree = kNoPolynomial;
         degree = std::min(degree, kNoPolynomial);
     }
-    return degrees[order.back().get()];
+    std::vector<int> result;
+    for (const EvalNodePtr& root : roots)
+        result.push_back(degrees[seen(root).get()]);
+    return result;
 }
 
 } // namespace examples

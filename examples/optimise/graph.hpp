@@ -39,8 +39,9 @@ public:
     /// Source: Griewank, Walther, Evaluating Derivatives, 2nd ed., SIAM 2008, section 3.2.
     std::vector<std::pair<int, EvalNodePtr>> gradient(const EvalNodePtr& root) const;
 
-    /// The degree as a polynomial of the variables, or kNoPolynomial. An upper bound: x-x has degree 1.
-    int degree(const EvalNodePtr& root) const;
+    /// The degree of each as a polynomial of the variables, or kNoPolynomial. An upper bound: x-x has degree 1.
+    std::vector<int> degrees(const std::vector<EvalNodePtr>& roots) const;
+    int degree(const EvalNodePtr& root) const { return degrees({root}).front(); }
     static constexpr int kNoPolynomial = 1000;
 
 private:

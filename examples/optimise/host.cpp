@@ -32,26 +32,24 @@ int Host::numberOf(const std::string& name) const
 void Host::eval(const VarEvaluatorPtr&, const std::string& name, unsigned, const ValRepPtr& rep, const ValRepCachePtr&)
 {
     const int number = numberOf(name);
-    if (number < 0 && name != "pi" && name != "i")
+    if (number < 0)
         QX_RAISE("host", "Unknown_variable_name", "Name", name);
-    if (number < 0 && name == "i") {
-        rep->reset(true, true, 0);
-        boost::shared_ptr<std::complex<double>> unit;
-        rep->addCScalar(unit);
-        *unit = {0.0, 1.0};
-    } else {
-        rep->reset(true, false, 0);
-        boost::shared_ptr<double> value;
-        rep->addDScalar(value);
-        *value = number < 0 ? M_PI : x_[number];
-    }
+    rep->reset(true, false, 0);
+    boost::shared_ptr<double> value;
+    rep->addDScalar(value);
+    *value = x_[number];
     rep->setEvaluated();
 }
 
 EvalNodePtr Host::expand(const VarEvaluatorPtr& evaluator, const std::string& name)
 {
-    const auto at = definitions_.find(name);
-    return at == definitions_.end() ? EvalNodePtr() : at->second->getRoot(evaluator);
+    if (const auto at = definitions_.find(name); at != definitions_.end())
+        return at->second->getRoot(evaluator);
+    if (numberOf(name) >= 0)
+        return {};
+    if (name == "pi") // constants, so that nothing counts as depending on them
+        return getNodeMaker()->makeConstNode(M_PI);
+    return name == "i" ? getNodeMaker()->makeConstNode(std::complex<double>(0.0, 1.0)) : EvalNodePtr();
 }
 
 FunObjPtr Host::getFun(const std::string& name, int nArgs)

@@ -65,18 +65,21 @@ void Model::addRow(const EvalNodePtr& node, Row row)
 {
     const int number = static_cast<int>(rows_.size());
     const std::vector<std::pair<int, EvalNodePtr>> gradient = graph_.gradient(node);
-    // An expression whose derivatives depend on nothing is linear. The same question for single derivatives finds the
-    // linear entries of the others.
-    const DepInfo dependence = EvalTree(node).jacDepends(graph_.variables(), graph_.evaluator());
-    row.isLinear = !dependence.isSolDepAll();
-    std::vector<EvalNodePtr> derivatives;
+    std::vector<EvalNodePtr> all, constant, varying;
     for (const auto& [column, derivative] : gradient)
-        if (row.isLinear || graph_.degree(derivative) == 0)
-            linear_.push_back({number, column, constantValue(graph_, derivative)});
-        else {
-            nonlinear_.push_back({number, column, 0.0});
-            derivatives.push_back(derivative);
-        }
+        all.push_back(derivative);
+    // An expression whose derivatives depend on nothing is linear; single derivatives may be constant in the others too.
+    row.isLinear = !EvalTree(node).jacDepends({}, graph_.evaluator()).isSolDepAll();
+    const std::vector<int> degrees = graph_.degrees(all);
+    const std::size_t firstLinear = linear_.size();
+    for (std::size_t k = 0; k < all.size(); ++k) {
+        const bool isConstant = row.isLinear || degrees[k] == 0;
+        (isConstant ? constant : varying).push_back(all[k]);
+        (isConstant ? linear_ : nonlinear_).push_back({number, gradient[k].first, 0.0});
+    }
+    const std::vector<double> values = constantValues(graph_, constant);
+    for (std::size_t k = 0; k < values.size(); ++k)
+        linear_[firstLinear + k].value = values[k];
     if (row.isLinear) {
         const std::vector<double> origin(problem_.variables.size(), 0.0);
         if (!makeValues(graph_, {node})->at(origin.data(), &row.constant))
@@ -84,7 +87,7 @@ void Model::addRow(const EvalNodePtr& node, Row row)
     } else {
         expressions_.insert(expressions_.begin() + static_cast<long>(nonlinearRows_.size()), node);
         nonlinearRows_.push_back(number);
-        expressions_.insert(expressions_.end(), derivatives.begin(), derivatives.end());
+        expressions_.insert(expressions_.end(), varying.begin(), varying.end());
     }
     rows_.push_back(std::move(row));
 }
@@ -92,9 +95,15 @@ void Model::addRow(const EvalNodePtr& node, Row row)
 /// The derivatives of the objective are linear: theirs are the entries of the Hessian.
 void Model::findHessian(const EvalNodePtr& objective)
 {
+    std::vector<EvalNodePtr> seconds;
     for (const auto& [row, derivative] : graph_.gradient(objective))
-        for (const auto& [column, second] : graph_.gradient(derivative))
-            hessian_.push_back({row, column, constantValue(graph_, second)});
+        for (const auto& [column, second] : graph_.gradient(derivative)) {
+            hessian_.push_back({row, column, 0.0});
+            seconds.push_back(second);
+        }
+    const std::vector<double> values = constantValues(graph_, seconds);
+    for (std::size_t k = 0; k < values.size(); ++k)
+        hessian_[k].value = values[k];
 }
 
 bool Model::evaluate(const double* x, double* F, double* G) const

@@ -101,8 +101,6 @@ private:
         double value = 0.0;
         if (node.isRealScalar(value))
             return value;
-        if (dynamic_cast<const VarNode*>(&node) != nullptr && node.getVarName() == "pi")
-            return M_PI;
         throw NeedsTrees{};
     }
 
@@ -200,13 +198,13 @@ std::unique_ptr<Values> makeValues(const Graph& graph, const std::vector<EvalNod
     }
 }
 
-double constantValue(const Graph& graph, const EvalNodePtr& expression)
+std::vector<double> constantValues(const Graph& graph, const std::vector<EvalNodePtr>& expressions)
 {
-    double value = 0.0;
+    std::vector<double> values(expressions.size());
     const std::vector<double> anywhere(graph.variables().size(), 0.0);
-    if (!makeValues(graph, {expression})->at(anywhere.data(), &value))
+    if (!makeValues(graph, expressions)->at(anywhere.data(), values.data()))
         QX_RAISE("optimise", "Unexpected_NaN");
-    return value;
+    return values;
 }
 
 } // namespace examples

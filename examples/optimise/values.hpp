@@ -19,7 +19,11 @@ public:
 /// The graph is lent and must outlive the result.
 std::unique_ptr<Values> makeValues(const Graph& graph, const std::vector<EvalNodePtr>& expressions);
 
-/// The value of an expression without variables. Raises qxbase::Exception where it has none.
-double constantValue(const Graph& graph, const EvalNodePtr& expression);
+/// The values of expressions without variables. Raises qxbase::Exception where one has none.
+std::vector<double> constantValues(const Graph& graph, const std::vector<EvalNodePtr>& expressions);
+inline double constantValue(const Graph& graph, const EvalNodePtr& expression)
+{
+    return constantValues(graph, {expression}).front();
+}
 
 } // namespace examples
