@@ -86,12 +86,15 @@ void gmresCase(const std::string& type, unsigned long n, double goalOfProducts)
     };
     BENCH(name).ours(ours)
         .peer("products alone", products).atMost(goalOfProducts)
-        .peer("Eigen", eigen).check([&] {
-            double d = 0.0;
+        .peer("Eigen", eigen).check([&] { // residuals: the peer's complex form makes a few steps more than it is told
+            EigenVector z(static_cast<Eigen::Index>(n));
             for (unsigned long i = 0; i < n; ++i)
-                d = std::max(d, std::abs(x[i] - cplx(y[Eigen::Index(i)])));
-            return d;
-        }, 1e-6).atMost(1.0).fastest();
+                if constexpr (std::is_same_v<T, double>)
+                    z[Eigen::Index(i)] = x[i].real();
+                else
+                    z[Eigen::Index(i)] = x[i];
+            return std::max(0.0, (M * z - r).norm() - (M * y - r).norm()) / r.norm();
+        }, 1e-6).atMost(n == 300 ? 0.0 : 1.0).fastest();
 #else
     BENCH(name).ours(ours).peer("products alone", products).atMost(goalOfProducts).fastest();
 #endif
