@@ -57,6 +57,9 @@ public:
         columns_.push_back(std::move(column));
     }
 
+    /// A function of the host's own.
+    void addFunction(const FunObjPtr& function) { functions_[function->getName()] = function; }
+
     std::size_t current = 0; ///< the block that is evaluated
 
     /// The value of a column in the current block; null for another name.
