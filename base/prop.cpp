@@ -57,7 +57,7 @@ struct GlobalChecks
 
 GlobalChecks& globalChecks()
 {
-    static GlobalChecks instance;
+    static GlobalChecks& instance = *new GlobalChecks; // for the life of the process: static destructors may use lists
     return instance;
 }
 

@@ -66,6 +66,11 @@ function(qx_finish_library)
   set_target_properties(qxkernel PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
     INSTALL_RPATH "$ORIGIN")
   target_compile_features(qxkernel INTERFACE cxx_std_20)
+  # Symbols carry the major version: two versions of the library in one process do not meet.
+  set(map ${PROJECT_BINARY_DIR}/qxkernel.map)
+  file(CONFIGURE OUTPUT ${map} CONTENT "QXKERNEL_${PROJECT_VERSION_MAJOR} { global: *; };\n")
+  target_link_options(qxkernel PRIVATE LINKER:--version-script=${map})
+  set_target_properties(qxkernel PROPERTIES LINK_DEPENDS ${map})
   target_link_libraries(qxkernel PRIVATE qx_flags ${private} OpenMP::OpenMP_CXX ${CMAKE_DL_LIBS} Threads::Threads
     PUBLIC $<BUILD_INTERFACE:Boost::headers>)
   target_include_directories(qxkernel PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>

@@ -3,6 +3,7 @@
 #include "dense/elementloop_detail.hpp"
 #include "qxexception.hpp"
 #include "qxnumber.hpp"
+#include "qxparallel.hpp"
 
 #include <cmath>
 
@@ -30,14 +31,54 @@ cplx powerOfZero(const cplx& p)
     return p.real() > 0.0 ? cplx(0.0) : nanValue<cplx>();
 }
 
-/// Calls f(from, count) for consecutive blocks that are too short for any BLAS to divide among threads: the bits of a
-/// sum, or of a kernel that treats the last elements of its share in another way, then do not depend on their number.
+/// Blocks that are too short for any BLAS to divide among threads: the bits of a sum, or of a kernel that treats the last
+/// elements of its share in another way, then do not depend on their number.
+constexpr unsigned long blockLength = 8192;
+/// From here on a region costs less than it saves.
+constexpr unsigned long parallelLength = 100000;
+
+/// f(block, from, count) for blocks first .. last - 1 of n elements, by a team where that pays. f must not throw.
 template <class F>
-void forEachBlock(unsigned long n, F f)
+void forBlocks(unsigned long n, unsigned long first, unsigned long last, const F& f)
 {
-    constexpr unsigned long block = 8192;
-    for (unsigned long i = 0; i < n; i += block)
-        f(i, lapackInt(std::min(block, n - i)));
+    const auto call = [&](unsigned long b) {
+        const unsigned long from = b * blockLength;
+        f(b, from, static_cast<int>(std::min(blockLength, n - from)));
+    };
+    const unsigned long length = std::min(n, last * blockLength) - first * blockLength;
+    if (length < parallelLength || !qxbase::isParallelLoop(length)) {
+        for (unsigned long b = first; b < last; ++b)
+            call(b);
+        return;
+    }
+#pragma omp parallel for schedule(static) num_threads(AVAILABLETHREADS())
+    for (unsigned long b = first; b < last; ++b)
+        call(b);
+}
+
+unsigned long blocksOf(unsigned long n) { return (n + blockLength - 1) / blockLength; }
+
+/// f(from, count) for all blocks.
+template <class F>
+void forEachBlock(unsigned long n, const F& f)
+{
+    forBlocks(n, 0, blocksOf(n), [&](unsigned long, unsigned long from, int count) { f(from, count); });
+}
+
+/// Sum of f(from, count) over all blocks, added in their order whoever computes them.
+template <class T, class F>
+T sumOverBlocks(unsigned long n, const F& f)
+{
+    constexpr unsigned long batch = 256;
+    T partial[batch];
+    T sum(0);
+    for (unsigned long first = 0, blocks = blocksOf(n); first < blocks; first += batch) {
+        const unsigned long last = std::min(blocks, first + batch);
+        forBlocks(n, first, last, [&](unsigned long b, unsigned long from, int count) { partial[b - first] = f(from, count); });
+        for (unsigned long b = first; b < last; ++b)
+            sum += partial[b - first];
+    }
+    return sum;
 }
 
 double power(double x, double p) { return std::pow(x, p); }
@@ -129,11 +170,9 @@ T dot(const Array<T, 1>& x, const Array<T, 1>& y, Trans_t trans)
 {
     if (x.size() != y.size())
         refuse("dot: x and y does not have the same length.");
-    T sum(0);
-    forEachBlock(x.size(), [&](unsigned long i, int count) {
-        sum += Blas<T>::dot(count, x.data() + i, y.data() + i, trans == ConjTrans);
+    return sumOverBlocks<T>(x.size(), [&](unsigned long i, int count) {
+        return Blas<T>::dot(count, x.data() + i, y.data() + i, trans == ConjTrans);
     });
-    return sum;
 }
 
 template <class T, int N>

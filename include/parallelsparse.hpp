@@ -12,6 +12,7 @@
 #include <atomic>
 #include <complex>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 class Sparse;
@@ -38,6 +39,7 @@ public:
     /// Makes the block structure where changeBlockMatrix says so. std::bad_alloc leaves isBlocked false.
     void blockMatrix(const Sparse& A);
     bool isBlocked() const { return blocked; }
+    int getPid() const { return pid; }
     unsigned long getNCol() const { return nCol; }
     /// Half-open range of rows of this thread.
     unsigned long getStartRows() const { return startRows; }
@@ -57,10 +59,14 @@ public:
 
     /// Whether work has still to be made for max(m, n) sums of the given type.
     bool changeWorkArray(const Sparse& A, bool real) const;
+    /// Makes room for so many sums, as setWorkArray does.
+    void growWork(unsigned long size, bool real);
     /// Makes it. 1000 elements are kept in reserve; a work array never shrinks. Raises "Internal_error_matrix" from
     /// "matrix" if the array does not serve even then: no index type counts that many elements.
     void setWorkArray(const Sparse& A, bool real);
     bool isRealWork() const { return work.isReal(); }
+    /// Elements that the work array has room for.
+    unsigned long workSize() const { return hasWork ? work.size() : 0; }
     double* getCurrentWorkdArray();
     std::complex<double>* getCurrentWorkzArray();
     /// Makes holder n elements long and returns them.
@@ -98,10 +104,13 @@ private:
 /// one thread sweeps its unknowns while the others bring the corrections of the stage before into their rows. Extra
 /// memory: 24 bytes for each column and thread that it reaches.
 ///
-/// Work-array scheme, for the others: the columns are divided into a number of parts that depends on the matrix alone,
-/// each part has its own vector, and these are added in order. Bits: the same for any number of threads above one.
-/// Products that only gather have one writer an element in any case. Sweeps of such matrices, and of RowStored ones, run
-/// serially.
+/// Work-array scheme, for the others: the columns are divided into parts, each part has a vector of its own over the rows
+/// that it touches, and these are added in order. There are 2 to 64 parts, a number of the matrix's structure alone, as long
+/// as their vectors hold no more than half as many elements as the matrix has entries. Fixed are the order of the
+/// additions within a part and of the parts: the bits are the same for any number of threads above one. One thread adds
+/// column by column. The rows of the parts are found at the first product after a change of structure. format(FormSorted)
+/// pays where a square matrix takes many products and its columns reach far: blocks need no vectors. Products that only
+/// gather have one writer an element in any case. Sweeps of such matrices, and of RowStored ones, run serially.
 ///
 /// One object belongs to one matrix and its copies, and serves one call at a time: a call that finds it busy runs the
 /// serial kernels. Block data stay valid while version, arrays and sizes are those seen: value changes keep them.
@@ -132,6 +141,8 @@ public:
     void clear();
     /// The data of thread t; t below the largest thread count seen.
     const ParallelSparseData& getData(int t) const { return *data[static_cast<std::size_t>(t)]; }
+    /// Threads and parts that data have been made for.
+    std::size_t dataCount() const { return data.size(); }
     /// Shares of the block structure that isBlocked was asked for last.
     int getBlockShares() const { return blockShares; }
     /// Time spent on "blocks", "products" and "sweeps". Look while no call is running.
@@ -155,7 +166,7 @@ private:
     template <class Y>
     void zero(Y* y, unsigned long n) const;
     template <class Y>
-    void updateResultVector(Y* y, unsigned long n, int parts) const;
+    void updateResultVector(Y* y, unsigned long n) const;
 
     template <class Work>
     void inBlocks(const Work& work) const;
@@ -178,19 +189,32 @@ private:
     void gatherSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse);
 
     template <class Y, class T, class Product>
-    void inParts(const llsparse<T>& s, unsigned long len, int parts, const Product& product) const;
+    void inParts(const llsparse<T>& s, const Product& product) const;
     template <class T, class Y, class X>
-    void workPlusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans, int parts) const;
+    void workPlusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans) const;
     template <class T, class Y, class X>
-    void workMinusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans, int parts) const;
+    void workMinusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans) const;
     template <class T, class R>
-    void workSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse, int parts);
+    void workSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse);
+    void planParts(const Sparse& A);
+    void setPartVectors(const Sparse& A, bool real);
+
+    /// The parts of a product that scatters: for each the half-open range of rows that it touches. Valid for the structure
+    /// that was seen.
+    struct PartPlan
+    {
+        std::vector<std::pair<unsigned long, unsigned long>> rows;
+        std::int64_t versionSeen = 0;
+        const unsigned long* rowSeen = nullptr;
+        unsigned long mSeen = 0, nSeen = 0, nnzSeen = 0;
+    };
 
     boost::shared_ptr<XDevUtils> utils;
     boost::shared_ptr<qxbase::Parallel> parallel; // the team of the call that runs
     std::vector<boost::shared_ptr<ParallelSparseData>> data;
     Matrix<1> result; // what an updater reads while it overwrites its vector
     const Matrix<1> noResult;
+    PartPlan plan;
     int blockShares = 0;
     std::atomic_flag busy = ATOMIC_FLAG_INIT;
 };

@@ -4,6 +4,7 @@
 #include "vector_access.hpp"
 
 #include <algorithm>
+#include <cstdint>
 
 using namespace qxsparse;
 
@@ -113,14 +114,20 @@ bool ParallelSparseData::changeWorkArray(const Sparse& A, bool real) const
     return !hasWork || work.isReal() != real || work.size() < std::max(A.getM(), A.getN());
 }
 
+void ParallelSparseData::growWork(unsigned long size, bool real)
+{
+    if (hasWork && work.isReal() == real && work.size() >= size)
+        return;
+    hasWork = false;
+    work = Matrix<1>(uninit_t(), std::max(size + workReserve, work.size()), real);
+    hasWork = true;
+}
+
 void ParallelSparseData::setWorkArray(const Sparse& A, bool real)
 {
     if (!changeWorkArray(A, real))
         return;
-    const unsigned long size = std::max(std::max(A.getM(), A.getN()) + workReserve, work.size());
-    hasWork = false;
-    work = Matrix<1>(uninit_t(), size, real);
-    hasWork = true;
+    growWork(std::max(A.getM(), A.getN()), real);
     if (changeWorkArray(A, real)) {
         hasWork = false;
         QX_RAISE("matrix", "Internal_error_matrix");
@@ -180,6 +187,7 @@ void ParallelSparse::clear()
 {
     if (const Busy hold(*this); hold) {
         clearData();
+        plan = PartPlan();
         result = noResult;
     }
 }
@@ -235,12 +243,30 @@ void ParallelSparse::setWorkArray(const Sparse& A, bool real, int nThreads)
 
 namespace {
 
-/// Into how many vectors a product is split: a number of the matrix's own, so that results do not depend on threads,
-/// and small enough for the vectors to cost little beside the entries.
-int partialVectors(const Sparse& A)
+using Range = std::pair<unsigned long, unsigned long>;
+
+Range unionOf(const Range& a, const Range& b)
 {
-    const unsigned long length = std::max(std::max(A.getM(), A.getN()), 1UL);
-    return static_cast<int>(std::clamp(A.getNnz() / (4 * length), 2UL, 16UL));
+    if (a.first == a.second || b.first == b.second)
+        return a.first == a.second ? b : a;
+    return {std::min(a.first, b.first), std::max(a.second, b.second)};
+}
+
+/// Largest power of two up to `most` that leaves each part a few thousand entries; at least 2.
+unsigned long mostParts(unsigned long nnz)
+{
+    constexpr unsigned long most = 64, entriesOfPart = 5000;
+    unsigned long parts = 2;
+    while (2 * parts <= std::min(most, nnz / entriesOfPart))
+        parts *= 2;
+    return parts;
+}
+
+/// The place where element 0 of a vector would stand whose element `first` stands at data.
+template <class Y>
+Y* beginOf(Y* data, unsigned long first)
+{
+    return reinterpret_cast<Y*>(reinterpret_cast<std::uintptr_t>(data) - first * sizeof(Y));
 }
 
 template <class T>
@@ -289,16 +315,68 @@ void ParallelSparse::zero(Y* y, unsigned long n) const
 
 /// y (n) += work vectors of the parts, in their order, each share its even slice of y.
 template <class Y>
-void ParallelSparse::updateResultVector(Y* y, unsigned long n, int parts) const
+void ParallelSparse::updateResultVector(Y* y, unsigned long n) const
 {
     const Team team(parallel->getNumberThreads());
     team.run([&](int share) {
         const Slice s = team.even(n, share);
-        for (int part = 0; part < parts; ++part) {
-            const Y* work = workOf<Y>(*data[static_cast<std::size_t>(part)]);
-            for (unsigned long i = s.from; i < s.to; ++i)
+        for (std::size_t part = 0; part < plan.rows.size(); ++part) {
+            const auto [first, last] = plan.rows[part];
+            const Y* work = beginOf(workOf<Y>(*data[part]), first);
+            for (unsigned long i = std::max(s.from, first), end = std::min(s.to, last); i < end; ++i)
                 y[i] += work[i];
         }
+    });
+}
+
+/// Divides the columns into parts of about the same number of entries and finds the rows that each touches. Where their
+/// vectors would outgrow the matrix, neighbours are joined: the parts of half as many are unions of two.
+void ParallelSparse::planParts(const Sparse& A)
+{
+    const unsigned long nnz = A.getNnz(), *colPtr = A.getColPtr(), *row = A.getRow();
+    const bool byRow = A.getSymm() == RowStored, square = A.getM() == A.getN();
+    const unsigned long n = byRow ? A.getM() : A.getN(), m = byRow ? A.getN() : A.getM();
+    if (!plan.rows.empty() && plan.versionSeen == A.getRowColptrVersion() && plan.rowSeen == row && plan.mSeen == m &&
+        plan.nSeen == n && plan.nnzSeen == nnz)
+        return;
+    std::vector<Range> rows(mostParts(nnz));
+    const Team team(static_cast<int>(rows.size()), parallel->getNumberThreads());
+    team.run([&](int part) {
+        const Slice own = team.weighted(n, colPtr, part);
+        Range range(0, 0);
+        if (own.from < own.to && colPtr[own.from] < colPtr[own.to]) {
+            const auto [least, most] = std::minmax_element(row + colPtr[own.from], row + colPtr[own.to]);
+            range = {*least, *most + 1};
+        }
+        if (square) // gathered sums and the updater's diagonal go to the part's own columns
+            range = unionOf(range, {own.from, own.to});
+        rows[static_cast<std::size_t>(part)] = range;
+    });
+    const auto elements = [&rows] {
+        unsigned long count = 0;
+        for (const auto& [first, last] : rows)
+            count += last - first;
+        return count;
+    };
+    while (rows.size() > 2 && elements() > nnz / 2) {
+        for (std::size_t k = 0; k < rows.size() / 2; ++k)
+            rows[k] = unionOf(rows[2 * k], rows[2 * k + 1]);
+        rows.resize(rows.size() / 2);
+    }
+    plan = {std::move(rows), A.getRowColptrVersion(), row, m, n, nnz};
+}
+
+/// The vectors of the parts, ready for sums of the given type.
+void ParallelSparse::setPartVectors(const Sparse& A, bool real)
+{
+    try {
+        planParts(A);
+    } catch (const std::bad_alloc&) {
+        QX_RAISE("parallelsparse", "Out_of_memory_operation_sparse_matrix.");
+    }
+    prepare(static_cast<int>(plan.rows.size()), [&](ParallelSparseData& d) {
+        const Range& range = plan.rows[static_cast<std::size_t>(d.getPid())];
+        d.growWork(range.second - range.first, real);
     });
 }
 
@@ -365,36 +443,35 @@ void ParallelSparse::gatherMultiply(const llsparse<T>& s, Y* y, const X* x, Tran
 
 /// product(work, from, to) with the columns in parts, each part into a zeroed vector of its own.
 template <class Y, class T, class Product>
-void ParallelSparse::inParts(const llsparse<T>& s, unsigned long len, int parts, const Product& product) const
+void ParallelSparse::inParts(const llsparse<T>& s, const Product& product) const
 {
-    const Team team(parts, parallel->getNumberThreads());
+    const Team team(static_cast<int>(plan.rows.size()), parallel->getNumberThreads());
     team.run([&](int part) {
+        const auto [first, last] = plan.rows[static_cast<std::size_t>(part)];
         Y* work = workOf<Y>(*data[static_cast<std::size_t>(part)]);
-        std::fill_n(work, len, Y(0.0));
+        std::fill_n(work, last - first, Y(0.0));
         const Slice own = team.weighted(s.n, s.colPtr, part);
         if (own.from < own.to)
-            product(work, own.from, own.to);
+            product(beginOf(work, first), own.from, own.to);
     });
 }
 
 template <class T, class Y, class X>
-void ParallelSparse::workPlusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans,
-                                   int parts) const
+void ParallelSparse::workPlusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans) const
 {
-    inParts<Y>(s, len, parts, [&](Y* work, unsigned long from, unsigned long to) {
+    inParts<Y>(s, [&](Y* work, unsigned long from, unsigned long to) {
         s.yPlusAMulx(work, x, trans, nullptr, 0, nullptr, nullptr, from, to);
     });
-    updateResultVector(y, len, parts);
+    updateResultVector(y, len);
 }
 
 template <class T, class Y, class X>
-void ParallelSparse::workMinusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans,
-                                    int parts) const
+void ParallelSparse::workMinusAMulx(const llsparse<T>& s, Y* y, const X* x, unsigned long len, Trans_t trans) const
 {
-    inParts<Y>(s, len, parts, [&](Y* work, unsigned long from, unsigned long to) {
+    inParts<Y>(s, [&](Y* work, unsigned long from, unsigned long to) {
         s.yMinusAMulx(work, x, trans, nullptr, 0, nullptr, nullptr, from, to);
     });
-    updateResultVector(y, len, parts);
+    updateResultVector(y, len);
 }
 
 template <bool Minus>
@@ -407,9 +484,9 @@ bool ParallelSparse::multiply(Matrix<1>& y, const Sparse& A, const VectorView& x
     if (shares < 2)
         return false;
     const bool gathers = onlyGathers(A, trans), blocked = !gathers && isBlocked(A, shares, trans);
-    const int parts = partialVectors(A);
+    visitStore(A, [](const auto& store) { checkSummand(store); });
     if (!blocked && !gathers)
-        setWorkArray(A, y.isReal() && A.isReal() && x.isReal(), parts);
+        setPartVectors(A, y.isReal() && A.isReal() && x.isReal());
     utils->timed("products", [&] {
         withProductTypes(y, A, x, [&](const auto& s, auto* yData, const auto* xData) {
             if (gathers)
@@ -417,8 +494,8 @@ bool ParallelSparse::multiply(Matrix<1>& y, const Sparse& A, const VectorView& x
             else if (blocked)
                 Minus ? blockyMinusAMulx(s, yData, xData, trans) : blockyPlusAMulx(s, yData, xData, trans);
             else
-                Minus ? workMinusAMulx(s, yData, xData, y.size(), trans, parts)
-                      : workPlusAMulx(s, yData, xData, y.size(), trans, parts);
+                Minus ? workMinusAMulx(s, yData, xData, y.size(), trans)
+                      : workPlusAMulx(s, yData, xData, y.size(), trans);
         });
     });
     return true;
@@ -510,14 +587,14 @@ void ParallelSparse::gatherSORUpdater(const llsparse<T>& s, R* u, double omega, 
 }
 
 template <class T, class R>
-void ParallelSparse::workSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse, int parts)
+void ParallelSparse::workSORUpdater(const llsparse<T>& s, R* u, double omega, bool reverse)
 {
     const R* t = copyToResult(u, s.n);
     zero(u, s.n);
-    inParts<R>(s, s.n, parts, [&](R* work, unsigned long from, unsigned long to) {
+    inParts<R>(s, [&](R* work, unsigned long from, unsigned long to) {
         s.SORUpdater(work, t, omega, reverse, nullptr, 0, nullptr, nullptr, from, to);
     });
-    updateResultVector(u, s.n, parts);
+    updateResultVector(u, s.n);
 }
 
 /// serial(s, type), or blocked(s, type) where the block structure serves.
@@ -570,9 +647,10 @@ int ParallelSparse::SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool
             return s.SORUpdater(writable<decltype(type)>(u), omega, reverse);
         }, u);
     const bool byRow = A.getSymm() == RowStored, blocked = !byRow && isBlocked(A, shares, NoTrans);
-    const int parts = partialVectors(A);
-    if (!byRow && !blocked)
-        setWorkArray(A, u.isReal() && A.isReal(), parts);
+    if (!byRow && !blocked) {
+        checkSweepVectors(A, u);
+        setPartVectors(A, u.isReal() && A.isReal());
+    }
     return utils->timed("sweeps", [&] {
         return withSweepTypes(A, [&](const auto& s, auto type) {
             auto* uData = writable<decltype(type)>(u);
@@ -581,7 +659,7 @@ int ParallelSparse::SORUpdater(const Sparse& A, Matrix<1>& u, double omega, bool
             else if (blocked)
                 blockSORUpdater(s, uData, omega, reverse);
             else
-                workSORUpdater(s, uData, omega, reverse, parts);
+                workSORUpdater(s, uData, omega, reverse);
             return -1;
         }, u);
     });

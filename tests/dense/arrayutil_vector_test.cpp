@@ -1,5 +1,6 @@
 #include "arrayutil.hpp"
 #include "dense_values.hpp"
+#include "support/threads.hpp"
 
 namespace {
 
@@ -210,6 +211,27 @@ TYPED_TEST(VectorKernels, TimesMultipliesElementsAlsoInPlace)
 
     EXPECT_TRUE(sameBits(z, vectorOf<T>({10, 21})));
     EXPECT_TRUE(sameBits(x, z));
+}
+
+TYPED_TEST(VectorKernels, DotAddsFixedBlocksInTheirOrder)
+{
+    // The same bits as sums of blocks of 8192 elements, one after the other, with one thread and with several.
+    using T = TypeParam;
+    for (const unsigned long n : {99999ul, 100000ul, 100001ul, 8192ul * 260 + 17}) {
+        const Array<T, 1> x = randomVector<T>(n, 9), y = randomVector<T>(n, 10);
+        T wanted(0);
+        for (unsigned long from = 0; from < n; from += 8192) {
+            const unsigned long count = std::min(8192ul, n - from);
+            Array<T, 1> xs(count), ys(count);
+            std::copy_n(x.data() + from, count, xs.data());
+            std::copy_n(y.data() + from, count, ys.data());
+            wanted += qxarray::dot(xs, ys);
+        }
+        for (const int threads : {1, 2, 5}) {
+            const qxtest::Threads some(threads);
+            EXPECT_EQ(qxarray::dot(x, y), wanted) << n << " elements, " << threads << " threads";
+        }
+    }
 }
 
 TYPED_TEST(VectorKernels, GiveTheSameBitsForAnyNumberOfThreads)

@@ -439,3 +439,15 @@ TEST(ForkDeathTest, TheLibraryLeavesNothingBehindWhenItIsClosed)
 }
 #endif
 #endif // QX_FORK_TESTS
+
+#ifdef QX_SHARED_LIBRARY
+TEST(SharedLibrary, SymbolsCarryTheMajorVersion)
+{
+    void* const library = dlopen(QX_SHARED_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+
+    EXPECT_NE(dlvsym(library, "_Z16AVAILABLETHREADSv", QX_SYMBOL_VERSION), nullptr);
+    EXPECT_EQ(dlvsym(library, "_Z16AVAILABLETHREADSv", "QXKERNEL_OTHER"), nullptr);
+    EXPECT_EQ(dlsym(library, "umfpack_dl_solve"), nullptr); // what is linked privately stays inside
+}
+#endif

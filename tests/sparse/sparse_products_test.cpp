@@ -10,6 +10,7 @@
 #include <cmath>
 #include <omp.h>
 #include <thread>
+#include <tuple>
 
 using namespace qxtest;
 
@@ -757,4 +758,88 @@ TEST(SparseProducts, APartThatEndsAtZeroReachesToTheLastColumn)
                 EXPECT_EQ(toZero, toEnd);
                 EXPECT_NE(toEnd, std::vector<cplx>(7)); // something was added
             }
+}
+
+// --- Parts of unsorted and rectangular products -------------------------------------------------------------------
+
+namespace {
+
+/// A band matrix of n columns, `width` entries in each, its rows scrambled.
+Sparse unsortedBand(Index m, Index n, Index width, bool real, unsigned seed)
+{
+    std::mt19937 generator(seed);
+    std::vector<Entry> list;
+    for (Index j = 0; j < n; ++j)
+        for (Index k = 0; k < width; ++k)
+            list.push_back({(j * m / n + (k * 7) % width) % m, j,
+                            cplx(double(generator() % 1000) / 500.0 - 1.0, real ? 0.0 : double(generator() % 1000) / 500.0)});
+    return sparseOf(m, n, list, real);
+}
+
+} // namespace
+
+TEST(ParallelSparseParts, UnsortedAndRectangularProductsAreRightAndTheSameForAnyTeam)
+{
+    struct Case
+    {
+        const char* name;
+        Sparse A;
+    };
+    const std::vector<Case> cases = {
+        {"band", unsortedBand(40000, 40000, 9, true, 1)},
+        {"complex band", unsortedBand(4000, 4000, 9, false, 2)},
+        {"tall", unsortedBand(30000, 9000, 5, true, 3)},
+        {"wide", unsortedBand(3000, 20000, 5, true, 4)},
+        {"random", randomSparse(900, 900, 20000, true, Unsymmetric, 5)},
+        {"random rows", randomSparse(900, 700, 20000, true, RowStored, 5)},
+        {"summand", randomSparse(900, 900, 20000, true, Symmetric, 6)},
+        {"hermitian", randomSparse(500, 500, 12000, false, Hermitian, 7)},
+        {"few rows", unsortedBand(2, 15000, 2, true, 8)},
+    };
+    for (const Case& c : cases)
+        for (Trans_t trans : allTrans)
+            for (bool minus : {false, true}) {
+                SCOPED_TRACE(testing::Message() << c.name << " " << int(trans) << (minus ? " minus" : " plus"));
+                const Index rows = trans == NoTrans ? c.A.getM() : c.A.getN();
+                const Matrix<1> x = randomVector(trans == NoTrans ? c.A.getN() : c.A.getM(), true, 11);
+                const auto product = [&](int threads) {
+                    const Threads some(threads);
+                    Matrix<1> y;
+                    y.trueCopy(randomVector(rows, c.A.isReal(), 12), c.A.isReal());
+                    minus ? yMinusAMulx(y, c.A, x, trans) : yPlusAMulx(y, c.A, x, trans);
+                    return y;
+                };
+                const Matrix<1> serial = product(1), two = product(2);
+                EXPECT_TRUE(near(dense(two), dense(serial), 1e-12 * double(1 + c.A.getNnz() / rows)));
+                for (int threads : {3, 7, 64})
+                    EXPECT_TRUE(sameBits(product(threads), two)) << threads;
+            }
+}
+
+TEST(ParallelSparseParts, AStructureThatChangedIsDividedAnew)
+{
+    const Threads two(2);
+    Sparse A = unsortedBand(2000, 2000, 9, true, 1);
+    const Matrix<1> x = randomVector(2000, true, 2);
+    A * x;
+    A.setElem(1999, 0, 5.0); // far outside the rows that the first part had
+    A.setElem(0, 1999, 7.0);
+    const Matrix<1> y = A * x;
+    const Threads one(1);
+    EXPECT_TRUE(near(dense(y), dense(A * x), 1e-12));
+}
+
+TEST(ParallelSparseParts, VectorsOfPartsAreFewerThanTheEntries)
+{
+    // A random matrix touches all rows in each part: two vectors. A band touches few: the most there are.
+    const Threads two(2);
+    for (const auto& [A, atLeast, atMost] : std::vector<std::tuple<Sparse, Index, Index>>{
+             {randomSparse(9000, 9000, 60000, true, Unsymmetric, 1), 2, 4}, {unsortedBand(70000, 70000, 5, true, 1), 64, 64}}) {
+        A * randomVector(A.getN(), true, 1);
+        Index vectors = 0;
+        for (int t = 0; t < int(A.getParallelSparse()->dataCount()); ++t)
+            vectors += A.getParallelSparse()->getData(t).workSize() > 0;
+        EXPECT_GE(vectors, atLeast);
+        EXPECT_LE(vectors, atMost);
+    }
 }
