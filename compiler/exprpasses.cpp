@@ -19,18 +19,74 @@ std::size_t at(int i)
     return static_cast<std::size_t>(i);
 }
 
+/// Ids to new ids. Ids mostly come from one counter: then they are positions in a vector, otherwise keys of a hash table.
+class IdMap
+{
+public:
+    IdMap(const std::vector<int>& inputs, const std::vector<ExprComp::Def>& defs)
+    {
+        long low = LONG_MAX, high = LONG_MIN;
+        const auto include = [&](int id) {
+            low = std::min(low, static_cast<long>(id));
+            high = std::max(high, static_cast<long>(id));
+        };
+        for (const int id : inputs)
+            include(id);
+        for (const ExprComp::Def& def : defs)
+            include(def.id);
+        const std::size_t count = inputs.size() + defs.size();
+        if (count == 0 || high - low >= 4 * static_cast<long>(count)) {
+            sparse_.resize(static_cast<unsigned>(count));
+            return;
+        }
+        low_ = low;
+        dense_.assign(static_cast<std::size_t>(high - low + 1), none);
+    }
+
+    /// False if the id is there.
+    bool insert(int id, int newId)
+    {
+        if (dense_.empty())
+            return sparse_.insert(id, newId).inserted != 0;
+        int& place = dense_[static_cast<std::size_t>(id - low_)];
+        if (place != none)
+            return false;
+        place = newId;
+        return true;
+    }
+
+    bool find(int id, int& newId) const
+    {
+        if (dense_.empty()) {
+            const QxHashLookup hit = sparse_.lookup(id);
+            if (hit)
+                newId = sparse_.at(hit.slot);
+            return static_cast<bool>(hit);
+        }
+        const long i = id - low_;
+        if (i < 0 || i >= static_cast<long>(dense_.size()) || dense_[static_cast<std::size_t>(i)] == none)
+            return false;
+        newId = dense_[static_cast<std::size_t>(i)];
+        return true;
+    }
+
+private:
+    static constexpr int none = INT_MIN;
+    long low_ = 0;
+    std::vector<int> dense_;
+    QxHashMap<int, int> sparse_;
+};
+
 } // namespace
 
 void ExprComp::crossRef()
 {
     // New identities: -1 - i for input i, u for definition u. A known name moves along.
-    QxHashMap<int, int> newIds(static_cast<unsigned>(inputs.size() + defs.size()), true);
+    IdMap newIds(inputs, defs);
     QxHashMap<std::string, int> newNames(names.size(), true);
     const auto rename = [&](int oldId, int newId, const char* failure) {
-        const QxHashInsert entry = newIds.insertKey(oldId);
-        if (!entry.inserted)
+        if (!newIds.insert(oldId, newId))
             QX_RAISE("exprcomp", failure + getVarName(oldId));
-        newIds.at(entry.slot) = newId;
         if (const QxHashLookup name = names.lookup(oldId))
             newNames.insert(newId, names.at(name.slot));
     };
@@ -46,8 +102,8 @@ void ExprComp::crossRef()
         defs[u].id = static_cast<int>(u);
         for (int k = 0; k < defs[u].nArgs; ++k) {
             int& arg = defs[u].args[at(k)];
-            if (const QxHashLookup hit = newIds.lookup(arg))
-                arg = newIds.at(hit.slot);
+            if (int newId; newIds.find(arg, newId))
+                arg = newId;
             else
                 undefined.push_back(arg);
         }
@@ -62,10 +118,10 @@ void ExprComp::crossRef()
         QX_RAISE("exprcomp", message);
     }
     for (std::size_t k = 0; k < outputs.size(); ++k) {
-        const QxHashLookup hit = newIds.lookup(outputs[k]);
-        if (!hit)
+        if (int newId; newIds.find(outputs[k], newId))
+            outputs[k] = newId;
+        else
             QX_RAISE("exprcomp", "Output #" + qxutil::toString(k) + " lacks definition.");
-        outputs[k] = newIds.at(hit.slot);
     }
     std::swap(names, newNames);
     for (std::size_t i = 0; i < inputs.size(); ++i)

@@ -68,6 +68,7 @@ void ExprComp::createEval()
     outs.reserve(outputs.size());
     for (const int output : outputs)
         outs.push_back(static_cast<int>(first) + lifeRange[at(output)].first);
+    realFunctions = &qxmath::realFunctions();
     evalOps.swap(steps);
     evalWork.swap(work);
     evalOuts.swap(outs);
@@ -78,8 +79,9 @@ void ExprComp::eval(const std::vector<double>& in, std::vector<double>& out) con
     if (in.size() != inputs.size() || evalOuts.size() != outputs.size())
         fail("Internal_error_symbolic_processing");
     double* const work = evalWork.data();
-    std::copy(in.begin(), in.end(), work);
-    const qxmath::RealFunctions& f = qxmath::realFunctions();
+    for (std::size_t i = 0; i < in.size(); ++i) // few: a call of memmove costs more
+        work[i] = in[i];
+    const qxmath::RealFunctions& f = *realFunctions;
 
     for (const Step& step : evalOps) {
         const double a = work[step.args[0]], b = work[step.args[1]];
@@ -145,7 +147,8 @@ void ExprComp::eval(const std::vector<double>& in, std::vector<double>& out) con
         work[step.slot] = r;
     }
 
-    out.resize(outputs.size());
+    if (out.size() != evalOuts.size())
+        out.resize(evalOuts.size());
     for (std::size_t k = 0; k < evalOuts.size(); ++k)
         out[k] = work[evalOuts[k]];
 }

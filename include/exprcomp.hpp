@@ -12,6 +12,10 @@
 #include <utility>
 #include <vector>
 
+namespace qxmath {
+struct RealFunctions;
+}
+
 /// Compiler of sets of scalar real formulas to straight-line code.
 ///
 /// The input is a flat list of single-assignment definitions, one operation each, with the input and the output variables
@@ -208,6 +212,7 @@ private:
     boost::shared_ptr<ClassFile> createClass(const std::string& className, const std::string& methodName, bool withMain);
 
     const unsigned long serial;
+    const qxmath::RealFunctions* realFunctions = nullptr; ///< set by createEval
     Stopwatch stopwatch;
     std::vector<int> spillCandidates; ///< registers that came to state Local since the last spill
     std::vector<int> codeBound;       ///< per position: codeBounds()

@@ -3,6 +3,7 @@
 #include "qxnumber.hpp"
 
 #include <gmock/gmock.h>
+#include <limits>
 #include <set>
 #include <sstream>
 
@@ -44,6 +45,35 @@ TEST(ExprCompCrossRef, NumbersInputsDownFromMinusOneAndDefinitionsByPosition)
     EXPECT_EQ(comp.defs[1].args[0], -1);
     EXPECT_EQ(comp.getVarName(-2), "b");
     EXPECT_EQ(comp.getVarName(1), "s");
+}
+
+TEST(ExprCompCrossRef, IdsMayBeAnyNumbers)
+{
+    constexpr int low = std::numeric_limits<int>::min(), high = std::numeric_limits<int>::max();
+    for (const int step : {1, 1000000}) {
+        Probe comp;
+        comp.addInput(low);
+        comp.addInput(7);
+        comp.addDef(high, ExprComp::Minus, low, 7);
+        int last = high;
+        for (int i = 1; i <= 20; ++i) {
+            comp.addDef(100 + step * i, ExprComp::Plus, last, 7);
+            last = 100 + step * i;
+        }
+        comp.addOutput(last);
+        comp.addOutput(high);
+        comp.runPasses();
+        EXPECT_THAT(comp.valuesAt({5, 2}), ElementsAre(43, 3));
+    }
+    Probe duplicate;
+    duplicate.addInput(low);
+    duplicate.addDef(high, 1.0);
+    duplicate.addDef(low, 1.0);
+    EXPECT_EQ(idOf([&] { duplicate.classBytes(); }), "Duplicate definition of _v-2147483648");
+    Probe undefined;
+    undefined.addDef(5, ExprComp::Sin, 1000);
+    undefined.addDef(6, ExprComp::Sin, -1000);
+    EXPECT_EQ(idOf([&] { undefined.classBytes(); }), "Undefined inputs: _v1000_v-1000");
 }
 
 TEST(ExprCompCrossRef, DuplicatesAreNamed)
