@@ -53,6 +53,8 @@ public:
     bool isNonlinearIn(Formula formula, const std::vector<std::string>& variables) const;
     std::string text(Formula formula) const;
     std::string derivativeText(Formula formula, const std::string& variable) const;
+    std::vector<std::string> feed(ExprComp& compiler, std::span<const Formula> formulas,
+                                  std::span<const std::string> gradient) const;
     const std::vector<std::string>& variables() const { return names_.variables; }
 
     /// A worker for this thread; give() takes it back for the next evaluation.

@@ -31,6 +31,8 @@ struct InterpTable;
 ///
 /// Formulas collects what the user typed, a Program evaluates it, Points are the values of the variables: nothing is
 /// bound by position and nothing that changes is shared by threads.
+class ExprComp;
+
 namespace qx {
 
 class CompiledFormulas;
@@ -248,6 +250,14 @@ public:
     std::string text(Formula formula) const;
     std::string derivativeText(Formula formula, const std::string& variable) const;
     const std::vector<std::string>& variables() const;
+
+    /// Feeds formulas, each followed by its derivatives by the names in `gradient`, to a compiler of Java classes that holds
+    /// nothing yet: the inputs are variables() in their order, all of them. Returns the outputs' names, "q" and "d(q,x)",
+    /// with the formula's text for q. Real formulas of standard functions only: raises "Cannot create definitions from "
+    /// and the name for what compiled code does not know, functions of the user's own among them; "Unknown_formula",
+    /// "Unknown_variable_name". The compiler is of no use then.
+    std::vector<std::string> feed(ExprComp& compiler, std::span<const Formula> formulas,
+                                  std::span<const std::string> gradient = {}) const;
 
 private:
     friend class Formulas;

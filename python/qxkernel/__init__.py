@@ -17,17 +17,19 @@ from ._core import CancelToken
 from .dae import DAE
 from .dense import eig, gmres
 from .errors import Cancelled, Error
-from .formulas import Compiled, Failures, Formulas, VectorFunction
+from .formulas import Compiled, Failures, Formulas, JavaClass, VectorFunction
 from .interpolation import Table
 from .optimizer import Optimum, minimize, set_optimizer_path
-from .sparse import Factor, NullSpace, Sparse, nullspace, read_matrix_market, splu, write_matrix_market
+from .sparse import (Constrained, Factor, NullSpace, Sparse, nullspace, read_matrix_market, solve_constrained, splu,
+                     write_matrix_market)
 from .symbolic import Expr
 
 __version__ = _core.version
 
-__all__ = ["CancelToken", "Cancelled", "Compiled", "DAE", "Error", "Expr", "Factor", "Failures", "Formulas",
-           "NullSpace", "Optimum", "Sparse", "Table", "VectorFunction", "eig", "gmres", "minimize", "nullspace",
-           "read_matrix_market", "set_optimizer_path", "show_config", "splu", "write_matrix_market"]
+__all__ = ["CancelToken", "Cancelled", "Compiled", "Constrained", "DAE", "Error", "Expr", "Factor", "Failures",
+           "Formulas", "JavaClass", "NullSpace", "Optimum", "Sparse", "Table", "VectorFunction", "eig", "gmres",
+           "minimize", "nullspace", "read_matrix_market", "set_optimizer_path", "show_config", "solve_constrained",
+           "splu", "write_matrix_market"]
 
 
 def show_config():

@@ -9,13 +9,16 @@ from ._progress import progress_function
 from ._text import kernel_text
 from .interpolation import Table
 
-__all__ = ["Compiled", "Failures", "Formulas", "VectorFunction"]
+__all__ = ["Compiled", "Failures", "Formulas", "JavaClass", "VectorFunction"]
 
 _KEPT = 256  # compiled formulas of one object, the latest used
 
 Failures = namedtuple("Failures", "count first")
 Failures.__doc__ = """Points at which a formula has no value: their exact number, and the first hundred as pairs of
 (index of the formula, Error)."""
+
+JavaClass = namedtuple("JavaClass", "code inputs outputs listing")
+JavaClass.__doc__ = "What compile_java returns: the bytes of the class, names of inputs and outputs, its definitions as text."
 
 _PLAIN = _core.CallOptions(False, False, False, 0, None, None)
 
@@ -271,6 +274,19 @@ class Formulas:
         result = np.zeros((len(texts), len(names)), bool)
         result[np.repeat(np.arange(len(texts)), np.diff(starts)), columns] = True
         return result
+
+    def compile_java(self, class_name, texts, gradient=(), *, method="eval", main=False):
+        """A Java class with `static int method(double[] in, double[] out)`: its bytes, inputs are `variables` in their
+        order, outputs the formulas, each followed by its derivatives by the names in gradient.
+
+        Packages by slashes or dots; main=True adds a driver for the command line. Returns JavaClass(code, inputs,
+        outputs, listing). Fails: qxkernel.Error, "Cannot create definitions from " and the name for functions that
+        compiled code does not know.
+        """
+        texts = [texts] if isinstance(texts, str) else list(texts)
+        program = self._compiled(tuple(texts), False)._program
+        code, outputs, listing = program.java_class(class_name.replace(".", "/"), method, list(gradient), main)
+        return JavaClass(code, self.variables, tuple(outputs), listing)
 
     def vector_function(self, texts, states, time=None):
         """Several formulas as a function of a vector of states, for solve_ivp and root; see VectorFunction."""

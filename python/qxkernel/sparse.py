@@ -1,11 +1,13 @@
 """Sparse matrices: to and from SciPy, products, relaxation, direct solution, null spaces."""
 
+from collections import namedtuple
+
 import numpy as np
 
 from . import _core
 from ._progress import progress_function
 
-__all__ = ["Sparse", "Factor", "NullSpace", "splu", "nullspace", "read_matrix_market", "write_matrix_market"]
+__all__ = ["Constrained", "Sparse", "Factor", "NullSpace", "splu", "nullspace", "solve_constrained", "read_matrix_market", "write_matrix_market"]
 
 
 def _numbers(values, what="values"):
@@ -282,6 +284,24 @@ def nullspace(N, *, orthonormal=False, progress=None, cancel=None):
     with progress_function(progress) as report:
         stores = _core.null_space(Sparse(N).H._store, orthonormal, report, cancel)
     return NullSpace(*(Sparse._of(store) for store in stores))
+
+
+Constrained = namedtuple("Constrained", "u residual dropped")
+Constrained.__doc__ = """What solve_constrained returns: the solution, the relative residual of the reduced system, the
+constraints (from 0) that follow from the others."""
+
+
+def solve_constrained(K, f, N, g, *, orthonormal=False, progress=None, cancel=None):
+    """Solves K u = f under the constraints N u = g, up to the forces that the constraints exert: one row of N each.
+
+    K (n, n), f (n), N (c, n), g (c); real or complex. Constraints that follow from others are dropped and listed.
+    Fails: qxkernel.Error with "Contradicting_constraints" (arguments name them), "Singular_matrix",
+    "Wrong_number_of_values".
+    """
+    with progress_function(progress) as report:
+        u, residual, dropped = _core.solve_constrained(Sparse(K)._store, _numbers(f), Sparse(N).H._store, _numbers(g),
+                                                       orthonormal, report, cancel)
+    return Constrained(u, residual, tuple(dropped))
 
 
 def read_matrix_market(path):

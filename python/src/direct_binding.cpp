@@ -5,11 +5,15 @@
 #include "numpy_arrays.hpp"
 #include "sparse_binding.hpp"
 
+#include "constrained.hpp"
 #include "prop.hpp"
 #include "qxnull.hpp"
 #include "umfpack.hpp"
 
+#include <pybind11/stl.h>
+
 #include <mutex>
+#include <span>
 
 namespace py = pybind11;
 
@@ -114,6 +118,33 @@ py::tuple nullSpace(const Sparse& N, bool orthonormal, const py::object& progres
     return py::make_tuple(Null, Compl, Range);
 }
 
+template <class T>
+py::tuple solveConstrainedAs(const Sparse& K, const py::array& f, const Sparse& N, const py::array& g, bool orthonormal,
+                             const py::object& progress, const std::shared_ptr<CancelToken>& cancel)
+{
+    const Array<T, 1> force = toArray1<T>(f), given = toArray1<T>(g);
+    qx::Constrained<T> result;
+    runInterruptible({progress, cancel}, [&](qxutil::RunInfo& run) {
+        qx::NullSpaceOptions options;
+        options.orthonormal = orthonormal;
+        options.run = &run;
+        result = qx::solveConstrained(K, std::span<const T>(force.data(), force.size()), N,
+                                      std::span<const T>(given.data(), given.size()), options);
+    });
+    return py::make_tuple(py::array_t<T>(static_cast<py::ssize_t>(result.u.size()), result.u.data()), result.residual,
+                          result.dropped);
+}
+
+/// (u, residual, dropped constraints) of K u = f under N^H u = g.
+py::tuple solveConstrainedSystem(const Sparse& K, const py::array& f, const Sparse& N, const py::array& g,
+                                 bool orthonormal, const py::object& progress,
+                                 const std::shared_ptr<CancelToken>& cancel)
+{
+    const bool real = K.isReal() && N.isReal() && !isComplex(f) && !isComplex(g);
+    return real ? solveConstrainedAs<double>(K, f, N, g, orthonormal, progress, cancel)
+                : solveConstrainedAs<Complex>(K, f, N, g, orthonormal, progress, cancel);
+}
+
 } // namespace
 
 void bindDirect(py::module_& module)
@@ -125,4 +156,5 @@ void bindDirect(py::module_& module)
         .def("solve", &Factor::solve)
         .def("factors", &Factor::factors);
     module.def("null_space", &nullSpace);
+    module.def("solve_constrained", &solveConstrainedSystem);
 }

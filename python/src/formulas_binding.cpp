@@ -8,6 +8,7 @@
 #include "point_data.hpp"
 #include "python_function.hpp"
 
+#include "exprcomp.hpp"
 #include "formulas.hpp"
 #include "qxexception.hpp"
 
@@ -15,6 +16,7 @@
 
 #include <memory>
 #include <optional>
+#include <sstream>
 
 namespace py = pybind11;
 
@@ -142,6 +144,19 @@ public:
     {
         qx::Pattern pattern = program_->jacobianPattern(formulas_, names);
         return {std::move(pattern.rowStart), std::move(pattern.column)};
+    }
+    /// (bytes of the class, names of the outputs, listing)
+    py::tuple javaClass(const std::string& className, const std::string& method, const std::vector<std::string>& gradient,
+                        bool withMain) const
+    {
+        ExprComp compiler;
+        const std::vector<std::string> outputs = program_->feed(compiler, formulas_, gradient);
+        std::vector<unsigned char> bytes;
+        compiler.compile(className, method, bytes, withMain);
+        std::ostringstream listing;
+        compiler.dumpFlatList(listing);
+        return py::make_tuple(py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size()), outputs,
+                              listing.str());
     }
     std::string derivativeText(const std::string& name) const { return program_->derivativeText(formulas_[0], name); }
 
@@ -312,6 +327,7 @@ void bindFormulas(py::module_& module)
         .def(py::init<const Builder&, const std::vector<std::string>&>())
         .def("evaluate", &CompiledFormulas::evaluate)
         .def("gradient", &CompiledFormulas::gradient)
+        .def("java_class", &CompiledFormulas::javaClass)
         .def("pattern", &CompiledFormulas::pattern)
         .def("derivative_text", &CompiledFormulas::derivativeText);
 }

@@ -488,3 +488,33 @@ def test_a_root_found_by_scipy():
         fun([1.0])
     with pytest.raises(TypeError):
         fun(0.0, [1.0, 2.0])
+
+
+def test_a_java_class_computes_the_same(tmp_path):
+    import shutil
+    f = Formulas(x=0.5, a=2.0).define(r="a*x+1")
+    made = f.compile_java("pkg.Law", "r**2*sin(x)", ["x"])
+
+    assert made.code[:4] == bytes.fromhex("cafebabe") and made.inputs == ("x", "a") and len(made.outputs) == 2
+    if shutil.which("javac") is None:
+        pytest.skip("there is no Java compiler")
+    (tmp_path / "pkg").mkdir()
+    (tmp_path / "pkg" / "Law.class").write_bytes(made.code)
+    (tmp_path / "Use.java").write_text("""
+        class Use { public static void main(String[] a) {
+            double[] out = new double[2];
+            System.out.println(pkg.Law.eval(new double[] {0.5, 2.0}, out) + " " + out[0] + " " + out[1]);
+        } }""")
+    subprocess.run(["javac", "-cp", tmp_path, "-d", tmp_path, tmp_path / "Use.java"], check=True)
+    text = subprocess.run(["java", "-cp", tmp_path, "Use"], check=True, capture_output=True, text=True).stdout
+    status, value, slope = text.split()
+    expected, (gradient,) = f.gradient("r^2*sin(x)", ["x"])
+    assert status == "0" and float(value) == pytest.approx(expected, rel=1e-14)
+    assert float(slope) == pytest.approx(float(gradient), rel=1e-14)
+
+
+def test_what_has_no_compiled_form_is_refused():
+    f = Formulas(x=0.5).function("mine", np.cos)
+    with pytest.raises(Error) as failure:
+        f.compile_java("Law", "mine(x)")
+    assert failure.value.identifier == "Cannot create definitions from mine"

@@ -5,7 +5,7 @@ import threading
 
 import numpy as np
 import pytest
-from qxkernel import (CancelToken, Cancelled, Error, Sparse, nullspace, read_matrix_market, splu, write_matrix_market)
+from qxkernel import (CancelToken, Cancelled, Error, Sparse, nullspace, read_matrix_market, solve_constrained, splu, write_matrix_market)
 
 
 def random_dense(rng, m, n, complex_=False, density=0.3):
@@ -249,3 +249,24 @@ def test_values_of_other_types_become_doubles():
     for bad in (np.array([["a"]]), np.array([[None]]), np.array([[np.datetime64("2020")]]), np.eye(2, dtype=np.longdouble)):
         with pytest.raises(TypeError):
             Sparse(bad)
+
+
+@pytest.mark.parametrize("complex_", [False, True])
+def test_constrained_systems_meet_constraints_and_equations(rng, complex_):
+    K = regular(rng, 8, complex_)
+    N = np.zeros((3, 8))
+    N[0, :2] = [1, -1]
+    N[1, 4] = 1
+    N[2] = 2 * N[0]  # repeats the first
+
+    u, residual, dropped = solve_constrained(K, np.ones(8), N, [0.5, 2.0, 1.0])
+
+    null = nullspace(N).null.toarray()
+    assert np.allclose(N @ u, [0.5, 2.0, 1.0]) and np.allclose(null.conj().T @ (K @ u - 1), 0, atol=1e-10)
+    assert len(dropped) == 1 and dropped[0] in (0, 2) and residual < 1e-12
+
+
+def test_contradicting_constraints_are_named():
+    with pytest.raises(Error) as failure:
+        solve_constrained(np.eye(3), np.ones(3), [[1.0, 0, 0], [1.0, 0, 0]], [1.0, 2.0])
+    assert failure.value.identifier == "Contradicting_constraints" and "Constraint" in failure.value.arguments
