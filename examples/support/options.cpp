@@ -10,6 +10,7 @@ Options::Options(std::string program, std::string words, std::string purpose)
     : program_(std::move(program)), words_(std::move(words)), purpose_(std::move(purpose))
 {
     flag("--help", "show this text", helpWanted_);
+    flag("--version", "show the version", versionWanted_);
 }
 
 void Options::flag(const std::string& name, const std::string& help, bool& target)
@@ -72,6 +73,8 @@ std::vector<std::string> Options::read(int argc, const char* const* argv)
 
 std::string Options::help() const
 {
+    if (versionWanted_)
+        return program_ + " of qxkernel " QX_EXAMPLES_VERSION "\n";
     std::size_t width = 0;
     for (const Option& o : options_)
         width = std::max(width, o.name.size() + 1 + o.argument.size());
@@ -91,6 +94,15 @@ int wholeNumber(const std::string& text, int least, int most)
     if (error != std::errc() || end != text.data() + text.size() || value < least || value > most)
         throw UsageError("'" + text + "' is no whole number from " + std::to_string(least) + " to " +
                          std::to_string(most));
+    return value;
+}
+
+double positiveNumber(const std::string& text)
+{
+    double value = 0.0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || !(value > 0.0) || value > 1e300)
+        throw UsageError("'" + text + "' is no positive number");
     return value;
 }
 

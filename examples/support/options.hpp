@@ -35,8 +35,8 @@ public:
 
     /// Reads all; gives the words that are no options, in order. Raises UsageError with the option's name.
     std::vector<std::string> read(int argc, const char* const* argv);
-    /// --help was there.
-    bool helpWanted() const { return helpWanted_; }
+    /// --help or --version was there: print help() and nothing else.
+    bool helpWanted() const { return helpWanted_ || versionWanted_; }
     std::string help() const;
 
 private:
@@ -54,10 +54,13 @@ private:
     std::string purpose_;
     std::vector<Option> options_;
     bool helpWanted_ = false;
+    bool versionWanted_ = false;
 };
 
 /// A whole number in [least, most]; raises UsageError otherwise.
 int wholeNumber(const std::string& text, int least, int most);
+/// A number above 0, decimal point whatever the locale; raises UsageError otherwise.
+double positiveNumber(const std::string& text);
 /// The parts of a text between separators, blanks around them removed.
 std::vector<std::string> split(const std::string& text, char separator);
 

@@ -76,3 +76,20 @@ TEST(Options, HelpNamesEveryOption)
     for (const char* name : {"usage: program WORDS", "--help", "--flag", "--number N", "--text TEXT", "a number"})
         EXPECT_NE(help.find(name), std::string::npos) << help;
 }
+
+TEST(Options, VersionIsShownInPlaceOfHelp)
+{
+    Example e;
+
+    e.read({"--version"});
+
+    EXPECT_TRUE(e.options.helpWanted());
+    EXPECT_EQ(e.options.help().rfind("program of qxkernel ", 0), 0u);
+}
+
+TEST(Options, PositiveNumbersAreReadWhole)
+{
+    EXPECT_EQ(positiveNumber("2.5e-3"), 2.5e-3);
+    for (const char* text : {"", "abc", "1x", "0", "-1", "nan", "inf", "1e999", " 1"})
+        EXPECT_THROW(positiveNumber(text), UsageError) << text;
+}
