@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <dlfcn.h>
+#include <optional>
 #include <string>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -104,9 +105,12 @@ struct Direct
         }
     }
 
-    void run()
+    /// With one BLAS thread, as the driver, or with as many as BLAS likes.
+    void run(bool oneThread = true)
     {
-        const qxbase::BlasThreadScope one(1); // as the driver
+        std::optional<qxbase::BlasThreadScope> one;
+        if (oneThread)
+            one.emplace(1);
         const long n = long(x.size());
         void *symbolic = nullptr, *numeric = nullptr;
         if (Az.empty()) {
@@ -170,6 +174,7 @@ void measure(const std::string& name, unsigned long edge, int dimensions, T shif
     Umfpack solver(run);
     Matrix<1> b(A.getM(), true), x;
     b = cplx(1.0);
+    const int before = qxbase::setAvailableThreads(1);
     BENCH("factorise and solve/" + name)
         .ours([&] {
             solver.init(A, false, false, false, true);
@@ -186,6 +191,35 @@ void measure(const std::string& name, unsigned long edge, int dimensions, T shif
             },
             1e-9)
         .atMost(1.03)
+        .fastest();
+    qxbase::setAvailableThreads(before);
+}
+
+/// All threads that there are: our team over panels, the same bits as one thread, against BLAS with threads of its own.
+template <class T>
+void measureTeams(const std::string& name, unsigned long edge, int dimensions, T shift)
+{
+    Sparse A = laplacian(edge, dimensions, shift);
+    Direct direct(A);
+    qxutil::RunInfo run;
+    Umfpack solver(run);
+    Matrix<1> b(A.getM(), true), x;
+    b = cplx(1.0);
+    BENCH("factorise and solve, all threads/" + name)
+        .ours([&] {
+            solver.init(A, false, false, false, true);
+            solver.solve(b, x);
+            solver.clear();
+        })
+        .peer("UMFPACK, BLAS threads", [&] { direct.run(false); })
+        .check(
+            [&] {
+                double d = 0.0;
+                for (unsigned long i = 0; i < x.size(); ++i)
+                    d = std::max(d, std::abs(x[i] - cplx(direct.x[i], direct.xz[i])));
+                return d;
+            },
+            1e-9)
         .fastest();
 }
 
@@ -228,6 +262,8 @@ void qxbench::benchmarks()
     measure("2D 300^2 complex", 300, 2, cplx(0.0, 1.0));
     measure("3D 30^3 real", 30, 3, 0.0);
     measure("3D 30^3 complex", 30, 3, cplx(0.0, 1.0));
+    measureTeams("3D 30^3 real", 30, 3, 0.0);
+    measureTeams("3D 40^3 real", 40, 3, 0.0);
 
 #ifdef QX_UMFPACK_POLLS_BLAS
     measurePolling("2D 300^2 real", 300, 2, 0.0);
