@@ -5,6 +5,7 @@
 #include "graphwalk_detail.hpp"
 #include "nodemaker.hpp"
 #include "noderelease_detail.hpp"
+#include "perthread_detail.hpp"
 #include "qxexception.hpp"
 #include "stackroom_detail.hpp"
 #include "valrepcache.hpp"
@@ -16,13 +17,40 @@ namespace {
 
 constexpr unsigned numbersWanted = EvalValues | EvalGatherBVars;
 
-/// The variable that an argument is. Raises the identifier for anything else.
-std::string variableName(const EvalNodePtr& node, const char* identifier)
+bool isVariable(const EvalNode& node)
 {
-    if (!dynamic_cast<const VarNode*>(node.get()))
-        QX_RAISE("evalnodes", identifier);
-    return node->getVarName();
+    return dynamic_cast<const VarNode*>(&node) != nullptr;
 }
+
+/// The argument values of a host operator. Their storage stays with the thread, a vector for each level of nesting.
+class ArgumentValues
+{
+public:
+    ArgumentValues() : kept_(qxeval::PerThread<Kept>::get())
+    {
+        if (kept_ && !kept_->empty()) {
+            values.swap(kept_->back());
+            kept_->pop_back();
+        }
+    }
+    ~ArgumentValues()
+    {
+        values.clear();
+        if (kept_)
+            try {
+                kept_->push_back(std::move(values));
+            } catch (const std::bad_alloc&) {
+            }
+    }
+    ArgumentValues(const ArgumentValues&) = delete;
+    ArgumentValues& operator=(const ArgumentValues&) = delete;
+
+    std::vector<ValRepPtr> values;
+
+private:
+    using Kept = std::vector<std::vector<ValRepPtr>>;
+    Kept* const kept_;
+};
 
 void print(std::ostream& out, const std::string& name, const EvalNodes& args)
 {
@@ -109,13 +137,12 @@ ValRepPtr GenOpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr
 {
     qxeval::requireStack();
     const EvaluationScope scope(evaluator);
-    std::vector<ValRepPtr> values;
-    values.reserve(args_.size());
+    ArgumentValues held;
     for (const EvalNodePtr& arg : args_)
-        values.push_back(arg->eval(evaluator, cache, flags));
+        held.values.push_back(arg->eval(evaluator, cache, flags));
     if (!(flags & numbersWanted))
         return ValRep::makeNaN();
-    const ValRepPtr result = evaluator->eval(evaluator, name_, values, flags, cache);
+    const ValRepPtr result = evaluator->eval(evaluator, name_, held.values, flags, cache);
     if (!result)
         return ValRep::makeNaN();
     result->setEvaluated();
@@ -287,8 +314,11 @@ DiffNode::~DiffNode()
 
 EvalNodePtr DiffNode::resolve(const VarEvaluatorPtr& evaluator) const
 {
-    return resolved(*this, evaluator,
-                    [&] { return expr_->diff(variableName(var_, "Can_only_diff_wrt_variables"), evaluator); });
+    return resolved(*this, evaluator, [&] {
+        if (!isVariable(*var_))
+            QX_RAISE("evalnodes", "Can_only_diff_wrt_variables");
+        return expr_->diff(var_->getVarName(), evaluator);
+    });
 }
 
 ValRepPtr DiffNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
@@ -340,6 +370,8 @@ DependencyTestNode::DependencyTestNode(const Form& form, const EvalNodePtr& expr
                                        unsigned long id)
     : EvalNode(id), form_(form), expr_(expr), var_(var)
 {
+    if (var_ && !var_->getVarName().empty())
+        vars_.push_back(var_->getVarName());
 }
 
 DependencyTestNode::~DependencyTestNode()
@@ -351,12 +383,18 @@ DependencyTestNode::~DependencyTestNode()
 ValRepPtr DependencyTestNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr&, unsigned flags) const
 {
     qxeval::requireStack();
-    std::vector<std::string> vars;
-    if (var_)
-        vars.push_back(variableName(var_, "Can_only_test_dependency_wrt_variables"));
+    if (var_ && !isVariable(*var_))
+        QX_RAISE("evalnodes", "Can_only_test_dependency_wrt_variables");
     if (expr_->isZero() && !(flags & numbersWanted))
         return ValRep::makeNaN();
-    const DepInfo info = form_.jacobian ? expr_->jacDepends(vars, evaluator) : expr_->depends(vars, evaluator);
+    boost::shared_ptr<ProxyNodeShadow> shadow;
+    getShadow(evaluator, shadow);
+    if (shadow->shouldUpdateCache(evaluator->getVersion()))
+        shadow->initCache(evaluator);
+    DepCache& kept = form_.jacobian ? shadow->jacDepends : shadow->depends;
+    if (!kept.find(vars_))
+        kept.store(vars_, form_.jacobian ? expr_->jacDepends(vars_, evaluator) : expr_->depends(vars_, evaluator));
+    const DepInfo& info = *kept.find(vars_);
     return info.isSolDepAll() || info.isParDepAll() ? ValRep::make(1.0) : ValRep::makeZero();
 }
 

@@ -133,6 +133,7 @@ protected:
     const Form form_;
     EvalNodePtr expr_;
     EvalNodePtr var_;
+    std::vector<std::string> vars_; // the name of var_
 };
 
 /// depends(expression,variable)

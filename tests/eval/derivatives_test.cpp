@@ -2,6 +2,7 @@
 #include "evalfun_spec.hpp"
 #include "funfactory.hpp"
 #include "host.hpp"
+#include "support/alloc_fault.hpp"
 #include "support/reference_lines.hpp"
 
 #include <cmath>
@@ -431,6 +432,37 @@ TEST(DependencyTests, AnswerOneOrZero)
              {"islinear(x/y)", 0}, {"islinear(y/2)", 1}, {"islinear(real(x))", 0}, {"islinear(sin(2))", 1},
              {"islinear(sin(x))", 0}, {"islinear(-x)", 1}, {"islinear(x-2*(y+x/4))", 1}, {"islinear(w)", 0}})
         EXPECT_EQ(realValue(text, host), expected) << text;
+}
+
+TEST(DependencyTests, AndHostOperatorsAllocateNothingInTheSteadyState)
+{
+    class Quiet : public Host
+    {
+    public:
+        ValRepPtr eval(const VarEvaluatorPtr&, const std::string&, const std::vector<ValRepPtr>& args, unsigned,
+                       const ValRepCachePtr&) override
+        {
+            return args.back();
+        }
+        using Host::eval;
+    };
+    const auto host = boost::make_shared<Quiet>();
+    host->reals = {{"x", {2.0}}, {"y", {3.0}}};
+    host->operators["op"] = 2;
+    for (const char* text : {"depends(x*y+sin(x),x)+x", "jacdepends(x*y,y)*y", "op(x,y)", "op(x,op(y,x+y))+1", "islinear(x^2)"}) {
+        const EvalTreePtr tree = treeOf(text);
+        const ValRepCachePtr cache = makeCache();
+        const auto pass = [&] {
+            cache->reset();
+            return tree->eval(host, cache, EvalValues)->getDouble();
+        };
+        const double value = pass();
+        pass();
+
+        const long before = allocationCount();
+        EXPECT_EQ(pass(), value) << text;
+        EXPECT_EQ(allocationCount(), before) << text;
+    }
 }
 
 TEST(DependencyTests, RaiseAtTheirFirstUseForWhatIsNoVariable)
