@@ -152,7 +152,7 @@ TEST(ErrInfo, CopiesAreIndependentWhicheverOfThemGrows)
 
 TEST(ErrInfo, OfAnyLengthIsCopiedAtOnceAndEndsOnASmallStack)
 {
-    qxtest::runOnStack(qxtest::javaStack / 4, [] {
+    qxtest::runOnStack(qxtest::smallestStack, [] {
         ErrInfo errors;
         for (int i = 0; i < 200000; ++i)
             errors.newLine("f", i);

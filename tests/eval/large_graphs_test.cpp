@@ -4,6 +4,7 @@
 #include "host.hpp"
 #include "support/deep_stack.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 
@@ -134,7 +135,7 @@ TEST(LargeGraph, SharedPartsBelowAHostFunctionAreComputedOnceOnASmallStack)
     const EvalNodePtr below = maker.makeOpNode(marker, sharedLevels(host, 60));
     const EvalNodePtr root = maker.makeOpNode(marker, maker.makeOpNode(PLUS, below, sharedLevels(host, 60)));
 
-    for (const std::size_t stack : {javaStack / 2, largeStack})
+    for (const std::size_t stack : {std::max(smallestStack, javaStack / 2), largeStack})
         runOnStack(stack, [&] {
             marker->calls = 0;
             const double s = sharedLevelsAt(0.5, 60);

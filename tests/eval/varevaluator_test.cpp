@@ -245,7 +245,7 @@ TEST(RecLimCheck, PassesADepthOf9999AndRefusesADepthOf10000)
 
 TEST(RecLimCheck, RefusesBeforeASmallStackEnds)
 {
-    for (const std::size_t stack : {javaStack, javaStack / 3, javaStack / 4, javaStack / 8})
+    for (const std::size_t stack : {javaStack, 2 * smallestStack, smallestStack})
         runOnStack(stack, [stack] {
             const HostPtr host = chainHost(9000);
             EXPECT_EQ(realValue("v20", host), 20.0) << stack;
@@ -259,7 +259,7 @@ TEST(RecLimCheck, RefusesBeforeASmallStackEnds)
 
 TEST(RecLimCheck, RecordsALackOfStackOnce)
 {
-    runOnStack(javaStack / 4, [] {
+    runOnStack(2 * smallestStack, [] {
         const ValRepPtr value = evalText("v9000", chainHost(9000));
         ASSERT_TRUE(value->isNaN());
         std::size_t told = 0;
@@ -273,7 +273,7 @@ TEST(RecLimCheck, RecordsALackOfStackOnce)
 
 TEST(RecLimCheck, EvaluatesFunctionsOfEveryKindOnA128KilobyteStack)
 {
-    runOnStack(javaStack / 8, [] {
+    runOnStack(smallestStack, [] {
         const HostPtr host = makeHost({{"x", {0.5, 0.25}}, {"y", {-0.5}}});
         host->definitions["u"] = "sqrt(y)+besselj(0.5,x)+d(sin(x)*exp(x),x)+erf(x)+qxsmhs(x,0.5)";
         EXPECT_FALSE(evalText("abs(u)+x^1.5+log(y)", host)->isNaN());

@@ -10,6 +10,16 @@
 namespace qxtest {
 
 constexpr std::size_t javaStack = std::size_t(1) << 20;   ///< 1 MB, the default of a Java thread
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define QX_TEST_LARGE_FRAMES
+#endif
+#endif
+#ifdef QX_TEST_LARGE_FRAMES // sanitized frames are several times as large
+constexpr std::size_t smallestStack = javaStack;
+#else
+constexpr std::size_t smallestStack = std::size_t(128) << 10; ///< what some hosts give their threads
+#endif
 constexpr std::size_t largeStack = std::size_t(64) << 20; ///< 64 MB
 
 /// Calls work() on a fresh thread with a stack of bytes and waits for it; what it throws comes out here.
