@@ -1,4 +1,5 @@
-// The compiler's own time, and its interpreter against muParser at one point a call.
+// The compiler's own time, its interpreter against muParser at one point a call, and a generated class against the same
+// straight-line code in C++, compiled here with the library's flags.
 
 #include "evaluation_host.hpp"
 #include "harness.hpp"
@@ -6,6 +7,12 @@
 #include "exprcomp.hpp"
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <jni.h>
 #include <memory>
 #include <muParser.h>
 #include <random>
@@ -140,10 +147,124 @@ void benchInterpreter()
     }
 }
 
+// A bounded list of 5000 operations: halving products, then sums of products and inputs; or every fifth one a function.
+struct StraightLine
+{
+    explicit StraightLine(bool functions)
+    {
+        std::mt19937 random(7);
+        const auto pick = [&](int m) { return static_cast<int>(random() % static_cast<unsigned>(m)); };
+        for (int i = 0; i < 3; ++i)
+            comp.addInput(-1 - i);
+        comp.addDef(0, 0.4375);
+        source = "#include <cmath>\nextern \"C\" int law(const double* __restrict x, double* __restrict y)\n{\n"
+                 "const double v0 = 0.4375;\n";
+        const auto name = [](int id) { return id < 0 ? "x[" + std::to_string(-1 - id) + "]" : "v" + std::to_string(id); };
+        for (int i = 1; i <= operations; ++i) {
+            const int before = i == 1 ? -1 : i - 1;
+            source += "const double " + name(i) + " = ";
+            if (functions && i % 5 == 0) {
+                static const struct { int kind; const char* name; } all[] = {
+                    {ExprComp::Sin, "std::sin"}, {ExprComp::Exp, "std::exp"}, {ExprComp::Abs, "std::fabs"}};
+                const auto& f = all[i / 5 % 3];
+                comp.addDef(i, f.kind, before);
+                source += std::string(f.name) + '(' + name(before);
+                source += ");\n";
+            } else if (i % 2 == 0) {
+                comp.addDef(i, ExprComp::Times, before, 0);
+                source += name(before) + "*v0;\n";
+            } else {
+                const int other = i < 60 || pick(4) == 0 ? -1 - pick(3) : i - 1 - 10 * pick(5);
+                const bool minus = functions || pick(2) == 0;
+                comp.addDef(i, minus ? ExprComp::Minus : ExprComp::Plus, before, other);
+                source += name(before) + (minus ? "-" : "+") + name(other) + ";\n";
+            }
+        }
+        comp.addOutput(operations);
+        source += "y[0] = " + name(operations) + ";\nreturn 0;\n}\n";
+    }
+
+    static constexpr int operations = 5000;
+    ExprComp comp;
+    std::string source;
+};
+
+JNIEnv* startJava()
+{
+    void* const library = dlopen("/usr/lib/jvm/default-java/lib/server/libjvm.so", RTLD_NOW);
+    if (!library)
+        return nullptr;
+    const auto create = reinterpret_cast<jint (*)(JavaVM**, void**, void*)>(dlsym(library, "JNI_CreateJavaVM"));
+    char serial[] = "-XX:+UseSerialGC";
+    JavaVMOption option{serial, nullptr};
+    JavaVMInitArgs arguments{JNI_VERSION_1_8, 1, &option, JNI_FALSE};
+    JavaVM* vm = nullptr;
+    void* env = nullptr;
+    return create(&vm, &env, &arguments) == JNI_OK ? static_cast<JNIEnv*>(env) : nullptr;
+}
+
+void benchClass()
+{
+    JNIEnv* const env = startJava();
+    if (!env) {
+        std::puts("generated classes: no Java on this machine");
+        return;
+    }
+    for (const bool functions : {false, true}) {
+        StraightLine law(functions);
+        const std::string name = functions ? "WithFunctions" : "Arithmetic";
+        std::vector<unsigned char> bytes;
+        law.comp.compile(name, "law", bytes, false);
+        const jclass made = env->DefineClass(name.c_str(), nullptr, reinterpret_cast<const jbyte*>(bytes.data()),
+                                             static_cast<jsize>(bytes.size()));
+        const jmethodID method = env->GetStaticMethodID(made, "law", "([D[D)I");
+        const jdoubleArray in = env->NewDoubleArray(3), out = env->NewDoubleArray(1);
+        const double x[] = {0.3, 0.6, 0.9};
+        env->SetDoubleArrayRegion(in, 0, 3, x);
+
+        const std::filesystem::path base = std::filesystem::temp_directory_path() / ("qxlaw" + std::to_string(functions));
+        std::ofstream(base.string() + ".cpp") << law.source;
+        const std::string command = "c++ -O3 -ffp-contract=off -fno-math-errno -shared -fPIC '" + base.string() + ".cpp' -o '" +
+                                    base.string() + ".so'";
+        void* const native = std::system(command.c_str()) == 0 ? dlopen((base.string() + ".so").c_str(), RTLD_NOW) : nullptr;
+        if (!native) {
+            std::puts("generated classes: no C++ compiler on this machine");
+            return;
+        }
+        const auto f = reinterpret_cast<int (*)(const double*, double*)>(dlsym(native, "law"));
+
+        constexpr int calls = 200;
+        for (int i = 0; i < 20000; ++i) // until the machine has compiled it
+            env->CallStaticIntMethod(made, method, in, out);
+        double y = 0;
+        BENCH("generated class, 5000 operations/" + name)
+            .ours([&] {
+                for (int i = 0; i < calls; ++i)
+                    env->CallStaticIntMethod(made, method, in, out);
+            })
+            .items(calls * StraightLine::operations, "operations")
+            .peer("C++ -O3", [&] {
+                for (int i = 0; i < calls; ++i)
+                    keep(f(x, &y));
+            })
+            .check([&] {
+                double ours = 0;
+                env->GetDoubleArrayRegion(out, 0, 1, &ours);
+                return std::abs(ours - y) / (1 + std::abs(y));
+            }, 1e-9)
+            .atMost(functions ? 1 / 0.35 : 1 / 0.65)
+            .fastest();
+        dlclose(native);
+        std::filesystem::remove(base.string() + ".cpp");
+        std::filesystem::remove(base.string() + ".so");
+    }
+}
+
 } // namespace
 
 void qxbench::benchmarks()
 {
     benchCompile();
     benchInterpreter();
+    benchClass();
 }
