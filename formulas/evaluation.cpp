@@ -22,24 +22,29 @@ using cplx = std::complex<double>;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-/// Not a number, or with `finite` also infinite. Without a branch, for whole arrays.
+/// Not a number, or with `finite` also infinite.
 bool isBad(double v, bool finite) { return finite ? !(std::abs(v) <= std::numeric_limits<double>::max()) : v != v; }
 
-template <bool Finite>
-bool copyNumbers(const double* from, double* to, std::size_t n)
+/// Whether all numbers are finite. 0 v is 0 for those and NaN for all others, and a sum of it is found quickly: in several
+/// lanes, without a branch.
+bool allFinite(const double* v, std::size_t n)
 {
-    bool bad = false;
-    for (std::size_t i = 0; i < n; ++i) {
-        bad |= isBad(from[i], Finite);
-        to[i] = from[i];
-    }
-    return !bad;
+    constexpr std::size_t lanes = 16;
+    double sum[lanes] = {};
+    std::size_t i = 0;
+    for (; i + lanes <= n; i += lanes)
+        for (std::size_t k = 0; k < lanes; ++k)
+            sum[k] += 0.0 * v[i + k];
+    for (; i < n; ++i)
+        sum[0] += 0.0 * v[i];
+    return std::none_of(sum, sum + lanes, [](double s) { return s != s; });
 }
 
 /// Copies; false if a number among them is no value.
 bool copyNumbers(const double* from, double* to, std::size_t n, bool finite)
 {
-    return finite ? copyNumbers<true>(from, to, n) : copyNumbers<false>(from, to, n);
+    std::copy_n(from, n, to);
+    return allFinite(from, n) || std::none_of(from, from + n, [&](double v) { return isBad(v, finite); });
 }
 
 /// Writes the numbers of a value to real targets; false if one of them is no real value.
@@ -67,7 +72,7 @@ bool storeNumbers(const ValRepPtr& value, double* to, std::size_t n, bool finite
     if (!value->isStoredAsComplex())
         return copyNumbers(value->getDoubleIterator(0), to, n, finite);
     value->copyToArray(to, static_cast<int>(n), 1);
-    return copyNumbers(to, to, n, finite);
+    return std::none_of(to, to + n, [&](double v) { return isBad(v, finite); });
 }
 
 bool storeNumbers(const ValRepPtr& value, cplx* to, std::size_t n, bool finite)
