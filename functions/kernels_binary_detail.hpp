@@ -68,7 +68,7 @@ struct RealDot : FunctionDefaults
     static Z complex(Z x, Z y)
     {
         const V re = x.re * y.re;
-        return QX_UNIT::real((x.im == 0.0) | (y.im == 0.0) ? re : re + x.im * y.im); // a real factor meets the real part alone
+        return QX_UNIT::real(((x.im == 0.0) | (y.im == 0.0)) ? re : re + x.im * y.im); // a real factor meets the real part alone
     }
 };
 
