@@ -32,7 +32,7 @@ private:
 class Dae::TextEquations final : public qxdae::Equations
 {
 public:
-    explicit TextEquations(const Dae& dae) : dae_(dae) {}
+    explicit TextEquations(const Dae& dae, const qxutil::RunInfo* info = nullptr) : dae_(dae), info_(info) {}
     /// What occurs in the equations that are there; kept, since texts are not looked at twice.
     const std::vector<qxdae::Row>& readRows();
     void getOccurrences(int eq, qxdae::Row& pairs) override;
@@ -41,5 +41,6 @@ public:
 
 private:
     const Dae& dae_;
+    const qxutil::RunInfo* info_;
     std::vector<qxdae::Row> rows_;
 };

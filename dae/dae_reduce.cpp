@@ -61,8 +61,8 @@ void Dae::TextEquations::getOccurrences(int eq, qxdae::Row& pairs)
 
 Dae::Eq Dae::TextEquations::differentiate(int eq)
 {
-    const auto tree = qxdae::simplified(*dae_.eqs_[at(eq)].expr);
-    tree->diff(dae_.timeName_);
+    const auto tree = qxdae::simplified(*dae_.eqs_[at(eq)].expr, info_);
+    tree->diff(dae_.timeName_, info_);
     return Eq(tree);
 }
 
@@ -183,7 +183,7 @@ public:
             dae_.getVarOccurrences(*trees_[i], pairs_[i]);
             // A derivative of a product or the like hides the derivatives of its variables: carry it out first.
             if (holdsReplaced(pairs_[i])) {
-                trees_[i] = replaced(*qxdae::simplified(*dae_.eqs_[i].expr));
+                trees_[i] = replaced(*qxdae::simplified(*dae_.eqs_[i].expr, info));
                 dae_.getVarOccurrences(*trees_[i], pairs_[i]);
             }
         }
@@ -251,7 +251,7 @@ void Dae::reduceIndex(qxutil::RunInfo* info)
 
 void Dae::reduce(qxutil::RunInfo* info)
 {
-    TextEquations text(*this);
+    TextEquations text(*this, info);
     const int nFreePairs = checkRegular(text);
     const int nOriginal = static_cast<int>(eqs_.size());
     qxdae::Pantelides structure(vars_, eqs_, text);

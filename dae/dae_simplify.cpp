@@ -60,12 +60,12 @@ public:
         nEqs_ = static_cast<int>(dae_.eqs_.size());
         for (const Eq& eq : dae_.eqs_) {
             throwIfCancelled(info);
-            addRow(qxdae::simplified(*eq.expr));
+            addRow(qxdae::simplified(*eq.expr, info));
         }
         // What was eliminated before goes on in terms of what is left.
         for (Var& var : dae_.vars_)
             if (var.type == Var::TypeEliminated) {
-                var.elimExpr = qxdae::simplified(*var.elimExpr);
+                var.elimExpr = qxdae::simplified(*var.elimExpr, info);
                 addRow(var.elimExpr);
             }
         findDifferentiated();

@@ -2,10 +2,10 @@
 
 namespace qxdae {
 
-boost::shared_ptr<ExprTree> simplified(const ExprTree& tree)
+boost::shared_ptr<ExprTree> simplified(const ExprTree& tree, const qxutil::RunInfo* info)
 {
     const auto copy = boost::make_shared<ExprTree>(tree);
-    copy->simp(false);
+    copy->simp(false, info);
     return copy;
 }
 

@@ -16,7 +16,7 @@ inline std::string toText(const ExprTree& tree)
     return text;
 }
 
-/// A copy in canonical form.
-boost::shared_ptr<ExprTree> simplified(const ExprTree& tree);
+/// A copy in canonical form. Optional info is asked whether to stop.
+boost::shared_ptr<ExprTree> simplified(const ExprTree& tree, const qxutil::RunInfo* info = nullptr);
 
 } // namespace qxdae

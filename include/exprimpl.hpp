@@ -15,9 +15,23 @@
 #include <utility>
 #include <vector>
 
+namespace qxutil {
+class RunInfo;
+}
+
 /// Converts infix text to prefix text by the library's own grammar (symbolic/README.md); empty means a syntax error.
 /// Cost: linear in the text in time and memory, no recursion. Threads: any.
 QX_API std::string qxInfixToPrefix(const std::string& infix);
+
+/// Where and why infix text does not read.
+struct InfixError
+{
+    std::size_t position = 0; ///< bytes before the place
+    std::string expected;     ///< what might have stood there; empty: no error
+};
+
+/// The same, and what is wrong where the result is empty.
+QX_API std::string qxInfixToPrefix(const std::string& infix, InfixError& error);
 
 /// Converts infix text to prefix text by the static method parseExprToInfix of the Java class
 /// com/quorix/parser/expr/ExprParser; empty means a syntax error. Raises "Internal_error_callback" if the class or the
@@ -88,8 +102,9 @@ public:
 
     /// Reads a user's infix text into the root: digits only become an UnparsedNumber, a plain name an Identifier, all
     /// else goes through a converter to prefix text (see setInfixConverter).
-    /// Raises "Syntax_error_in_expression" with "Expression" and the text; what the converter raises. The root is then
-    /// as it was.
+    /// Raises "Syntax_error_in_expression" with "Expression" and the text; what the converter raises. The library's own
+    /// converter adds "Position" (the byte at fault, from 1), "Line", "Expected" and "Excerpt" (the line, and below it a
+    /// caret, which counts characters). The root is then as it was.
     void scan(const std::string& text);
     /// The tree that scan makes the root.
     NodePtr read(const std::string& text) const;
@@ -99,16 +114,17 @@ public:
     std::string toString() const;
 
     /// Canonical form. evalFuncs also evaluates elementary functions of constants. Idempotent once no rule fires.
-    /// Raises "Divide_by_zero", "Power_of_negative".
-    void simp(bool evalFuncs);
+    /// Raises "Divide_by_zero", "Power_of_negative". Optional info is asked whether to stop, at least every 20,000 nodes or
+    /// factors looked at (qxbase::CancelException).
+    void simp(bool evalFuncs, const qxutil::RunInfo* info = nullptr);
     /// Substitutes names by definitions (prefix texts) and simplifies. Raises "Internal_error_symbolic_processing" for
     /// vectors of different length, "Cyclic_dependencies" with "Variable_name".
     void simp(const std::vector<std::string>& names, const std::vector<std::string>& exprs);
     /// Turns Sum and Term back into Binary and Unary, and squares added to each other into TypeSquareSum.
     void makeBinary();
-    /// Derivative by var, simplified. Expects a simplified tree: raises "Internal_error_symbolic_processing" at a
-    /// TypeAdd, TypeSub, TypeMul or TypeDiv node, "Differentiation_rule_missing" with "Function" and the name.
-    void diff(const VarPtr& var);
+    /// Derivative by var, simplified. Expects a simplified tree: raises "Internal_error_symbolic_processing" with "Reason" at
+    /// a TypeAdd, TypeSub, TypeMul or TypeDiv node, "Differentiation_rule_missing" with "Function" and the name. info as for simp.
+    void diff(const VarPtr& var, const qxutil::RunInfo* info = nullptr);
     /// Solves expression = 0 for var. True if a term of the root is var or a number times var; further occurrences of
     /// var in the other terms are not looked for.
     bool solveFor(const VarPtr& var, ExprImpl& result) const;

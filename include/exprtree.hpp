@@ -15,6 +15,10 @@ template <class T, int N>
 class Array;
 class ExprImpl;
 
+namespace qxutil {
+class RunInfo;
+}
+
 /// A variable and the order of a derivative of it: 0 the variable itself.
 using ExprVarOrder = std::pair<boost::shared_ptr<ExprVar>, int>;
 
@@ -56,11 +60,12 @@ public:
     void scanInfix(const std::string& text);
     void print(std::string& text) const;
 
-    void simp(bool evalFuncs);
+    /// Optional info is asked whether to stop.
+    void simp(bool evalFuncs, const qxutil::RunInfo* info = nullptr);
     /// Substitutes names by definitions (prefix texts) and simplifies.
     void simp(const std::vector<std::string>& names, const std::vector<std::string>& exprs);
     /// Derivative by the variable of that name, simplified.
-    void diff(const std::string& name);
+    void diff(const std::string& name, const qxutil::RunInfo* info = nullptr);
     /// This tree becomes a/b or a-b on the two roots, which are shared.
     void divide(const ExprTree& a, const ExprTree& b);
     void minus(const ExprTree& a, const ExprTree& b);

@@ -95,8 +95,9 @@ void ExprImpl::canonicalise(NodePtr& work, bool evalFuncs) const
     }
 }
 
-void ExprImpl::simp(bool evalFuncs)
+void ExprImpl::simp(bool evalFuncs, const qxutil::RunInfo* info)
 {
+    const Cancellable run(info);
     NodePtr work = root_->getCopy(root_);
     canonicalise(work, evalFuncs);
     root_.swap(work);
@@ -121,8 +122,9 @@ void ExprImpl::simp(const std::vector<std::string>& names, const std::vector<std
     root_.swap(work);
 }
 
-void ExprImpl::diff(const VarPtr& var)
+void ExprImpl::diff(const VarPtr& var, const qxutil::RunInfo* info)
 {
+    const Cancellable run(info);
     NodePtr work = make<Derivative>(rules_, root_->getCopy(root_), var);
     work->simplify(work, false);
     canonicalise(work, false);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "exprimpl.hpp"
+#include "qxrun.hpp"
 
 #include <boost/make_shared.hpp>
 #include <charconv>
@@ -36,6 +37,9 @@ inline NodePtr makeBinary(const RulesPtr& rules, Node::Type type, const NodePtr&
     return make<ExprImpl::Binary>(rules, type, left, right);
 }
 
+/// "Syntax_error_in_expression" with "Expression", the text, and "Position", "Line", "Expected", "Excerpt".
+[[noreturn]] void raiseSyntaxError(const std::string& text, const InfixError& error);
+
 /// FNV-1a over the bytes as signed chars, folded at the end.
 std::uint32_t hashText(std::string_view text);
 
@@ -65,22 +69,48 @@ struct Current
 {
     std::uint64_t simplification = 0; ///< nodes settled in it are passed by
     std::uint64_t sharing = 0;        ///< hash codes made in this walk are right
+    const qxutil::RunInfo* run = nullptr; ///< whom to ask whether to go on
+    std::size_t worked = 0;               ///< since it was asked last
 };
 Current& current();
 
 /// A value that comes back at the end of the scope.
+template <class T>
 class Temporarily
 {
 public:
-    Temporarily(std::uint64_t& variable, std::uint64_t value) : variable_(variable), before_(variable) { variable = value; }
+    Temporarily(T& variable, T value) : variable_(variable), before_(variable) { variable = value; }
     ~Temporarily() { variable_ = before_; }
     Temporarily(const Temporarily&) = delete;
     Temporarily& operator=(const Temporarily&) = delete;
 
 private:
-    std::uint64_t& variable_;
-    std::uint64_t before_;
+    T& variable_;
+    T before_;
 };
+
+/// A run that may be cancelled, for the length of the scope; null: it may not.
+class Cancellable
+{
+public:
+    explicit Cancellable(const qxutil::RunInfo* info) : run_(current().run, info)
+    {
+        if (info)
+            info->throwIfCancelled("exprimpl", __LINE__);
+    }
+
+private:
+    Temporarily<const qxutil::RunInfo*> run_;
+};
+
+/// Counts n more nodes or factors that were looked at, and asks now and then whether the run is cancelled.
+inline void work(Current& now, std::size_t n)
+{
+    if (now.run && (now.worked += n) >= 20000) {
+        now.worked = 0;
+        now.run->throwIfCancelled("exprimpl", __LINE__);
+    }
+}
 
 /// node.getHashCode(), from the node itself if it is known there.
 inline std::uint32_t hashOf(Node& node, const Current& now)
@@ -214,10 +244,12 @@ void rewritePostOrder(Rewriting& walk, NodePtr& root, Step&& step)
         bool kept;
     };
     std::vector<Frame> stack;
+    Current& now = current();
     if (walk.enter(root) != Rewriting::Visit)
         return;
     stack.push_back({&root, 0, root->getChildCount(), true});
     while (!stack.empty()) {
+        work(now, 1);
         Frame& top = stack.back();
         if (top.next < top.count) {
             NodePtr& child = (*top.slot)->getChild(top.next++);
@@ -288,6 +320,7 @@ NodePtr rebuildPostOrder(const NodePtr& root, Shortcut&& shortcut, Make&& make)
     Nodes rebuilt;
     Nodes results;
     std::vector<Frame> stack;
+    Current& now = current();
 
     const auto open = [&](const NodePtr& slot) {
         if (slot.use_count() > 1) {
@@ -306,6 +339,7 @@ NodePtr rebuildPostOrder(const NodePtr& root, Shortcut&& shortcut, Make&& make)
 
     open(root);
     while (!stack.empty()) {
+        work(now, 1);
         Frame& top = stack.back();
         if (top.next < top.count) {
             open((*top.slot)->getChild(top.next++));

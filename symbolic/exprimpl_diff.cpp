@@ -21,8 +21,10 @@ ExprImpl::NodePtr ExprImpl::DiffPass::run(const NodePtr& root)
         node->diffOperands(operands);
     };
 
+    Current& now = current();
     open(root);
     while (!stack.empty()) {
+        work(now, 1);
         const Frame top = stack.back();
         if (operands.size() > top.first) {
             const NodePtr& next = *operands.back();
@@ -176,7 +178,8 @@ ExprImpl::NodePtr ExprImpl::Binary::diffStep(const NodePtr& slot, DiffPass& pass
     case TypeSub:
     case TypeMul:
     case TypeDiv:
-        QX_RAISE("exprimpl", "Internal_error_symbolic_processing");
+        QX_RAISE("exprimpl", "Internal_error_symbolic_processing", "Reason",
+                 "the expression must be simplified before it is differentiated");
     case TypeSquareSum: // 2 (a a' + b b')
         return binary(TypeMul, rules->constant(2.0),
                       binary(TypeAdd, binary(TypeMul, left, pass.of(left)), binary(TypeMul, right, pass.of(right))));
@@ -264,6 +267,7 @@ std::vector<Nodes> diffProduct(const Nodes& factors, ExprImpl::DiffPass& pass)
         const NodePtr& d = pass.of(factors[i]);
         if (isZero(d))
             continue;
+        work(current(), factors.size());
         products.push_back(factors);
         products.back()[i] = d;
     }

@@ -15,6 +15,9 @@
 // the prefix text is written by a walk over the nodes. Nothing recurses.
 
 #include "exprimpl_detail.hpp"
+#include "qxexception.hpp"
+
+#include <algorithm>
 
 namespace {
 
@@ -70,7 +73,7 @@ class Converter
 public:
     explicit Converter(std::string_view text) : text_(text) {}
 
-    /// False on a syntax error.
+    /// False on a syntax error, of which getError tells.
     bool read()
     {
         pending_.push_back({Open::Text, 0, {}, false, 0, 0, 0});
@@ -89,6 +92,8 @@ public:
             }
         }
     }
+
+    const InfixError& getError() const { return error_; }
 
     std::string write() const
     {
@@ -140,6 +145,27 @@ private:
             out += "\"\" " + std::to_string(content.size()) + ' ' + content;
             break;
         }
+        }
+    }
+
+    bool fail(std::size_t position, const char* expected)
+    {
+        error_ = {position, expected};
+        return false;
+    }
+
+    /// What may follow an operand inside the innermost bracket that is open.
+    const char* expectedAfterOperand() const
+    {
+        auto bracket = pending_.rbegin();
+        while (bracket->open == Open::Operator)
+            ++bracket;
+        switch (bracket->open) {
+        case Open::Paren:
+        case Open::Call: return "an operator, ',' or ')'";
+        case Open::Unit: return "an operator, ',' or ']'";
+        case Open::Matrix: return "an operator, ',', ';' or ']'";
+        default: return "an operator, ',' or the end";
         }
     }
 
@@ -197,7 +223,7 @@ private:
         for (;;) {
             skipBlanks();
             if (pos_ == text_.size())
-                return false;
+                return fail(pos_, operandNames);
             const char c = peek();
             if (c == '+' || c == '-' || (c == '!' && peek(1) != '=')) {
                 const Pending& top = pending_.back();
@@ -227,7 +253,7 @@ private:
                 if (readName())
                     return true;
             } else {
-                return false;
+                return fail(pos_, operandNames);
             }
         }
     }
@@ -247,16 +273,16 @@ private:
             any = digits() || any;
         }
         if (!any)
-            return false;
+            return fail(pos_, "a digit");
         if (peek() == 'e' || peek() == 'E') {
             ++pos_;
             if (peek() == '+' || peek() == '-')
                 ++pos_;
             if (!digits())
-                return false;
+                return fail(pos_, "a digit");
         }
         if (isWordChar(peek()) || peek() == '.')
-            return false;
+            return fail(pos_, expectedAfterOperand());
         pushLeaf(Write::Text, text_.substr(from, pos_ - from));
         return true;
     }
@@ -274,7 +300,7 @@ private:
             }
             ++pos_;
         }
-        return false;
+        return fail(pos_, "a closing '");
     }
 
     /// True if the name is a whole primary; false if a call was opened whose first argument follows.
@@ -310,6 +336,10 @@ private:
             return Next::Operand;
         }
         const char c = peek();
+        const auto error = [this] {
+            fail(pos_ - 1, expectedAfterOperand());
+            return Next::Error;
+        };
         ++pos_;
         switch (c) {
         case '[':
@@ -323,18 +353,18 @@ private:
             reduce(0);
             Pending& matrix = pending_.back();
             if (matrix.open != Open::Matrix)
-                return Next::Error;
+                return error();
             endRow(matrix);
             return Next::Operand;
         }
         case ')':
             reduce(0);
-            return closeParen() ? Next::Operator : Next::Error;
+            return closeParen() ? Next::Operator : error();
         case ']':
             reduce(0);
-            return closeSquare() ? Next::Operator : Next::Error;
+            return closeSquare() ? Next::Operator : error();
         default:
-            return Next::Error;
+            return error();
         }
     }
 
@@ -375,29 +405,29 @@ private:
     bool closeParen()
     {
         const Pending top = pending_.back();
+        if (top.open != Open::Call && top.open != Open::Paren)
+            return false;
         pending_.pop_back();
         if (top.open == Open::Call)
             pushCounted(Write::Call, top.text, top.base);
-        else if (top.open == Open::Paren)
-            endList(top.base);
         else
-            return false;
+            endList(top.base);
         return true;
     }
 
     bool closeSquare()
     {
         Pending top = pending_.back();
+        if (top.open != Open::Unit && top.open != Open::Matrix)
+            return false;
         pending_.pop_back();
         if (top.open == Open::Unit) {
             endList(top.base + 1);
             push(Write::Text, "(UNIT)", 2, top.base);
-        } else if (top.open == Open::Matrix) {
+        } else {
             if (top.rows > 0)
                 endRow(top);
             pushCounted(Write::Counted, "(MAT)", top.base);
-        } else {
-            return false;
         }
         return true;
     }
@@ -406,13 +436,16 @@ private:
     {
         reduce(0);
         if (pending_.back().open != Open::Text)
-            return false;
+            return fail(pos_, expectedAfterOperand());
         endList(0);
         return true;
     }
 
+    static constexpr const char* operandNames = "a number, a name, a text, '(', '[' or a sign";
+
     std::string_view text_;
     std::size_t pos_ = 0;
+    InfixError error_;
     std::vector<Operand> nodes_;
     std::vector<std::int32_t> operands_;
     std::vector<Pending> pending_;
@@ -422,8 +455,53 @@ private:
 
 std::string qxInfixToPrefix(const std::string& infix)
 {
-    if (infix.size() > std::size_t(INT32_MAX))
+    InfixError error;
+    return qxInfixToPrefix(infix, error);
+}
+
+std::string qxInfixToPrefix(const std::string& infix, InfixError& error)
+{
+    error = InfixError();
+    if (infix.size() > std::size_t(INT32_MAX)) {
+        error.expected = "a text below 2 GB";
         return std::string();
+    }
     Converter converter(infix);
-    return converter.read() ? converter.write() : std::string();
+    if (converter.read())
+        return converter.write();
+    error = converter.getError();
+    return std::string();
+}
+
+namespace {
+
+bool isContinuation(char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; }
+
+/// The line that holds the position, cut to some characters around it, and a caret below.
+std::string excerptOf(const std::string& text, std::size_t position)
+{
+    constexpr int most = 40;
+    std::size_t begin = position, end = position;
+    int before = 0;
+    for (; begin > 0 && text[begin - 1] != '\n' && before < most; ++before)
+        for (--begin; begin > 0 && isContinuation(text[begin]);)
+            --begin;
+    for (int after = 0; end < text.size() && text[end] != '\n' && after < most; ++after)
+        for (++end; end < text.size() && isContinuation(text[end]);)
+            ++end;
+    return text.substr(begin, end - begin) + '\n' + std::string(static_cast<std::size_t>(before), ' ') + '^';
+}
+
+} // namespace
+
+void qxsymbolic::raiseSyntaxError(const std::string& text, const InfixError& error)
+{
+    const std::size_t position = std::min(error.position, text.size());
+    const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(position), '\n');
+    QX_RAISE("exprimpl", "Syntax_error_in_expression",
+             qxbase::ExceptionArgs{{"Expression", text},
+                                   {"Position", std::to_string(position + 1)},
+                                   {"Line", std::to_string(line)},
+                                   {"Expected", error.expected},
+                                   {"Excerpt", excerptOf(text, position)}});
 }

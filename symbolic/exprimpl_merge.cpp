@@ -57,8 +57,10 @@ void ExprImpl::Node::mergeOperators(NodePtr& slot)
         std::reverse(operands.begin() + static_cast<std::ptrdiff_t>(stack.back().first), operands.end());
     };
 
+    Current& now = current();
     open(slot);
     while (!stack.empty()) {
+        work(now, 1);
         const Frame& top = stack.back();
         if (operands.size() > top.first) {
             NodePtr& next = *operands.back();

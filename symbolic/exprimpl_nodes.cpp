@@ -368,7 +368,8 @@ std::uint32_t ExprImpl::Term::getHashCode() { return type ^ coeff.getHashCode() 
 
 std::uint32_t ExprImpl::Term::getQuotientHashCode() const
 {
-    const Current& now = current();
+    Current& now = current();
+    work(now, num.size() + den.size()); // long lists are sorted at each look
     std::uint32_t h = 1;
     for (Node* factor : ByIdentity(num))
         h = h * 69069u + hashOf(*factor, now);

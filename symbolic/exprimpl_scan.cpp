@@ -377,11 +377,11 @@ bool isNameText(const std::string& text)
     return !text.empty() && isLetter(text[0]);
 }
 
-std::string convert(const std::string& infix)
+std::string convert(const std::string& infix, InfixError& error)
 {
     if (const InfixConverter forced = forcedConverter.load(std::memory_order_relaxed))
         return forced(infix);
-    return qxbase::QxJCall::getVM() ? qxInfixToPrefixByJava(infix) : qxInfixToPrefix(infix);
+    return qxbase::QxJCall::getVM() ? qxInfixToPrefixByJava(infix) : qxInfixToPrefix(infix, error);
 }
 
 } // namespace
@@ -394,7 +394,10 @@ ExprImpl::NodePtr ExprImpl::read(const std::string& text) const
         return make<UnparsedNumber>(rules_, text);
     if (isNameText(text))
         return make<Identifier>(rules_, store_->getVar(text));
-    const std::string prefix = convert(text);
+    InfixError error;
+    const std::string prefix = convert(text, error);
+    if (prefix.empty() && !error.expected.empty())
+        raiseSyntaxError(text, error);
     if (prefix.empty())
         QX_RAISE("exprimpl", "Syntax_error_in_expression", "Expression", text);
     return InfixParser(store_, rules_).parse(prefix);

@@ -454,6 +454,7 @@ public:
     /// Counts the factors found in the list of term number k; false if none is.
     bool count(const Nodes& list, std::size_t k)
     {
+        work(current(), list.size());
         bool any = false;
         for (const NodePtr& factor : list) {
             const std::size_t i = find(factor);
@@ -482,6 +483,7 @@ public:
     /// The list of term number k without one occurrence of each common factor.
     Nodes without(const Nodes& list, std::size_t k)
     {
+        work(current(), list.size());
         Nodes rest;
         rest.reserve(list.size());
         for (const NodePtr& factor : list) {

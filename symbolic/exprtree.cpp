@@ -37,12 +37,12 @@ ExprTree::~ExprTree() = default;
 void ExprTree::scan(const std::string& text) { impl_->scan(text); }
 void ExprTree::scanInfix(const std::string& text) { impl_->scanInfix(text); }
 void ExprTree::print(std::string& text) const { text = impl_->toString(); }
-void ExprTree::simp(bool evalFuncs) { impl_->simp(evalFuncs); }
+void ExprTree::simp(bool evalFuncs, const qxutil::RunInfo* info) { impl_->simp(evalFuncs, info); }
 void ExprTree::simp(const std::vector<std::string>& names, const std::vector<std::string>& exprs)
 {
     impl_->simp(names, exprs);
 }
-void ExprTree::diff(const std::string& name) { impl_->diff(store_->getVar(name)); }
+void ExprTree::diff(const std::string& name, const qxutil::RunInfo* info) { impl_->diff(store_->getVar(name), info); }
 void ExprTree::makeBinary() { impl_->makeBinary(); }
 void ExprTree::getVarOccurrences(ExprVarOccurrences& set) const { impl_->getVarOccurrences(set); }
 void ExprTree::replaceVars(const ExprVarMap& map, const std::string& timeName) { impl_->replaceVars(map, timeName); }

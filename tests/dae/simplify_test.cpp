@@ -4,6 +4,7 @@
 #include "jet.hpp"
 #include "qxexception.hpp"
 #include "qxrun.hpp"
+#include "support/alloc_fault.hpp"
 #include "systems.hpp"
 
 #include <gmock/gmock.h>
@@ -207,6 +208,93 @@ TEST(Simplify, SecondCallExpressesOldDefinitionsByWhatIsLeft)
     dae->simplify();
 
     EXPECT_EQ(dae->getVarElimExpr(1), "5*x");
+}
+
+TEST(Simplify, LooksAgainAtAnEquationThatALaterOneMadeSimple)
+{
+    // x + y*z - 1 defines nothing at first: x, y and z stand in two other equations each. z = 2 comes later and makes it
+    // an equation of two unknowns, in which one is linear.
+    const auto dae = makeDae({"x", "y", "z"}, {"x+y*z-1", "d(x,t)+sin(y)*z", "z-2"});
+
+    dae->simplify();
+
+    EXPECT_EQ(typeOf(*dae, 2), 4);
+    EXPECT_EQ(dae->getVarElimExpr(2), "2");
+    EXPECT_EQ(typeOf(*dae, 1), 4); // x + 2 y - 1 gives y, passed over the first time
+    EXPECT_EQ(dae->getEqs().size(), 1u);
+}
+
+TEST(Simplify, LinksToDerivativesSurviveTheRemovalOfEquations)
+{
+    // x = sin t is differentiated; a = 2 goes and all behind it move up.
+    const auto dae = makeDae({"a", "x", "y"}, {"a-2", "d(x,t)-y*a", "x^3-sin(t)"});
+    dae->reduceIndex();
+    std::map<std::string, std::string> wanted;
+    for (const Dae::Eq& eq : dae->getEqs())
+        if (eq.deriv >= 0)
+            wanted[dae->getEqs()[eq.deriv].expr ? dae->getEq(eq.deriv) : std::string()] = "";
+    ASSERT_EQ(wanted.size(), 1u);
+    const std::size_t before = dae->getEqs().size();
+
+    dae->simplify();
+
+    ASSERT_LT(dae->getEqs().size(), before);
+    int nLinks = 0;
+    for (int i = 0; i < static_cast<int>(dae->getEqs().size()); ++i) {
+        const int deriv = dae->getEqs()[i].deriv;
+        if (deriv < 0)
+            continue;
+        ++nLinks;
+        EXPECT_THAT(dae->getEq(i), testing::HasSubstr("x^3"));
+        EXPECT_THAT(dae->getEq(deriv), testing::HasSubstr("cos(t)")); // the derivative of sin t
+    }
+    EXPECT_EQ(nLinks, 1);
+}
+
+TEST(Simplify, ExpressionAboveTheNodeLimitStays)
+{
+    // y = x + sum of sines: short enough it defines y, long it is not put into the other equation.
+    for (const int n : {10, 400}) {
+        std::string text = "y-x";
+        for (int k = 2; k < n; ++k)
+            text += "-sin(" + std::to_string(k) + "*t)";
+        const auto dae = makeDae({"x", "y"}, {"d(x,t)-y^2", text});
+
+        dae->simplify();
+
+        EXPECT_EQ(typeOf(*dae, 1), n == 10 ? 4 : 0) << n;
+        EXPECT_EQ(dae->getEqs().size(), n == 10 ? 1u : 2u) << n;
+    }
+}
+
+TEST(Simplify, AllocationFailureLeavesTheSystemAsItWas)
+{
+    int failures = 0;
+    for (long n = 1;; ++n) {
+        const auto dae = makeDae({"x", "y", "z"}, {"d(x,t)-sin(y)*z", "y-2*x", "z-y"});
+        dae->syncVars();
+        const std::string before = logOf(*dae);
+        bool failed = false, happened = false;
+        {
+            const qxtest::AllocFault fault(n);
+            try {
+                dae->simplify();
+            } catch (const std::bad_alloc&) {
+                failed = true;
+            }
+            happened = fault.happened();
+        }
+        if (!happened)
+            break;
+        if (!failed)
+            continue;
+        ++failures;
+        ASSERT_EQ(logOf(*dae), before) << "allocation " << n;
+        ASSERT_EQ(typeOf(*dae, 1), 0) << "allocation " << n;
+        dae->simplify();
+        ASSERT_EQ(dae->getEqs().size(), 1u) << "allocation " << n;
+    }
+    EXPECT_GT(failures, 50);
 }
 
 namespace {

@@ -348,7 +348,7 @@ TEST(Canonical, CyclicDefinitionsAreRefused)
 TEST(Canonical, NamesAndDefinitionsMustPairUp)
 {
     ExprTree tree;
-    EXPECT_EQ(idOf([&] { tree.simp({"a"}, {}); }), internalError);
+    EXPECT_EQ(idOf([&] { tree.simp({"a"}, std::vector<std::string>()); }), internalError);
 }
 
 TEST(Canonical, SquaresAddedBecomeOneNodeThatPrintsTheSame)

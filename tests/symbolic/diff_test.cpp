@@ -254,6 +254,16 @@ TEST(Diff, SquareSumNodesDifferentiateToo)
     EXPECT_NEAR(evalText(e.toString(), {{"x", 0.7}, {"y", 1.3}}), 2 * 0.7 * (1 + 1.69), 1e-14);
 }
 
+TEST(Diff, BeforeSimplificationSaysWhatIsMissing)
+{
+    ExprTree tree;
+    tree.scan("x+y");
+
+    const auto args = argsOf([&] { tree.diff("x"); });
+
+    EXPECT_EQ(args, (qxbase::ExceptionArgs{{"Reason", "the expression must be simplified before it is differentiated"}}));
+}
+
 TEST(Diff, ArithmeticNodesThatWereNotMergedAreRefused)
 {
     for (const char* text : {"x+y", "x-y", "x*y", "x/y"}) {

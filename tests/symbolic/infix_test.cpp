@@ -45,13 +45,13 @@ INSTANTIATE_TEST_SUITE_P(
                     Conversion{"1.e2", "1.e2"}, Conversion{" \t\r\n\v\fa ", "a"}, Conversion{"((a))", "a"},
                     Conversion{"x--2/3", "- x / U- 2 3"}));
 
-class InfixError : public testing::TestWithParam<const char*>
+class InfixRefusal : public testing::TestWithParam<const char*>
 {
 };
 
-TEST_P(InfixError, GivesTheEmptyText) { EXPECT_EQ(qxInfixToPrefix(GetParam()), "") << GetParam(); }
+TEST_P(InfixRefusal, GivesTheEmptyText) { EXPECT_EQ(qxInfixToPrefix(GetParam()), "") << GetParam(); }
 
-INSTANTIATE_TEST_SUITE_P(Refused, InfixError,
+INSTANTIATE_TEST_SUITE_P(Refused, InfixRefusal,
                          testing::Values("", "  ", "f(,)", "f(a,)", "f(", "(a", "a)", "()", "[a", "a]", "a[", "a[]",
                                          "[a;]", "[;a]", "(a;b)", "a;b", "'abc", "'it''", "1e", "1e+", ".", "1..2",
                                          "1.2.3", "2x", "2_", "1e5x", "a b", "1 2", "a=b", "a&b", "a|b", "a!b", "a+",
@@ -114,4 +114,78 @@ TEST(InfixConverter, ReadsAMillionNestedParenthesesOnASmallStack)
         const std::string minus = qxInfixToPrefix(std::string(n, '-') + "a");
         EXPECT_EQ(minus.size(), 3u * n + 1);
     });
+}
+
+namespace {
+
+struct Fault
+{
+    const char* text;
+    std::size_t position;
+    const char* expected;
+};
+
+void PrintTo(const Fault& fault, std::ostream* stream) { *stream << fault.text; }
+
+class InfixFault : public testing::TestWithParam<Fault>
+{
+};
+
+constexpr const char* operand = "a number, a name, a text, '(', '[' or a sign";
+constexpr const char* atTheEnd = "an operator, ',' or the end";
+constexpr const char* inParentheses = "an operator, ',' or ')'";
+
+} // namespace
+
+TEST_P(InfixFault, SaysWhereAndWhatWasExpected)
+{
+    InfixError error;
+
+    EXPECT_EQ(qxInfixToPrefix(GetParam().text, error), "");
+
+    EXPECT_EQ(error.position, GetParam().position);
+    EXPECT_EQ(error.expected, GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, InfixFault,
+    testing::Values(Fault{"", 0, operand}, Fault{"x+", 2, operand}, Fault{"x+*y", 2, operand}, Fault{"(x", 2, inParentheses},
+                    Fault{"x)", 1, atTheEnd}, Fault{"f(x,)", 4, operand}, Fault{"f(x]", 3, inParentheses},
+                    Fault{"x[m)", 3, "an operator, ',' or ']'"}, Fault{"[1,2;3", 6, "an operator, ',', ';' or ']'"},
+                    Fault{"(1;2)", 2, inParentheses}, Fault{"2x", 1, atTheEnd}, Fault{"(2x)", 2, inParentheses},
+                    Fault{"1e", 2, "a digit"}, Fault{"1e+", 3, "a digit"}, Fault{".", 1, "a digit"}, Fault{"1.2.3", 3, atTheEnd},
+                    Fault{"'text", 5, "a closing '"}, Fault{"a=b", 1, atTheEnd}, Fault{"a&b", 1, atTheEnd},
+                    Fault{"x y", 2, atTheEnd}, Fault{"a+#", 2, operand}, Fault{"(a+b))*c", 5, atTheEnd}));
+
+TEST(InfixFaults, NoneIsReportedForWhatReads)
+{
+    InfixError error{7, "left over"};
+
+    EXPECT_EQ(qxInfixToPrefix("x+1", error), "+ x 1");
+
+    EXPECT_EQ(error.position, 0u);
+    EXPECT_EQ(error.expected, "");
+}
+
+TEST(InfixFaults, CaretCountsCharactersAndPositionBytes)
+{
+    // Two lines; in the second, two letters of two bytes each stand before the fault.
+    const auto args = argsOf([] { printedInfix("a+\n'\xc3\xa4\xc3\xb6'+)"); });
+
+    ASSERT_EQ(args.size(), 5u);
+    EXPECT_EQ(args[0].first, "Expression");
+    EXPECT_THAT(args, testing::Contains(std::make_pair(std::string("Position"), std::string("11"))));
+    EXPECT_THAT(args, testing::Contains(std::make_pair(std::string("Line"), std::string("2"))));
+    EXPECT_EQ(args[4].second, "'\xc3\xa4\xc3\xb6'+)\n     ^");
+}
+
+TEST(InfixFaults, ExcerptOfALongLineIsCut)
+{
+    const std::string text = std::string(200, '(') + "x" + std::string(100, ')') + "#" + std::string(100, ')');
+
+    const auto args = argsOf([&] { printedInfix(text); });
+
+    ASSERT_EQ(args.size(), 5u);
+    EXPECT_EQ(args[0].second, text);
+    EXPECT_EQ(args[4].second, std::string(40, ')') + "#" + std::string(39, ')') + "\n" + std::string(40, ' ') + "^");
 }

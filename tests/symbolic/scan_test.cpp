@@ -78,7 +78,12 @@ TEST(Scan, SyntaxErrorNamesTheTextAndKeepsTheRoot)
     ExprImpl e;
     e.scan("a+b");
 
-    EXPECT_EQ(argsOf([&] { e.scan("a+"); }), (qxbase::ExceptionArgs{{"Expression", "a+"}}));
+    EXPECT_EQ(argsOf([&] { e.scan("a+"); }),
+              (qxbase::ExceptionArgs{{"Expression", "a+"},
+                                     {"Position", "3"},
+                                     {"Line", "1"},
+                                     {"Expected", "a number, a name, a text, '(', '[' or a sign"},
+                                     {"Excerpt", "a+\n  ^"}}));
     EXPECT_EQ(idOf([&] { e.scan("1e400+a"); }), syntaxError);
     EXPECT_EQ(idOf([&] { e.scan(std::string(400, '9')); }), syntaxError);
 
