@@ -41,7 +41,7 @@ class Cancel : public testing::TestWithParam<Large>
 
 INSTANTIATE_TEST_SUITE_P(Trees, Cancel,
                          testing::Values(Large{"sum", repeated("+cos(x*", 8000, "x")}, Large{"product", repeated("*(x+", 400, "x")},
-                                         Large{"nest", nested(3000)}),
+                                         Large{"nest", nested(1500)}),
                          [](const auto& test) { return std::string(test.param.name); });
 
 std::string printed(const ExprTree& tree)
