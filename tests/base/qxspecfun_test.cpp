@@ -321,7 +321,6 @@ TEST(IncompleteBeta, ClosedFormsAndLimits)
 TEST(Qxspecfun, ComplexBesselFunctionsRefuseNaN)
 {
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    using ComplexBessel = int (*)(double, const std::complex<double>&, std::complex<double>&);
     for (const ComplexBessel f : {ComplexBessel(qxbesselj), ComplexBessel(qxbessely), ComplexBessel(qxbesseli), ComplexBessel(qxbesselk)}) {
         std::complex<double> r;
         EXPECT_EQ(f(nan, {1.0, 0.5}, r), QxSpecfunDomain);
