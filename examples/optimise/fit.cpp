@@ -26,7 +26,7 @@ class Regression
 {
 public:
     Regression(const Fit& fit, const Table& data)
-        : fit_(fit), data_(data), formulas_(namesOf(fit, data)), points_(data.rows()), y_(data.column(fit.observed)),
+        : fit_(fit), formulas_(namesOf(fit, data)), points_(data.rows()), y_(data.column(fit.observed)),
           value_(data.rows()), derivative_(fit.parameters.size(), std::vector<double>(data.rows()))
     {
         for (const auto& [name, text] : fit.definitions)
@@ -101,7 +101,6 @@ private:
     }
 
     const Fit& fit_;
-    const Table& data_;
     qx::Formulas formulas_;
     qx::Formula formula_;
     std::optional<qx::Program> program_;
