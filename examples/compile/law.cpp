@@ -174,7 +174,7 @@ std::string explained(const examples::Formula& asked, const LawText& law, const 
 
 std::vector<std::string> feed(const LawText& law, ExprComp& compiler)
 {
-    setInfixConverter(law.prefix ? identity : qxInfixToPrefix);
+    setInfixConverter(law.prefix ? identity : InfixConverter(qxInfixToPrefix));
     const auto host = boost::make_shared<LawHost>(law);
     DefIds ids;
     int nextId = 0;
