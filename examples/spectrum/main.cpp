@@ -99,7 +99,7 @@ Eigenvalues spectrumOf(const Task& task, double damper)
 void run(const Task& task)
 {
     CsvWriter table;
-    ChartPanel plane{"s = decay + i frequency, one colour a damper", {}, true};
+    ChartPanel plane{"s = decay + i frequency, one colour a damper", {}};
     std::vector<double> damper;
     Eigenvalues values;
     for (const double d : task.dampers) {
@@ -118,7 +118,7 @@ void run(const Task& task)
     if (task.plot.empty())
         return;
     std::ofstream out(task.plot);
-    writeChart(out, "A chain of " + std::to_string(task.masses) + " masses with a damper at its end", "decay", {{plane}});
+    writeChart(out, std::to_string(task.masses) + " masses, a damper at the end", "decay", {{plane}});
     if (!out.flush())
         throw FileError(task.plot, "cannot be written");
 }
