@@ -20,16 +20,16 @@ from .errors import Cancelled, Error
 from .formulas import Compiled, Failures, Formulas, JavaClass, VectorFunction
 from .interpolation import Table
 from .optimizer import Optimum, minimize, set_optimizer_path
-from .sparse import (Constrained, Factor, NullSpace, Sparse, nullspace, read_matrix_market, solve_constrained, splu,
-                     write_matrix_market)
+from .sparse import (Constrained, Factor, NullSpace, Sparse, constrained_operator, nullspace, read_matrix_market,
+                     solve_constrained, splu, write_matrix_market)
 from .symbolic import Expr
 
 __version__ = _core.version
 
 __all__ = ["CancelToken", "Cancelled", "Compiled", "Constrained", "DAE", "Error", "Expr", "Factor", "Failures",
-           "Formulas", "JavaClass", "NullSpace", "Optimum", "Sparse", "Table", "VectorFunction", "eig", "gmres",
-           "minimize", "nullspace", "read_matrix_market", "set_optimizer_path", "show_config", "solve_constrained",
-           "splu", "write_matrix_market"]
+           "Formulas", "JavaClass", "NullSpace", "Optimum", "Sparse", "Table", "VectorFunction",
+           "constrained_operator", "eig", "gmres", "minimize", "nullspace", "read_matrix_market",
+           "set_optimizer_path", "show_config", "solve_constrained", "splu", "write_matrix_market"]
 
 
 def show_config():

@@ -7,7 +7,7 @@ import numpy as np
 from . import _core
 from ._progress import progress_function
 
-__all__ = ["Constrained", "Sparse", "Factor", "NullSpace", "splu", "nullspace", "solve_constrained", "read_matrix_market", "write_matrix_market"]
+__all__ = ["Constrained", "Sparse", "Factor", "NullSpace", "constrained_operator", "splu", "nullspace", "solve_constrained", "read_matrix_market", "write_matrix_market"]
 
 
 def _numbers(values, what="values"):
@@ -302,6 +302,24 @@ def solve_constrained(K, f, N, g, *, orthonormal=False, progress=None, cancel=No
         u, residual, dropped = _core.solve_constrained(Sparse(K)._store, _numbers(f), Sparse(N).H._store, _numbers(g),
                                                        orthonormal, report, cancel)
     return Constrained(u, residual, tuple(dropped))
+
+
+def constrained_operator(K, N, *, orthonormal=False, progress=None, cancel=None):
+    """f -> u with K u = f under N u = 0, factorised once, as a scipy.sparse.linalg.LinearOperator; needs SciPy.
+
+    Arguments and failures as for solve_constrained; the operator is null (null^H K null)^-1 null^H.
+    """
+    from scipy.sparse.linalg import LinearOperator
+    K = Sparse(K)
+    null = nullspace(N, orthonormal=orthonormal, progress=progress, cancel=cancel).null
+    adjoint = null.H
+    factor = splu(adjoint @ K @ null, progress=progress, cancel=cancel)
+
+    def solve(f, trans="N"):
+        return null @ factor.solve(adjoint @ f, trans)
+
+    return LinearOperator(K.shape, matvec=solve, matmat=solve, dtype=np.result_type(K.dtype, null.dtype),
+                          rmatvec=lambda f: solve(f, "H"), rmatmat=lambda f: solve(f, "H"))
 
 
 def read_matrix_market(path):

@@ -53,3 +53,11 @@ def test_the_notebook_runs(monkeypatch):
             exec(compile("".join(cell["source"]), "tutorial.ipynb", "exec"), names)
 
     assert names["failures"].count == 10000
+
+
+def test_formulas_agree_with_numpy():
+    text = run("formulas.py")
+
+    differences = [float(value) for value in re.findall(r"(?:NumPy |d/d[xy]: +)([0-9.e+-]+)", text)]
+    assert len(differences) == 3 and max(differences) < 1e-14
+    assert "at point (0, 0)" in text and "no value at 240000 points" in text and "give (3, 4)" in text

@@ -5,7 +5,7 @@ import threading
 
 import numpy as np
 import pytest
-from qxkernel import (CancelToken, Cancelled, Error, Sparse, nullspace, read_matrix_market, solve_constrained, splu, write_matrix_market)
+from qxkernel import (CancelToken, Cancelled, Error, Sparse, constrained_operator, nullspace, read_matrix_market, solve_constrained, splu, write_matrix_market)
 
 
 def random_dense(rng, m, n, complex_=False, density=0.3):
@@ -270,3 +270,16 @@ def test_contradicting_constraints_are_named():
     with pytest.raises(Error) as failure:
         solve_constrained(np.eye(3), np.ones(3), [[1.0, 0, 0], [1.0, 0, 0]], [1.0, 2.0])
     assert failure.value.identifier == "Contradicting_constraints" and "Constraint" in failure.value.arguments
+
+
+@pytest.mark.parametrize("complex_", [False, True])
+def test_a_constrained_solve_is_a_linear_operator(rng, complex_):
+    pytest.importorskip("scipy.sparse.linalg", reason="SciPy is not installed")
+    K, f = regular(rng, 8, complex_), rng.standard_normal(8)
+    N = np.zeros((1, 8))
+    N[0, :2] = [1, -1]
+
+    operator = constrained_operator(K, N)
+
+    assert np.allclose(operator @ f, solve_constrained(K, f, N, [0.0]).u, rtol=1e-10)
+    assert np.vdot(operator @ f, f) == pytest.approx(np.vdot(f, operator.H @ f), rel=1e-10)
