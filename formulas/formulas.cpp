@@ -6,8 +6,11 @@
 #include "names_detail.hpp"
 #include "program_detail.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <boost/make_shared.hpp>
+#include <iterator>
+#include <string_view>
 
 namespace qx {
 
@@ -48,10 +51,11 @@ void requireFree(const std::set<std::string>& used, const std::string& name)
 /// A name that is still free for a function.
 void requireFreeFunction(const std::set<std::string>& used, const std::string& name)
 {
-    static const FunTable standard = qxeval::standardFunctions();
-    static const std::set<std::string> keywords{"d", "pd", "depends", "jacdepends", "islinear"};
+    // Never destroyed: hosts may still collect formulas in static destructors.
+    static const FunTable& standard = *new const FunTable(qxeval::standardFunctions());
+    static constexpr std::string_view keywords[] = {"d", "pd", "depends", "jacdepends", "islinear"};
     requireFree(used, name);
-    if (standard.count(name) != 0 || keywords.count(name) != 0)
+    if (standard.count(name) != 0 || std::count(std::begin(keywords), std::end(keywords), name) != 0)
         QX_RAISE("formulas", "Name_in_use", "Name", name);
 }
 

@@ -177,20 +177,22 @@ boost::shared_ptr<ErrInfo> DiracPolyFun::makeError(unsigned int bits) const
 FunObjPtr makeStepFunction(const std::string& name)
 {
     // Each step reaches its high value at x = w, with as many derivatives 0 there as its name promises.
+    // Nothing here has a destructor: a host may make its functions in a static one.
     struct Entry
     {
         const char* name;
         double low; ///< high is 1
-        std::vector<double> poly;
+        int terms;
+        double poly[8];
     };
-    static const Entry steps[] = {
-        {"qxsmhs", 0.0, {0.5, 1.640625, 0.0, -2.734375, 0.0, 2.296875, 0.0, -0.703125}},
-        {"qxsmsign", -1.0, {0.0, 3.28125, 0.0, -5.46875, 0.0, 4.59375, 0.0, -1.40625}},
-        {"qxc1hs", 0.0, {0.5, 0.75, 0.0, -0.25}},
-        {"qxc2hs", 0.0, {0.5, 0.9375, 0.0, -0.625, 0.0, 0.1875}},
+    static constexpr Entry steps[] = {
+        {"qxsmhs", 0.0, 8, {0.5, 1.640625, 0.0, -2.734375, 0.0, 2.296875, 0.0, -0.703125}},
+        {"qxsmsign", -1.0, 8, {0.0, 3.28125, 0.0, -5.46875, 0.0, 4.59375, 0.0, -1.40625}},
+        {"qxc1hs", 0.0, 4, {0.5, 0.75, 0.0, -0.25}},
+        {"qxc2hs", 0.0, 6, {0.5, 0.9375, 0.0, -0.625, 0.0, 0.1875}},
     };
     for (const Entry& e : steps) {
-        const auto poly = boost::make_shared<PolyEvaluator>(e.poly);
+        const auto poly = boost::make_shared<PolyEvaluator>(std::vector<double>(e.poly, e.poly + e.terms));
         if (name == e.name)
             return boost::make_shared<TransPolyFun>(name, poly, e.low, 1.0);
         if (name == derivativeName(e.name)) // its table is that of the derivative, exactly

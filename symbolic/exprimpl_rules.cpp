@@ -295,7 +295,8 @@ std::vector<FuncEntry> makeFunctionTable()
 
 bool ExprImpl::FuncRules::evalElemFunc(const std::string& name, const std::vector<double>& args, double& result)
 {
-    static const std::vector<FuncEntry> functions = makeFunctionTable();
+    // Never destroyed: hosts may still read formulas in static destructors.
+    static const std::vector<FuncEntry>& functions = *new const std::vector<FuncEntry>(makeFunctionTable());
     const std::uint32_t hash = hashText(name);
     for (const FuncEntry& function : functions)
         if (function.nameHash == hash && function.name == name)
