@@ -52,7 +52,8 @@ TEST(CircularDefinitions, EndAtTheDepthLimitAlthoughEachLevelHasTwoWaysOn)
     const HostPtr host = makeHost();
     host->definitions = {{"c", "a+1"}, {"a", "b+d"}, {"b", "a"}, {"d", "a"}};
 
-    const ValRepPtr value = evalText("c", host);
+    ValRepPtr value;
+    runOnStack(largeStack, [&] { value = evalText("c", host); }); // sanitized frames of 10000 levels need it
 
     EXPECT_EQ(raisedId([&] { value->getDouble(); }), "circvar");
     EXPECT_LE(host->entered, 10001) << "10000 levels, and d once";
