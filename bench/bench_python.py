@@ -98,6 +98,20 @@ def formulas(bench, sizes):
         bench.row(f"{name}, one point (overhead of the call)", "NumPy", lambda: f(text), lambda: plain(one, two))
 
 
+def tables(bench, points):
+    """Linear interpolation on a grid of three axes at random points."""
+    try:
+        from scipy.interpolate import RegularGridInterpolator
+    except ImportError:
+        return
+    rng = np.random.default_rng(11)
+    axes = [np.cumsum(rng.uniform(0.5, 1.5, 40)) for _ in range(3)]
+    values = rng.random((40, 40, 40))
+    at = [rng.uniform(axis[0], axis[-1], points) for axis in axes]
+    table, peer, stacked = qx.Table(tuple(axes), values), RegularGridInterpolator(axes, values), np.stack(at, axis=1)
+    bench.row(f"linear table, 3 axes, {points} points", "SciPy", lambda: table(*at), lambda: peer(stacked))
+
+
 def poisson(n, dimensions):
     """The Laplacian on a grid, as a SciPy matrix."""
     from scipy import sparse
@@ -139,6 +153,7 @@ def main():
     print(f"qxkernel {qx.__version__}, Python {platform.python_version()}, NumPy {np.__version__}, "
           f"{platform.processor() or platform.machine()}, {kind} time, {time.strftime('%Y-%m-%d')}")
     formulas(bench, (10**4,) if options.quick else (10**4, 10**5, 10**6))
+    tables(bench, 10**4 if options.quick else 10**6)
     bench.rounds = min(bench.rounds, 3)
     solution(bench, (8,) if options.quick else (24,))
     if options.json:

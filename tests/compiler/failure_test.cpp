@@ -4,9 +4,11 @@
 #include "random_list.hpp"
 #include "support/alloc_fault.hpp"
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sys/resource.h>
 
 using namespace qxtest;
 namespace fs = std::filesystem;
@@ -29,6 +31,30 @@ protected:
     }
 
     fs::path directory;
+};
+
+/// Files of this process end after so many bytes: what a full disk does, for a scope.
+class SmallFilesOnly
+{
+public:
+    explicit SmallFilesOnly(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN))
+    {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        rlimit limit = before_;
+        limit.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~SmallFilesOnly()
+    {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+    SmallFilesOnly(const SmallFilesOnly&) = delete;
+    SmallFilesOnly& operator=(const SmallFilesOnly&) = delete;
+
+private:
+    rlimit before_{};
+    void (*handler_)(int);
 };
 
 } // namespace
@@ -63,6 +89,16 @@ TEST_F(ClassFileOnDisk, ReportsAFullDiskAndRemovesOnlyARegularFile)
     ASSERT_TRUE(fs::exists("/dev/full"));
     EXPECT_EQ(idOf([] { compileTo("/dev/full"); }), "Cannot_create_native_file");
     EXPECT_TRUE(fs::exists("/dev/full"));
+}
+
+TEST_F(ClassFileOnDisk, RemovesAFileThatItCouldNotFinish)
+{
+    const fs::path file = directory / "T.class";
+    const SmallFilesOnly limit(50); // a class is longer
+
+    EXPECT_EQ(idOf([&] { compileTo(file.string()); }), "Cannot_create_native_file");
+
+    EXPECT_FALSE(fs::exists(file));
 }
 
 TEST_F(ClassFileOnDisk, FormulasThatDoNotCompileLeaveAFileAsItWas)
