@@ -1,6 +1,7 @@
 #include "optimnp.hpp"
 #include "optimqp.hpp"
 
+#include "arrays.hpp"
 #include "qxrun.hpp"
 #include "support/failure.hpp"
 
@@ -21,24 +22,13 @@
 namespace {
 
 using qxbase::Prop;
+using qxtest::doubles;
 using qxtest::failureOf;
 using qxtest::idOf;
+using qxtest::ints;
 
 constexpr double kNone = 1e20;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-Array<int, 1> ints(const std::vector<int>& from)
-{
-    Array<int, 1> to(from.size());
-    std::copy(from.begin(), from.end(), to.data());
-    return to;
-}
-Array<double, 1> doubles(const std::vector<double>& from)
-{
-    Array<double, 1> to(from.size());
-    std::copy(from.begin(), from.end(), to.data());
-    return to;
-}
 
 class WithOptimizer : public testing::Test
 {

@@ -1,5 +1,6 @@
 #include "optimnp.hpp"
 
+#include "arrays.hpp"
 #include "qxrun.hpp"
 #include "recorder.hpp"
 #include "support/alloc_fault.hpp"
@@ -13,25 +14,15 @@
 namespace {
 
 using qxbase::Prop;
+using qxtest::doubles;
 using qxtest::failureOf;
 using qxtest::idOf;
+using qxtest::ints;
 using recording::JacobianCall;
 using recording::NonlinearCall;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-Array<int, 1> ints(const std::vector<int>& from)
-{
-    Array<int, 1> to(from.size());
-    std::copy(from.begin(), from.end(), to.data());
-    return to;
-}
-Array<double, 1> doubles(const std::vector<double>& from)
-{
-    Array<double, 1> to(from.size());
-    std::copy(from.begin(), from.end(), to.data());
-    return to;
-}
 template <class T>
 std::vector<T> listOf(const Array<T, 1>& from)
 {

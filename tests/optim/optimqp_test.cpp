@@ -1,5 +1,6 @@
 #include "optimqp.hpp"
 
+#include "arrays.hpp"
 #include "qxrun.hpp"
 #include "recorder.hpp"
 #include "support/alloc_fault.hpp"
@@ -11,23 +12,12 @@
 namespace {
 
 using qxbase::Prop;
+using qxtest::doubles;
 using qxtest::failureOf;
 using qxtest::idOf;
+using qxtest::ints;
 using recording::QuadraticCall;
 using testing::ElementsAre;
-
-Array<int, 1> ints(const std::vector<int>& from)
-{
-    Array<int, 1> to(from.size());
-    std::copy(from.begin(), from.end(), to.data());
-    return to;
-}
-Array<double, 1> doubles(const std::vector<double>& from)
-{
-    Array<double, 1> to(from.size());
-    std::copy(from.begin(), from.end(), to.data());
-    return to;
-}
 
 Sparse matrix(const std::vector<unsigned long>& rows, const std::vector<unsigned long>& columns,
               const std::vector<double>& values, unsigned long m, unsigned long n)
