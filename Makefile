@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 # The words people type. Each installs what is missing first (tools/bootstrap says what it does).
 .PHONY: demo check bench docs install python
 

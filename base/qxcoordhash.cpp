@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxcoordhash.hpp"
 
 #include "qxexception.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxlib.hpp"
 
 #include "qxexception.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxnumber.hpp"
 
 #include "qxexception.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxreal.hpp"
 
 #include "base/qxreal_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 /// The elementary functions of single numbers, as the processor at hand computes them: what qxmath's functions call, for

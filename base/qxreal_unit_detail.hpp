@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The table of functions for one family of the vector library: the including source defines QX_REAL_TABLE, its name, and
 // QX_REAL_FMA if it is compiled for processors that have it.
 

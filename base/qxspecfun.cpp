@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The gamma and beta functions.
 
 #include "qxspecfun_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxspecfun_detail.hpp"
 
 #include <boost/math/special_functions/bessel.hpp>

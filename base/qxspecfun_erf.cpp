@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The error functions. Those of complex argument share one road: erfcx in the right half plane, by the trapezoidal rule;
 // erf, erfc and the left half plane follow by reflection.
 

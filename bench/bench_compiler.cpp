@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The compiler's own time, its interpreter against muParser at one point a call, and a generated class against the same
 // straight-line code in C++, compiled here with the library's flags.
 

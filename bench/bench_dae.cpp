@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Growth of the time of index reduction with the size of the system: each case against itself at a tenth of the size.
 //
 //   RC ladder: n/2 stages of a resistor R and a capacitor C, currents and voltages as unknowns,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The LAPACK front ends against the routines called directly with work arrays made beforehand, at n = 4, where a call's
 // overhead shows, and at n = 500, where it must not.
 #include "arrayutil.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Formulas over points, tree building, and what the steady state allocates. One thread, blocks of 1000 points.
 
 #include "chunked_interpreter.hpp"

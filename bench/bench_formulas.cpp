@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The ready-made host against the engine under a host written for the purpose: what formulas.hpp costs. One thread, blocks
 // of 1000 points. Both copy columns into the engine's blocks and values out of them; formulas.hpp looks for points without a
 // value as well.

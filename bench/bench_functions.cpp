@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Function objects on blocks of 1000 points: against a plain loop over the C library's function, and against the vector
 // library called directly with the widest unit of this machine. Operations on values against the bare loop.
 

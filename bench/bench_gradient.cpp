@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // A value and its gradient with respect to ten variables: against the value alone, derivative graphs against GiNaC's, and
 // accuracy against muParser's difference quotients. One thread, blocks of 1000 points.
 

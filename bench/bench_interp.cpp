@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Interpolation: single virtual calls and blocks against GSL, against a branch-free binary search written for the purpose,
 // and against GSL's bilinear interpolation on grids.
 #include "cubicinterpolator.hpp"

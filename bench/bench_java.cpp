@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The bridge to Java in a real virtual machine, against hand-written JNI that does the same, memcpy, and Java itself.
 // The machine has a heap of 1 GB and does not check calls.
 #include "evaluation_host.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // GMRES against Eigen's on the same matrix and against the products alone; the QZ iteration against LAPACK's driver.
 #include "arrayutil.hpp"
 #include "harness.hpp"

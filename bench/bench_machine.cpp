@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What this machine gives: the limits that the other tables are read against.
 #include "harness.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The sparse null space of periodic and hanging-node constraints, a tenth as many as there are unknowns, against a pass
 // that copies the constraint matrix. The rate should be the same for every size.
 #include "harness.hpp"

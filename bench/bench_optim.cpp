@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Optimisation: what the drivers add to the callbacks, what the free optimizer adds to IPOPT, and gradients of formulas
 // with ten thousand variables against hand-written code. One thread.
 

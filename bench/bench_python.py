@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Ratios of the Python package against the usual tools, in one run: numexpr, NumPy, SciPy. See bench/README.md.
 
 usage: PYTHONPATH=build/release/python bench/bench_python.py [--rounds N] [--quick] [--cpu] [--json FILE]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Sums, products and transposition of sparse matrices.
 
 #include "harness.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Assembly of sparse matrices from triplets.
 
 #include "harness.hpp"

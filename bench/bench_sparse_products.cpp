@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Products with vectors and relaxation sweeps.
 
 #include "externalsparse.hpp"

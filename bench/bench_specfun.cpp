@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Special functions against GSL and, for the incomplete ones, against nothing: the rate gives the cost of a call.
 #include "harness.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Reading against muParser's set-up, derivatives in canonical form against GiNaC, and growth with the size of the text.
 
 #include "exprimpl.hpp"

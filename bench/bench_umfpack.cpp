@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Factorise and solve through the driver against UMFPACK called directly on the same arrays, both with one BLAS thread:
 // time, with the driver's copies, progress and cancel polling, and peak memory. The polling alone: the same calls of
 // UMFPACK with and without a look at the cancel flag before each call of BLAS.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "chunked_interpreter.hpp"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "ipopt_direct.hpp"
 
 #include <IpStdCInterface.h>

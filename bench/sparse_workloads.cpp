@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "sparse_workloads.hpp"
 
 #include <cstdio>

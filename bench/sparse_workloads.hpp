@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Matrices of the sparse benchmarks, in the forms of the library and of its peers, and helpers to compare them.

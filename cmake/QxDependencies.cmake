@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 # What is installed and called, not written here. Debian package names stand in tools/bootstrap.
 find_package(Boost 1.74 REQUIRED)
 find_package(OpenMP REQUIRED COMPONENTS C CXX)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 # Compiler settings of every target of this project.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)

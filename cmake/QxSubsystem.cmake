@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 # qx_add_subsystem(name SOURCES ... HEADERS ... USES ... PRIVATE ...)
 #
 # One object library per folder; the shared library is the sum of all of them. HEADERS are the folder's public headers

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "exprcomp.hpp"
 
 #include "base/qxreal_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 /// The instructions of the Java virtual machine that are used, apart from loads, stores and pushes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The model: variables and equations as they are added, looked up and read.
 
 #include "dae.hpp"

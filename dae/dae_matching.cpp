@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The matching of variables to equations and the marks of one search.
 
 #include "dae.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Index reduction: checks, Pantelides' algorithm on the text, dummy derivatives, the new order of the equations.
 
 #include "dae_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Removal of unknowns that other variables give directly.
 
 #include "dae_detail.hpp"

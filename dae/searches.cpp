@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Matching of equations to variables by augmenting paths.
 
 #include "structure_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Tables of occurrences, Pantelides' algorithm on them, and the choice of dummy derivatives.
 
 #include "structure_detail.hpp"

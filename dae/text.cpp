@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "text_detail.hpp"
 
 namespace qxdae {

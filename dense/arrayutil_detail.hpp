@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // What every LAPACK front end needs: sizes that fit, work arrays, the judgement of INFO.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "arrayutil.hpp"
 #include "dense/arrayutil_detail.hpp"
 #include "dense/elementloop_detail.hpp"

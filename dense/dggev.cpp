@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Drivers around the QZ iteration: scaling, balancing, reduction, eigenvectors, condition numbers.
 
 #include "dense/arrayutil_detail.hpp"

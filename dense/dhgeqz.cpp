@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The QZ iteration for a Hessenberg-triangular pencil, with implicit single and double shifts.
 
 #include "dense/arrayutil_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Loops over the elements of vectors: one writer per element, so the same bits for any number of threads.

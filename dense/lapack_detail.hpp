@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // LAPACK and BLAS as templates over the element type: Lapack<T>::gesv is dgesv or zgesv.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "matrix.hpp"
 
 #include "arrayutil.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // LAPACK's routines for the generalised eigenvalue problem, and the exceptional shift.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "dense/qzretry_detail.hpp"
 
 #include "qzmod.hpp"

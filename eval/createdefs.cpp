@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Nodes as definitions of the expression compiler.
 
 #include "derivativenodes.hpp"

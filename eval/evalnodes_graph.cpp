@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What operations, proxies and variables know about their dependence on variables: derivative, dependence, simplified
 // form, basic variables. The walks over operations are iterative and visit each node once.
 

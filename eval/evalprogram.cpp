@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evalprogram_detail.hpp"
 
 #include "derivativenodes.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "eval/evalrep_detail.hpp"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // How function objects are applied to values: which operand is overwritten, in what storage, and what the returned bits
 // make of the result.
 

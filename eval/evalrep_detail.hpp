@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Access to the storage of a value by element type and shape, shared by the sources of ValRep.

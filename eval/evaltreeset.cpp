@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evaltreeset.hpp"
 
 #include "evalflags.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "externfun.hpp"
 
 #include "callback.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "nodemaker.hpp"
 
 #include "derivativenodes.hpp"

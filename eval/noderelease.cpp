@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "noderelease_detail.hpp"
 
 #include "evalnodes.hpp"

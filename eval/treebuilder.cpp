@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "treebuilder_detail.hpp"
 
 #include "array.hpp"

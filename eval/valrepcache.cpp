@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "valrepcache.hpp"
 
 #include "eval/evalrep_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "varevaluator.hpp"
 
 #include "errinfo.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evaluation_detail.hpp"
 
 #include "evalflags.hpp"

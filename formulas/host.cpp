@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "host_detail.hpp"
 
 #include "evalrep.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "guarded_detail.hpp"
 #include "program_detail.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "ownfunction_detail.hpp"
 
 #include "eval/treebuilder_detail.hpp"

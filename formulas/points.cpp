@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "points_detail.hpp"
 
 #include "formulas.hpp"

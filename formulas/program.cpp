@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "program_detail.hpp"
 
 #include "eval/treebuilder_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "functions/complex_lanes_detail.hpp"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Complex functions of single numbers for what the vector formulas do not cover: arguments near overflow, infinities,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Function objects as definitions of the expression compiler.
 
 #include "evalfun_binary.hpp"

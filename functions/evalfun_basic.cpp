@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evalfun_basic.hpp"
 
 #include "functions/records_detail.hpp"

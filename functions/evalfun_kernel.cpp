@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evalfun_kernel.hpp"
 
 #include "errinfo.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "funfactory.hpp"
 
 #include "evalfun_basic.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "functions/kernels_detail.hpp"
 
 #include <initializer_list>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // The element loops behind every function object. Each function exists once as source (kernels_*_detail.hpp) and is

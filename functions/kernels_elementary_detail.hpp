@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Functions of one argument: parts, rounding, exponential, logarithms, roots, whole powers. What each computes in real

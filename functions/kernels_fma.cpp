@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #define QX_UNIT fma
 #define QX_UNIT_LANES 1
 #define QX_UNIT_FMA

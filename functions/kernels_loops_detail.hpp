@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // The loops that turn a function on one vector into a kernel over n elements. A function is a class with

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Trigonometric and hyperbolic functions, their reciprocals and inverses. The real formulas of the inverse hyperbolic

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "polyevaluator.hpp"
 
 #include <boost/make_shared.hpp>

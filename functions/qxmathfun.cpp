@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxmathfun.hpp"
 
 #include "functions/kernels_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Derivative rules in the notation of mathematics: a Term is a node together with the factory that builds on it, so that

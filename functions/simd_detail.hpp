@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // One vector of doubles, its complex twin and the functions on it, for the unit that the including source is compiled

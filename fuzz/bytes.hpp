@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Choices read from the bytes of a fuzz input; zeros when they are used up.

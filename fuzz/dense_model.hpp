@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // The slow model of the sparse fuzz targets: dense matrices of complex long doubles.

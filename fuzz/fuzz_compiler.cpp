@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The compiler on any list of definitions, as ids and kinds or as text: a class whose code an independent simulation of the
 // operand stack accepts and a tape that runs, or one of the documented failures.
 #include "exprcomp.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Arithmetic of exact-or-floating numbers, chosen by bytes: invariants of each result, and values near those of doubles.
 #include "exprimpl.hpp"
 #include "qxexception.hpp"

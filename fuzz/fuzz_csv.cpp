@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Any bytes as a table of comma-separated numbers: read or refused, and what is read has one length.
 
 #include "support/csv.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Index reduction: bytes choose equations over a few unknowns, given functions and excluded unknowns. What is not refused is
 // complete in structure: a second call differentiates nothing.
 #include "dae.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Text to value: any bytes are read, turned into nodes, differentiated, simplified, printed and evaluated over three
 // points. Failures may leave as exceptions and as NaN values, nothing else.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Infix text to prefix text: what the converter accepts the prefix reader reads, and the printed tree reads back.
 #include "exprimpl.hpp"
 #include "qxexception.hpp"

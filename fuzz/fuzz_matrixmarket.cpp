@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Any bytes as a Matrix Market file: read or refused, and what is read survives writing and reading again.
 
 #include "matrixmarket.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Any bytes as a mesh file: read or refused, and a mesh that is read can be refined.
 
 #include "heat/mesh.hpp"

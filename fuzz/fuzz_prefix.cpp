@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The prefix reader on any bytes: a tree that prints and is made binary, or one of two errors.
 #include "exprimpl.hpp"
 #include "qxexception.hpp"

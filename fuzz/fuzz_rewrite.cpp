@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Rewriting of trees in random order of operations, on copies that share nodes. One simp is enough, a copy does not see what
 // happens to its source, and a failure leaves the text as it was.
 #include "exprimpl.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Any bytes as small matrices that are factorised, solved with and used as constraints. Factors must multiply to the matrix,
 // bases must span null spaces, wherever the scales allow a statement.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Any bytes as a sequence of operations on three sparse matrices, of all storage kinds and forms, compared after each with
 // dense matrices. A refused operation must leave its operands as they were.
 

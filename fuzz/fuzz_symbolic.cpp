@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Infix text through canonical form, derivative and print.
 #include "exprimpl.hpp"
 #include "qxexception.hpp"

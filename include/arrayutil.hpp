@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Dense linear algebra on Array<double,N> and Array<std::complex<double>,N> through LAPACK and BLAS.

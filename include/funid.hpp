@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 /// The operators with one fixed object inside every NodeMaker. The values are part of the contract: they are passed when

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Forward declarations of the evaluation engine and the shared pointers that its interfaces pass.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Tabulated data as functions of their coordinates: the abstract interpolator and how one is made.

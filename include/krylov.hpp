@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Building blocks of Krylov solvers, and a restarted GMRES on a dense matrix.

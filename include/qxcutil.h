@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 /* Memory contexts of the direct solvers, in C: between qxcArm and qxcDisarm a context records what the solver library

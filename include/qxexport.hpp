@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 /// QX_API marks what the shared library shows to its users; everything else stays hidden.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // The generalised real eigenvalue problem A x = lambda B x by a QZ iteration whose exceptional shifts can be varied: for

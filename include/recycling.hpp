@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Storage that ended values leave behind is used again by the next ones, so that an evaluation with unchanged shapes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 /// Which form of a matrix an operation applies: A, its transpose, its conjugate transpose. For real matrices the last

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "interp/axissearch_detail.hpp"
 
 #include "qxnumber.hpp"

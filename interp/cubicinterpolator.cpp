@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "cubicinterpolator.hpp"
 
 #include "interp/axissearch_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // A tensor grid as evaluation needs it, shared by the interpolators on it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "gridinterpolator.hpp"
 
 #include "interp/checks_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "interpfilereader.hpp"
 
 #include "interp/axissearch_detail.hpp"

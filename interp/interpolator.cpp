@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "interpolator.hpp"
 
 #include "cubicinterpolator.hpp"

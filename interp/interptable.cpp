@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "interptable.hpp"
 
 #include "qxexception.hpp"

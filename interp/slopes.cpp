@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "interp/slopes_detail.hpp"
 
 #include <cmath>

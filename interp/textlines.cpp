@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "interp/textlines_detail.hpp"
 
 #include "qxexception.hpp"

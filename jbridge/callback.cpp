@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "callback.hpp"
 
 #include "jbridge/callback_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "javaexception.hpp"
 
 #include "base/qxjni_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxjarray.hpp"
 
 #include "jbridge/qxjarray_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Matrices and arrays inside property values.
 
 #include "qxjarray.hpp"

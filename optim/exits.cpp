@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optim/exits_detail.hpp"
 
 namespace qxoptim {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optimqp.hpp"
 
 #include "optim/driver_detail.hpp"

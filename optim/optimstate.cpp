@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optimstate.hpp"
 
 #include "optim/call_detail.hpp"

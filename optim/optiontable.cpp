@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optim/optiontable_detail.hpp"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Builds the compiled half with CMake against the installed library.
 
     pip wheel --no-build-isolation --no-deps python

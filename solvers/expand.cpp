@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "solvers/expand_detail.hpp"
 
 namespace qxsolvers_detail {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "diagnostic.hpp"
 #include "solvers/expand_detail.hpp"
 #include "solvers/qxnull_detail.hpp"

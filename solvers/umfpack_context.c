@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "solvers/umfpack_context.h"
 
 #include <SuiteSparse_config.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 /* UMFPACK inside a memory context: its allocations are recorded, its work is counted, and a cancelled run leaves it by a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "externalsparse.hpp"
 
 #include "product_kernels.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // What the sources of llsparse<T> share: the instances of each member template, and small helpers.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "parallelsparse.hpp"
 
 #include "sparse_detail.hpp"

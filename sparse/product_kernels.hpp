@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // The loops of a product with vectors, written once for every index width, element type, sign and share of the columns:

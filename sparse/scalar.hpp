@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Real and complex arithmetic as the kernels write it: products by the plain formula (no recovery of infinities), so

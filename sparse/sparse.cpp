@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The handle: sharing of the store, inspection, single elements, formats.
 
 #include "sparse_detail.hpp"

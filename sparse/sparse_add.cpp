@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Sums of stores.
 
 #include "llsparse_detail.hpp"

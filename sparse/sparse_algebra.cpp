@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Sums, products, scaling and concatenation of matrices.
 
 #include "llsparse_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Assembly of a store from triplets.
 
 #include "llsparse_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Construction of matrices from triplets and compressed columns.
 
 #include "sparse_detail.hpp"

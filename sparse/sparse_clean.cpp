@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Members that drop, merge or move entries, and the conversions between summand form and triangles.
 
 #include "sparse_detail.hpp"

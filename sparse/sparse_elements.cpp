@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Single elements, selection of rows and columns, other shapes.
 
 #include "llsparse_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The guarantees of a store: sorted columns, columns partitioned around the diagonal; tests of symmetry.
 
 #include "llsparse_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Products and sweeps on handles: sizes, types, and the choice between serial and parallel forms.
 
 #include "sparse_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Products of stores.
 
 #include "llsparse_detail.hpp"

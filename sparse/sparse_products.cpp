@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Products of a store with vectors.
 
 #include "llsparse_detail.hpp"

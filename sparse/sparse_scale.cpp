@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // In-place operations on the values of a store.
 
 #include "llsparse_detail.hpp"

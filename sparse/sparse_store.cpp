@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Storage, construction and versions of llsparse<T>.
 
 #include "llsparse_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Relaxation sweeps. One template each for the sweep and for the updater serves natural order, index lists and the
 // shares of a pipeline; layout and direction are template parameters, so that the loops have no tests inside.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The text form of a matrix.
 
 #include "sparse_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Transposition and concatenation.
 
 #include "llsparse_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // What the parallel members of the stores share: teams whose work is dealt to numbered shares, and scratch memory.

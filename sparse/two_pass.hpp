@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Sums and products of stores in two passes over the columns of the result: count, then write into arrays of exactly

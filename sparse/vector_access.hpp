@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // How products and sweeps reach the elements of real, complex and mixed vectors.

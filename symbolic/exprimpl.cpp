@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The expression object: ownership of root and rules, and the sequence of passes.
 
 #include "exprimpl.hpp"

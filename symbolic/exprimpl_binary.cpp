@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Canonical nodes back to unary and binary operations, for consumers that want a plain tree.
 
 #include "exprimpl_detail.hpp"

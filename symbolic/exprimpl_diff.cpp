@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Derivatives, and the solution of linear equations.
 
 #include "exprimpl_detail.hpp"

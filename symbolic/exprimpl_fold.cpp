@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Folding of constants.
 
 #include "exprimpl_detail.hpp"

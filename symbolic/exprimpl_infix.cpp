@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Infix text to prefix text.
 //
 //   text    = list

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The platform's own parser class as the converter from infix to prefix text.
 
 #include "exprimpl_java_detail.hpp"

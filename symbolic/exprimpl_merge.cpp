@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Chains of operators to Sum and Term nodes, and the upkeep of their lists.
 
 #include "exprimpl_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The node classes: construction, release, children, hashing, comparison, copying, sharing.
 
 #include "exprimpl_detail.hpp"

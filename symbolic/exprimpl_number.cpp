@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Exact-or-floating numbers and their recognition in text.
 
 #include "exprimpl_detail.hpp"

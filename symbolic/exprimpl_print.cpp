@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Nodes to text.
 
 #include "exprimpl_detail.hpp"

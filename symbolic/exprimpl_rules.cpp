@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What the nodes of one family share: rules of differentiation, elementary functions on numbers, cached constants.
 
 #include "exprimpl_detail.hpp"

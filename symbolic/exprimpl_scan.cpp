@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Prefix text to nodes, and the choice of the converter that makes prefix text of what a user writes.
 
 #include "exprimpl_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The rewriting rules, one round of which is a call of simplify.
 
 #include "exprimpl_detail.hpp"

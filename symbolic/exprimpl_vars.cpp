@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Variables in trees: renaming, replacing, reporting, and the evaluation of combinations of index tables.
 
 #include "exprimpl_detail.hpp"

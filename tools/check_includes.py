@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Fails on an include that the floor table forbids, and on a circular include.
 
 usage: check_includes.py BUILD_DIR      (reads headers.txt and uses.txt that the configure step writes there)

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Fails when a folder's objects need a symbol that only a folder outside its row of the floor table defines.
 
 It is the linker's view of the table, taken from the objects of a finished build: what would stay undefined if each

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: LicenseRef-qxkernel
 # Draws the pictures of docs/pages/interpolation.md with the program evaluate. usage: make_interpolation.sh [BUILD_DIR]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)

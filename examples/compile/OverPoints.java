@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 import java.io.PrintStream;
 import java.lang.reflect.Method;
 import java.nio.file.Files;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "law.hpp"
 
 #include "evalfun.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Compiles formulas, and their derivatives, to a Java class with one static method.
 //
 // Builds on: evaluate (names, definitions), the compiler's ExprComp.

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Meshes the part and writes the tables of the examples: run here, needs the program gmsh.
 
 finned_pipe.msh             the mesh with its named boundaries

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Writes the material table of the examples: python3 make_steel.py.
 
 steel.csv           T (degrees Celsius), k (W/(m K)) thermal conductivity, c (J/(kg K)) specific heat of carbon steel

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evaluation.hpp"
 
 #include "formulas/explain.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Evaluates formulas that a user types over the points of a table, and draws them.
 //
 // Builds on: formulas.hpp alone.

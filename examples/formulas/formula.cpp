@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "formula.hpp"
 
 #include "support/options.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "assembly.hpp"
 
 #include "formulas/explain.hpp"

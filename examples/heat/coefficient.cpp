@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "coefficient.hpp"
 
 #include "formulas/explain.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "constraints.hpp"
 
 #include "support/csv.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Heat conduction on a mesh, from formulas to a picture.
 //
 //     -div(k grad u) = f,   k du/dn = q on boundaries,   u fixed, periodic or with a given mean on others

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "mesh.hpp"
 
 #include "support/fileerror.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // A sparse matrix from a file: what it is, what it does to a vector, how relaxation converges on it, what it looks like.
 //
 //   The residual of A x = b is r = A x - b. A forward sweep of successive over-relaxation visits the unknowns in order and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "graph.hpp"
 
 #include "evalfun.hpp"

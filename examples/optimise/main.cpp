@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Optimises formulas that a user types, and fits formulas to data.
 //
 //     minimise f(x)  with  low <= x <= high  and  constraints g(x) <= 0, h(x) = 0

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "model.hpp"
 
 #include "depinfo.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "problem.hpp"
 
 #include "support/csv.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "values.hpp"
 
 #include "arrayalloc.hpp"

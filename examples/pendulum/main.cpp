@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // A pendulum and a slider-crank as one writes them down, made solvable by index reduction, and set in motion.
 //
 // Builds on: dae.hpp for the reduction, exprimpl.hpp for reading infix text, formulas.hpp for the numbers.

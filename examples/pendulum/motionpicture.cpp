@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "motionpicture.hpp"
 
 #include "support/picture.hpp"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Formulas that users type, beside the same in NumPy: values, gradients, failing points, shapes.
 
 Run:       formulas.py

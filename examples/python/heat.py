@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Stationary heat conduction on a plate with a hole, -div(k(x,y) grad u) = q(x,y), in about forty lines.
 
 Builds on: Formulas for the coefficients, Sparse for assembly, nullspace and splu for constraints and solution.

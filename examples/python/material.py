@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """A material given by a table, in a formula, with the slope that Newton's method wants.
 
 Builds on: Table for the data, Formulas for the rest.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """A pendulum written down in Cartesian coordinates, made solvable by index reduction, integrated by SciPy.
 
 Builds on: DAE for the reduction, Formulas for residual and Jacobian. Needs SciPy.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The motions of a damped structure: eigenvalues of a quadratic problem by a generalised one.
 //
 // A chain of n masses m, held at one end by springs k, with a damper d at its free end:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "progress.hpp"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optim/entrypoints_detail.hpp"
 #include "optim/ipopt/options.hpp"
 #include "optim/ipopt/printfile.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optim/ipopt/program.hpp"
 
 #include <IpStdCInterface.h>

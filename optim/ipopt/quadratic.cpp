@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optim/ipopt/quadratic.hpp"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optim/ipopt/userfunctions.hpp"
 
 #include <algorithm>

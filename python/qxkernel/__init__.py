@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """qxkernel: formulas over arrays, symbolic expressions, differential-algebraic systems and sparse matrices.
 
 Formulas      formulas over arrays: values, gradients, own functions and tables

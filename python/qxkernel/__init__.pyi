@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 from collections.abc import Callable, Mapping, Sequence
 from os import PathLike
 from typing import Any, Iterator, NamedTuple, overload

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """What users hand over as `progress`."""
 
 from contextlib import contextmanager

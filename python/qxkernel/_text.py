@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Text of formulas: tokens, the two spellings of the power, LaTeX, SymPy's names."""
 
 import re

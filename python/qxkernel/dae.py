@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Differential-algebraic systems and the reduction of their index."""
 
 from collections import namedtuple

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Dense eigenvalues and GMRES."""
 
 import numpy as np

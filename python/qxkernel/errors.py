@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Failures of the kernel as Python exceptions."""
 
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Formulas over arrays."""
 
 from collections import OrderedDict, namedtuple

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Optimisation of formulas."""
 
 from collections import namedtuple

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Sparse matrices: to and from SciPy, products, relaxation, direct solution, null spaces."""
 
 from collections import namedtuple

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Symbolic expressions."""
 
 from numbers import Number

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "dae_binding.hpp"
 
 #include "failures.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "dense_binding.hpp"
 
 #include "gil.hpp"

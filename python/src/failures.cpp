@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "failures.hpp"
 
 #include "qxexception.hpp"

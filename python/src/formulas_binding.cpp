@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "formulas_binding.hpp"
 
 #include "failures.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The compiled half of the Python package: thin, positional, typed. Names, defaults, documentation and the conversion of
 // what users hand over live in the Python half (qxkernel/*.py), which is the only caller.
 

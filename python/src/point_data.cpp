@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "point_data.hpp"
 
 #include <cstdint>

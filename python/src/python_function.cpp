@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "python_function.hpp"
 
 #include "gil.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "array.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "prop.hpp"
 
 #include "qxnumber.hpp"

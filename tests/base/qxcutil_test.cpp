@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxcutil.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxhash.hpp"
 
 #include "support/alloc_fault.hpp"

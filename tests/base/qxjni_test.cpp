@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // VM access without a virtual machine: with a table of C functions in its place. The real one: qxjni_vm_test.cpp.
 #include "qxjni.hpp"
 

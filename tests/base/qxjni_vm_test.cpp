@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // VM access with a real virtual machine in the process. A program of its own: the machine stays until its end.
 #include "qxjni.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxparallel.hpp"
 
 #include "qxexception.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxspecfun.hpp"
 
 #include <gtest/gtest.h>

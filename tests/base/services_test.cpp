@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The small services: locks, string pool, run progress, diagnostics, stopwatch.
 #include "diagnostic.hpp"
 #include "qxexception.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Accuracy of the special functions against 20 digits from mpmath; bounds: base/accuracy.def.
 #include "qxspecfun.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // A benchmark program with a case of every outcome. Which one runs is chosen by --filter.
 
 #include "harness.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // A benchmark program as a whole: what it prints, what it writes, how it ends.
 
 #include "examples/program.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 import java.io.File;
 import java.io.PrintWriter;
 import java.io.StringWriter;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "classfile.hpp"
 
 #include "class_reader.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What generated classes look like: methods and their lengths, pieces, pools; every class of these tests is checked by an
 // independent simulation of the operand stack.
 #include "class_reader.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Three engines, one answer: the evaluation graph, the interpreter of the flat list, and the generated class in a real
 // virtual machine that verifies it. A program of its own: the machine stays to its end.
 #include "classfile.hpp"

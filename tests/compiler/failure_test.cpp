@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Files that cannot be written, and memory that runs out.
 #include "class_reader.hpp"
 #include "probe.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "probe.hpp"
 
 #include "compiler/exprkinds_detail.hpp"

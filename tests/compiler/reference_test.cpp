@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The bytes of generated classes against a second writer, the script tests/reference/class_writer.py.
 #include "class_reader.hpp"
 #include "probe.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The model: adding, looking up, reading.
 #include "dae.hpp"
 #include "exprtree.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The matching and the search for augmenting paths, on plain tables of who occurs where.
 #include "dae/structure_detail.hpp"
 #include "support/deep_stack.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The motions of examples/pendulum against the same mechanisms in minimal coordinates, where there is no constraint.
 #include "motionpicture.hpp"
 #include "reducedmotion.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Index reduction of whole systems.
 #include "curves.hpp"
 #include "dae.hpp"

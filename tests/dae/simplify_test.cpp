@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Removal of unknowns that others give directly.
 #include "dae.hpp"
 #include "exprtree.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What index reduction leaves is complete in structure and has the right number of initial values, whichever of its two
 // rules chose the dummy derivatives. The account of both is kept by slow methods of this file's own.
 #include "curves.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Pantelides' algorithm on plain tables, compared with the signature matrix method, which looks at the problem as an
 // assignment of orders (Pryce, BIT 41 (2001) 364-394).
 #include "dae/structure_detail.hpp"

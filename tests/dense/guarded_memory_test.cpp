@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Every complex front end on memory that ends at an unmapped page: BLAS libraries that read an element too many find one.
 
 #include "arrayutil.hpp"

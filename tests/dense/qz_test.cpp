@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The QZ iteration with varied exceptional shifts: its parts, its agreement with LAPACK and with 50-digit eigenvalues, and
 // the retry in eig.
 

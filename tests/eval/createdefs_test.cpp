@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Nodes and function objects as definitions of the expression compiler.
 
 #include "host.hpp"

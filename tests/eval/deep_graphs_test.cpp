@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Expressions whose depth or length would end a machine stack if any step took stack in proportion to them.
 
 #include "host.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "depinfo.hpp"
 
 #include <gtest/gtest.h>

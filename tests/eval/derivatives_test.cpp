@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "derivativenodes.hpp"
 #include "evalfun_spec.hpp"
 #include "funfactory.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Evaluation runs a program over arrays. Every flag and every bit must be what a walk over the graph gives that applies
 // each function to value objects.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Values: state, building, reading, casting, and which operand an operation overwrites.
 
 #include "errinfo.hpp"

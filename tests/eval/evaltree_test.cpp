@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evaltree.hpp"
 
 #include "derivativenodes.hpp"

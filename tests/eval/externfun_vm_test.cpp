@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Functions of formulas that are defined in Java, in a real virtual machine. A program of its own: the machine stays.
 #include "externfun.hpp"
 

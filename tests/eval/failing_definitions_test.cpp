@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Definitions that fail, circular ones and derivatives of definitions: work in proportion to what was written.
 
 #include "evaltreeset.hpp"

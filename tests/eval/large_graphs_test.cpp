@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Graphs of any size are evaluated and differentiated in time linear in their distinct nodes, or refused.
 
 #include "evaltreeset.hpp"

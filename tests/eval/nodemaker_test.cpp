@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "derivativenodes.hpp"
 #include "funfactory.hpp"
 #include "host.hpp"

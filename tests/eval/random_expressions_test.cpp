@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Random expressions against a slow evaluator of this test's own: recursive, scalar, on the C library's functions.
 
 #include "host.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // A value at a point has the same bits whatever other points are evaluated with it.
 
 #include "host.hpp"

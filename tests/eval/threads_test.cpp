@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Eight threads at once, outside of OpenMP as the threads of a Java host are: each with an evaluator and a cache of its
 // own, over node makers, trees and nodes that all of them share.
 

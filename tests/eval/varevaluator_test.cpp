@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "host.hpp"
 #include "support/alloc_fault.hpp"
 #include "support/deep_stack.hpp"

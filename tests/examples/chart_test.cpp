@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "support/chart.hpp"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "support/csv.hpp"
 #include "support/fileerror.hpp"
 

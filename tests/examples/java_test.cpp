@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The Java program of the examples, checking every JNI call.
 #include "program.hpp"
 

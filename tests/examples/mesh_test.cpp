@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "heat/mesh.hpp"
 #include "heat/vtu.hpp"
 #include "support/fileerror.hpp"

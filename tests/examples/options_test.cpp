@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "support/options.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "support/colourmap.hpp"
 #include "support/contour.hpp"
 #include "support/picture.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "examples/program.hpp"
 #include "support/csv.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Tables from files in the programs that evaluate formulas.
 
 #include "examples/program.hpp"

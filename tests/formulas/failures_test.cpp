@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Points without a value.
 
 #include "formulas.hpp"

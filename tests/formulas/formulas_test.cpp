@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Building and compiling: names, syntax, circles.
 
 #include "formulas.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "formulas/names_detail.hpp"
 
 #include "support/failure.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Functions of the user's own.
 
 #include "formulas.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Values, gradients, patterns.
 
 #include "formulas.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Progress, cancel, memory.
 
 #include "formulas.hpp"

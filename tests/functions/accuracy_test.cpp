@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Accuracy of the functions against 50-digit references (tests/reference/functions.py).
 
 #include "tests/functions/fun_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Every function of the standard table as a host calls it, through ValRep::applyOp: real, promoted and complex operands,
 // numbers and arrays, shared and not, with real storage kept or not and bad elements told or not, against a slow
 // evaluator of this test's own, which takes one number at a time through the C library in extended precision.

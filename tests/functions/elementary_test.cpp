@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Values of the elementary functions at the points where the contract says something special.
 
 #include "tests/functions/fun_support.hpp"

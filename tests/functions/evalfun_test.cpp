@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What function objects say about themselves: names, flags, text, errors, simplification.
 
 #include "evalnodes.hpp"

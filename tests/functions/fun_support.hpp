@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Calls of function objects on single numbers and on arrays, and the functions by name.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "interpfun.hpp"
 
 #include "eval/host.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The vector units against each other: which processor computes must not show in the results.
 
 #include "base/qxreal_detail.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Every function of two arguments in its sixteen forms, both targets, against a plain scalar reference.
 
 #include "tests/functions/fun_support.hpp"

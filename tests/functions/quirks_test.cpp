@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What looks wrong in the functions and is demanded: hosts rely on exactly these results.
 
 #include "evalfun_trig.hpp"

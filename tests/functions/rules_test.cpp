@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The derivative rules at 100 points each, real and complex, against 50-digit references.
 
 #include "evalnodes.hpp"

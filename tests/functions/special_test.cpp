@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Smoothed steps, piecewise polynomials, Bessel functions, n-ary sums, and the scalar mathematics.
 
 #include "evalfun_spec.hpp"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 # Installs the build into a fresh prefix, builds the consumer against it by find_package and by pkg-config, runs both.
 # The prefix is not the configured one: what is installed must be relocatable.
 cmake_minimum_required(VERSION 3.25)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "interp_values.hpp"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // All methods, extension rules, derivatives and dimensions 1 to 4 against exact rational arithmetic
 // (tests/reference/interpolation.py, which agrees with SciPy inside the tables).
 

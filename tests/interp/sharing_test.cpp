@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // One object, many threads; no allocation; the block form; failing allocations.
 
 #include "interp_values.hpp"

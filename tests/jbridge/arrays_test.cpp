@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Array exchange behind an environment that counts references, lets any call fail and notes breaches of the rules of JNI.
 // The same with a real virtual machine: arrays_vm_test.cpp.
 #include "qxjarray.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Array exchange with a real virtual machine that checks every call.
 #include "qxjarray.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Calls into Java behind an environment that stages each failure. The same with a real virtual machine: callback_vm_test.cpp.
 #include "callback.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Calls into Java with a real virtual machine that checks every call.
 #include "callback.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What remains when the virtual machine has ended. A program of its own: there is no second one in a process.
 #include "callback.hpp"
 #include "qxjni.hpp"

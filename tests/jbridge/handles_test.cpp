@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Scoped handles of Java arrays, behind an environment that counts.
 #include "jniarrayutil.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // A Java program that loads a native library, started as a user starts it.
 #include "support/java_vm.hpp"
 

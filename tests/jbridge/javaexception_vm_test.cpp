@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Failures of the library as Java exceptions, in a real virtual machine.
 #include "javaexception.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The library that a Java program of the tests loads: tests/java_main/bridge/Main.java.
 #include <callback.hpp>
 #include <exprimpl.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Classes that the system class loader does not know. A program of its own: its virtual machine has an empty class path.
 #include "callback.hpp"
 #include "qxjni.hpp"

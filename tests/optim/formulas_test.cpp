@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optimise/solve.hpp"
 
 #include "optimstate.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optimnp.hpp"
 #include "optimqp.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "optim/entrypoints_detail.hpp"
 
 // A library in which all entry points but the first are missing.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """What the tests share. Where SciPy is missing its tests are left out with the reason."""
 
 import numpy as np

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """The example programs and the notebook run and print what they promise."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 import numpy as np
 import pytest
 from qxkernel import Error, Formulas, minimize

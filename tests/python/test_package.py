@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """What the package says of itself: stubs, documentation."""
 
 import ast

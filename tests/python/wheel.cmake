@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 # Installs the library, makes a wheel against it, installs that into a virtual environment and uses it.
 #   cmake -D build=... -D source=... -D python=... -D work=... -P wheel.cmake
 function(run)

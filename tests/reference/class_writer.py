@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """A second writer of generated classes, written from the class file format and the description of the code in
 docs/pages/compiler.md: same formulas, same bytes. It shares nothing with the library; the passes are written down plainly,
 with dictionaries and without care for speed.

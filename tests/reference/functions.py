@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Reference values of the function objects, by mpmath with 50 digits: makes tests/reference/functions.txt.
 
 usage: functions.py > functions.txt        (Debian package python3-mpmath)

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Hash values of the kernel's tables by exact integers: the expected values in tests/base/qxhash_test.cpp.
 
 Every formula is written over Python's unbounded integers and cut to 32 bits afterwards, so that no machine arithmetic

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Reference values of the interpolators in exact rational arithmetic, rounded once.
 
 usage: interpolation.py > interpolation.txt

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Generalised eigenvalues with 50 digits, by mpmath: makes tests/reference/pencils.txt.
 
 usage: pencils.py > pencils.txt        (Debian package python3-mpmath)

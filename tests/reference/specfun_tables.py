@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Reference values of the special functions, computed with mpmath at 40 digits and more.
 
 usage: specfun_tables.py [DIRECTORY]     (default: the folder specfun beside this script)

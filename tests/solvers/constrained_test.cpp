@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Factor, null spaces, constrained systems in one call.
 
 #include "constrained.hpp"

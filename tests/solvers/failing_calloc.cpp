@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "failing_calloc.hpp"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The C allocations of the library, UMFPACK's among them, end at unmapped pages while a GuardPages lives.
 
 #include "support/guard_pages.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Complex factorisations and null spaces on memory that ends at an unmapped page.
 
 #include "qxnull.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Null spaces under cancel, failed allocations and extreme scales.
 
 #include "prop.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxnull.hpp"
 
 #include "arrayutil.hpp"

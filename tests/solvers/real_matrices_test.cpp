@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Matrices from applications. They are not part of the project: the tests look for the folder `matrices` in $QX_DATA, or
 // in ../shared/data beside the project, and are skipped without it.
 #include "matrixmarket.hpp"

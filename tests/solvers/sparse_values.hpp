@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Small sparse matrices, their dense form and failures, for the tests of this folder.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What factorisations and null spaces do to the threads of their host, and what is left of threads after a fork.
 
 #include "arrayutil.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Matrix Market files: every kind of head, exact round trips, refusals with file, line and reason.
 
 #include "matrixmarket.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Sums, products, transposition, scaling and concatenation against dense arithmetic; orders and forms of results.
 
 #include "sparse_testing.hpp"

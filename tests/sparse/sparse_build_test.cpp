@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Construction and assembly: llsparse constructors, versions, triplet2sparse, flat2sparse.
 
 #include "sparse_testing.hpp"

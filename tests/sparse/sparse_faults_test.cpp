@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What goes wrong, for every operation alike: failed allocations, empty matrices, NaN, sizes at the end of the range,
 // arguments that do not fit.
 

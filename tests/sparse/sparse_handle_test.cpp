@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The handle: sharing, inspection, members that drop and move entries, conversions, text form.
 
 #include "parallelsparse.hpp"

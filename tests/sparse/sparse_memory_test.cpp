@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What must not reach memory that is not there: companions of a store that are shorter than it has become, summands that
 // are not square, sizes beyond the range, sweeps over matrices without a diagonal.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Products with vectors: every layout, transposition and type against dense arithmetic, serial, block and work-array
 // forms, and the 32-bit hook.
 

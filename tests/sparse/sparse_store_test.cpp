@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Elements, formats, selections and shapes of a store.
 
 #include "sparse_testing.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Relaxation: sweeps against a dense relaxation that recomputes the residual of every unknown from r = A x - b.
 
 #include "parallelsparse.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
 // Oracles and helpers of the sparse tests: dense matrices computed the slow way, random matrices, thread counts.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "support/comma_locale.hpp"
 
 #include <clocale>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "support/fake_java.hpp"
 
 #include <algorithm>

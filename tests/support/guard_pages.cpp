@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "support/guard_pages.hpp"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Every allocation of a piece of work fails once: std::bad_alloc or an identifier comes out, nothing leaks, and what was
 // there before still works.
 #include "symbolic_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Simplification and differentiation of large trees stop when they are asked to, and leave the tree as it was.
 #include "symbolic_support.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The rows of the rule table at 100 points each, against 50-digit references.
 #include "symbolic_support.hpp"
 

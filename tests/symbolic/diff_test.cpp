@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "symbolic_support.hpp"
 
 #include "eval_text.hpp"

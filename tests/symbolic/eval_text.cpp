@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "eval_text.hpp"
 
 #include <boost/math/special_functions/bessel.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // One call of simp is enough, and the order in which a user writes operands does not change the value.
 #include "symbolic_support.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The platform's parser class behind an environment that stages each failure.
 #include "symbolic_support.hpp"
 

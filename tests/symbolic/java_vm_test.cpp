@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Reading through the Java parser class in a real virtual machine. A program of its own: the machine stays to its end.
 #include "symbolic_support.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Formulas are read and written the same whatever the locale of the host says about points, commas and thousands.
 
 #include "symbolic_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "symbolic_support.hpp"
 
 #include "support/deep_stack.hpp"

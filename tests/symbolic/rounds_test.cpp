@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Later rounds of a simplification pass by what no rule can change any more: the outcome is that of rounds over everything.
 
 #include "symbolic_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Text that the printer writes, read again: the same tree for all that infix text can say, and what happens otherwise.
 
 #include "symbolic_support.hpp"

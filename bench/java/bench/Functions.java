@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package bench;
 
 /** The same functions called by formulas and directly. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The native methods of qx.Formulas.
 #include "support.hpp"
 

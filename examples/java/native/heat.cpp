@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // The native methods of qx.HeatProblem.
 //
 // Finite volumes for -div(k grad u) = q in the unit square, u given at the edge, with mesh width h = 1/(n+1) and unknowns

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // What happens once, when qx.Library has loaded this library.
 #include "support.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // A host in small: raises and catches the library's failure across its boundary, calls into it, uses a header-only part.
 #include <qxexception.hpp>
 #include <qxhash.hpp>

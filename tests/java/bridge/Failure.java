@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package bridge;
 
 /** What failures of native code become. */

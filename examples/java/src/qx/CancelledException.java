@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package qx;
 
 /** The user stopped the run. */

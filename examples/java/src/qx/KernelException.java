@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package qx;
 
 import java.util.ArrayList;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package qx;
 
 /** An object of the kernel. Belongs to whoever opened it: close it, best by try-with-resources. Methods of one object wait

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package com.quorix.server;
 
 /** Functions on flat arrays; some of them fail. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package com.quorix.solver;
 
 import java.util.concurrent.atomic.AtomicInteger;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package com.quorix.server;
 
 public class MatlabEvaluator {

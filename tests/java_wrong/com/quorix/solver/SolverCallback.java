@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package com.quorix.solver;
 
 /** The class without the method: another signature, and one that is not static. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 package com.quorix.parser.expr;
 
 /** A small stand-in for the platform's parser: names, digits, + - * / ( ), and a few texts that stage a result. */
