@@ -92,7 +92,7 @@ class DependsPass
 public:
     using Result = DepInfo;
 
-    DependsPass(const Names& vars, const VarEvaluatorPtr& evaluator) : vars_(vars), evaluator_(evaluator) {}
+    DependsPass(const Names& vars, const VarEvaluatorPtr& evaluator) : query_(vars), vars_(vars), evaluator_(evaluator) {}
 
     Result leaf(const EvalNode& node) { return node.depends(vars_, evaluator_); }
 
@@ -128,6 +128,7 @@ public:
     }
 
 private:
+    const DepQuery query_;
     const Names& vars_;
     const VarEvaluatorPtr& evaluator_;
 };

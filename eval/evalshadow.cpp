@@ -3,7 +3,10 @@
 
 #include "evalnodes.hpp"
 #include "evaltree.hpp"
+#include "perthread_detail.hpp"
 #include "varevaluator.hpp"
+
+#include <boost/weak_ptr.hpp>
 
 ShadowBase::~ShadowBase() = default;
 ProxyNodeShadow::~ProxyNodeShadow() = default;
@@ -26,12 +29,70 @@ void ShadowBase::setVersion(const VarEvaluatorPtr& evaluator)
         version_ = boost::make_shared<VersionKey>(*evaluator->getVersion());
 }
 
-void DepCache::store(const std::vector<std::string>& vars, const DepInfo& info)
+namespace {
+
+using Names = std::vector<std::string>;
+
+/// What the queries of a thread share.
+struct Lists
 {
-    valid_ = false;
-    vars_ = vars;
+    const Names* vars = nullptr;           // of the innermost query under way
+    boost::shared_ptr<const Names> copy;   // of these; null: no cache has asked for it yet
+    boost::weak_ptr<const Names> last;     // made before, perhaps for a query that is over
+
+    /// The copy of a list, the one made last if it says the same.
+    boost::shared_ptr<const Names> copyOf(const Names& names)
+    {
+        if (&names == vars && copy)
+            return copy;
+        boost::shared_ptr<const Names> made = last.lock();
+        if (!made || *made != names)
+            last = made = boost::make_shared<const Names>(names);
+        if (&names == vars)
+            copy = made;
+        return made;
+    }
+};
+
+} // namespace
+
+DepQuery::DepQuery(const Names& vars)
+{
+    Lists* const lists = qxeval::PerThread<Lists>::get();
+    if (!lists || lists->vars == &vars)
+        return;
+    entered_ = true;
+    outerVars_ = lists->vars;
+    outerCopy_.swap(lists->copy);
+    lists->vars = &vars;
+    if (boost::shared_ptr<const Names> last = lists->last.lock(); last && *last == vars)
+        lists->copy.swap(last);
+}
+
+DepQuery::~DepQuery()
+{
+    if (!entered_)
+        return;
+    Lists* const lists = qxeval::PerThread<Lists>::get();
+    lists->vars = outerVars_;
+    lists->copy.swap(outerCopy_);
+}
+
+const DepInfo* DepCache::find(const Names& vars) const
+{
+    if (!vars_)
+        return nullptr;
+    const Lists* const lists = qxeval::PerThread<Lists>::get();
+    const bool same = lists && lists->vars == &vars && lists->copy == vars_;
+    return same || *vars_ == vars ? &info_ : nullptr;
+}
+
+void DepCache::store(const Names& vars, const DepInfo& info)
+{
+    Lists* const lists = qxeval::PerThread<Lists>::get();
+    vars_.reset();
     info_ = info;
-    valid_ = true;
+    vars_ = lists ? lists->copyOf(vars) : boost::make_shared<const Names>(vars);
 }
 
 void ProxyNodeShadow::initCache(const VarEvaluatorPtr& evaluator)

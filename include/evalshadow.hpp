@@ -33,17 +33,32 @@ private:
     VersionKeyPtr version_;
 };
 
+/// A list of variables whose dependence is being looked for on this thread, for the length of the walk over a graph: the
+/// caches that answer for it share one copy, and know it by address. The list must not change meanwhile.
+class QX_API DepQuery
+{
+public:
+    explicit DepQuery(const std::vector<std::string>& vars);
+    ~DepQuery();
+    DepQuery(const DepQuery&) = delete;
+    DepQuery& operator=(const DepQuery&) = delete;
+
+private:
+    const std::vector<std::string>* outerVars_ = nullptr;
+    boost::shared_ptr<const std::vector<std::string>> outerCopy_;
+    bool entered_ = false;
+};
+
 /// Dependence results for the last list of variables asked for.
 class QX_API DepCache
 {
 public:
-    const DepInfo* find(const std::vector<std::string>& vars) const { return valid_ && vars == vars_ ? &info_ : nullptr; }
+    const DepInfo* find(const std::vector<std::string>& vars) const;
     void store(const std::vector<std::string>& vars, const DepInfo& info);
-    void clear() { valid_ = false; }
+    void clear() { vars_.reset(); }
 
 private:
-    bool valid_ = false;
-    std::vector<std::string> vars_;
+    boost::shared_ptr<const std::vector<std::string>> vars_; // null: nothing is known
     DepInfo info_;
 };
 

@@ -877,3 +877,66 @@ TEST(DerivativeGraphs, OfAGradientStayWithinFiveNodesPerNodeForEachVariable)
     EXPECT_LE(made, 2 * 5 * size * 10);
     RecordProperty("objects_per_node_and_variable", std::to_string(double(made) / double(size) / 10));
 }
+
+// The list of variables is shared by all nodes that keep an answer for it ----------------------------------------------
+
+namespace {
+
+std::vector<std::string> longNames(int n)
+{
+    std::vector<std::string> names;
+    for (int i = 0; i < n; ++i)
+        names.push_back("a_name_too_long_for_the_string_itself_" + std::to_string(i));
+    return names;
+}
+
+/// The sum of x*sin(x) over all names: every product keeps an answer for the whole list.
+EvalNodePtr sumOver(const std::vector<std::string>& names, NodeMaker& maker)
+{
+    EvalNodePtr sum = maker.makeZeroNode();
+    for (const std::string& name : names) {
+        const EvalNodePtr x = maker.makeVarNode(name);
+        sum = maker.makeOpNode(PLUS, sum, maker.makeOpNode(TIMES, x, maker.makeOpNode(SIN, x)));
+    }
+    return sum;
+}
+
+} // namespace
+
+TEST(TreeDepends, ALongListOfNamesIsCopiedOnceNotForEachNode)
+{
+    const auto allocations = [](int n) {
+        const std::vector<std::string> names = longNames(n);
+        HostPtr host = makeHost({});
+        for (const std::string& name : names)
+            host->reals[name] = {0.5};
+        const EvalNodePtr sum = sumOver(names, *host->getNodeMaker());
+        const long before = allocationCount();
+        EXPECT_TRUE(sum->jacDepends(names, host).isSolDepAll());
+        EXPECT_TRUE(sum->depends(names, host).isSolDepAll());
+        return allocationCount() - before;
+    };
+
+    const long small = allocations(100), large = allocations(400);
+
+    EXPECT_LT(large, 5 * small); // a copy for each node made it sixteen times as many
+}
+
+TEST(TreeDepends, AnAnswerForOneListIsNotTakenForAnother)
+{
+    HostPtr host = makeHost({{"x", {0.5}}, {"y", {0.5}}});
+    NodeMaker& maker = *host->getNodeMaker();
+    const EvalNodePtr x = maker.makeVarNode("x"), y = maker.makeVarNode("y");
+    const EvalNodePtr part = maker.makeOpNode(SIN, x);
+    const EvalNodePtr root = maker.makeOpNode(TIMES, part, maker.makeOpNode(PLUS, part, maker.makeOpNode(TIMES, y, y)));
+
+    std::vector<std::string> names;
+    for (int pass = 0; pass < 3; ++pass)
+        for (const char* name : {"x", "y", "z"}) {
+            names.assign(1, name); // the same list object with other contents
+            EXPECT_EQ(part->depends(names, host).isSolDepAll(), names[0] == "x") << pass << name;
+            EXPECT_EQ(root->jacDepends(names, host).isSolDepAll(), names[0] != "z") << pass << name;
+            const std::vector<std::string> copy = names;
+            EXPECT_EQ(root->depends(copy, host).isSolDepAll(), names[0] != "z") << pass << name;
+        }
+}
