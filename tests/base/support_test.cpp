@@ -80,6 +80,23 @@ TEST(AllocFault, RunsThroughEveryAllocationOnceAndThenUndisturbed)
         EXPECT_EQ(run.leaked, 0);
 }
 
+TEST(AllocFault, IsOverBeforeTheIdentifierOfAFailureIsRead)
+{
+    const std::string id = "An_identifier_longer_than_what_a_string_keeps_without_an_allocation";
+    std::vector<qxtest::FaultRun> runs;
+    runs.reserve(100);
+
+    const long count = qxtest::failEveryAllocation([&] { QX_RAISE("test", id); },
+                                                   [&](const qxtest::FaultRun& run) { runs.push_back(run); });
+
+    ASSERT_EQ(runs.size(), static_cast<std::size_t>(count) + 1);
+    EXPECT_GT(count, 0);
+    EXPECT_FALSE(runs.back().faulted);
+    EXPECT_EQ(runs.back().id, id);
+    for (const auto& run : runs)
+        EXPECT_EQ(run.leaked, 0);
+}
+
 namespace {
 
 /// Bytes of stack from the frame of the first call to that of the last. Volatile use keeps every frame.

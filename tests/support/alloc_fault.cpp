@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
+#include <optional>
 
 namespace {
 
@@ -120,15 +121,21 @@ long failEveryAllocation(const std::function<void()>& act, const std::function<v
         run.id.reserve(256); // so that keeping the identifier does not count as a leak
         const long before = liveAllocations();
         {
-            const AllocFault fault(n);
+            std::optional<AllocFault> fault(std::in_place, n);
+            const auto end = [&] { // before anything of this function's own allocates: a copy of an identifier, say
+                run.faulted = fault->happened();
+                fault.reset();
+            };
             try {
                 act();
+                end();
             } catch (const std::bad_alloc&) {
+                end();
                 run.badAlloc = true;
             } catch (const qxbase::Exception& e) {
+                end();
                 run.id.append(e.getId());
             }
-            run.faulted = fault.happened();
         }
         run.leaked = liveAllocations() - before;
         check(run);
