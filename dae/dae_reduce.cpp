@@ -101,13 +101,12 @@ void Dae::raiseUnmatched(int line, const std::string& id, Matching& matching, qx
 
 /// Raises unless there are as many equations as unknowns, and each equation can be matched to an unknown of its own
 /// whatever the orders of the derivatives; an equation without unknowns and an unknown without equations make a pair.
-/// Returns the number of these pairs.
-int Dae::checkRegular(TextEquations& text)
+/// Returns the number of these pairs. rows[i]: what occurs in equation i.
+int Dae::checkRegular(const std::vector<std::vector<VarOrder>>& rows)
 {
     const int nUnknowns = qxdae::countUnknowns(vars_);
     const int nEqs = static_cast<int>(eqs_.size());
-    syncVars();
-    qxdae::fillOccurrences(vars_, eqs_, text.readRows());
+    qxdae::fillOccurrences(vars_, eqs_, rows);
     if (nUnknowns == nEqs && qxdae::countMatched(eqs_) == nUnknowns)
         return 0;
     Matching matching(static_cast<int>(vars_.size()), nEqs);
@@ -253,10 +252,16 @@ void Dae::reduceIndex(qxutil::RunInfo* info)
 void Dae::reduce(qxutil::RunInfo* info)
 {
     TextEquations text(*this, info);
-    const int nFreePairs = checkRegular(text);
+    syncVars();
+    const std::vector<qxdae::Row>& rows = text.readRows();
     const int nOriginal = static_cast<int>(eqs_.size());
+    const auto isUnknown = [this](int var) { return vars_[at(var)].isUnknown(); };
+    // Where every equation finds a highest derivative of its own, the system is regular and nothing is differentiated.
+    const bool complete =
+        qxdae::countUnknowns(vars_) == nOriginal && qxdae::countHighestMatched(rows, isUnknown) == nOriginal;
+    const int nFreePairs = complete ? 0 : checkRegular(rows);
     qxdae::Pantelides structure(vars_, eqs_, text);
-    const int endless = structure.run(info);
+    const int endless = structure.run(info, complete);
     if (endless >= 0)
         QX_RAISE("dae", "Index_reduction_failed", "Equation", getEq(endless));
 

@@ -69,24 +69,141 @@ bool augmentPath(const std::vector<Dae::Eq>& eqs, Dae::Matching& matching, int e
 
 namespace {
 
-/// The variables of all equations in one table, with what a search keeps of each beside it.
-class Table
+/// The same paths as augmentPath finds one by one, without looking again at what can no longer change. A variable that is
+/// matched stays matched, so that an equation asks each of its variables once whether it is free; and what a failed search
+/// has seen, no later search need enter.
+///
+/// Long searches wait for memory at every step. So an equation stands in one block with its variables, most of them
+/// within one cache line, and all that leads from one to the next is the place of that block.
+class Searches
 {
-protected:
-    struct Equation
+public:
+    Searches(const std::vector<Dae::Eq>& eqs, Dae::Matching& matching) : matching_(matching)
     {
-        int begin; // of its variables in vars_
-        int end;
-        int first; // up to here no variable is free
-        int next;  // where a search goes on
-    };
+        std::size_t size = 0;
+        int nVars = 0;
+        for (const Dae::Eq& eq : eqs) {
+            places_.push_back(static_cast<int>(size));
+            size += halves(eq.occurrences.size());
+            for (const int var : eq.occurrences)
+                nVars = std::max(nVars, var + 1);
+        }
+        blocks_.resize(size);
+        for (std::size_t i = 0; i < eqs.size(); ++i) {
+            const std::vector<int>& vars = eqs[i].occurrences;
+            int* const eq = block(places_[i]);
+            eq[Number] = static_cast<int>(i);
+            eq[End] = Vars + static_cast<int>(vars.size());
+            eq[First] = eq[Next] = Vars;
+            std::copy(vars.begin(), vars.end(), eq + Vars);
+        }
+        variables_.resize(at(nVars), {-1, 0});
+        for (int var = 0; var < nVars; ++var)
+            if (const int owner = matching.getVarMatch(var); owner >= 0)
+                variables_[at(var)].owner = places_[at(owner)];
+    }
+
+    void run()
+    {
+        for (std::size_t i = 0; i < places_.size(); ++i)
+            if (!matching_.isEqMatched(static_cast<int>(i)))
+                augment(places_[i]);
+        for (std::size_t var = 0; var < variables_.size(); ++var)
+            if (variables_[var].owner >= 0)
+                matching_.setVarMatch(static_cast<int>(var), block(variables_[var].owner)[Number]);
+    }
+
+private:
+    /// Of a block: the equation's number, where its variables end, up to where none is free, where a search goes on; then
+    /// the variables.
+    enum Field { Number, End, First, Next, Vars };
     struct Variable
     {
-        int owner;
-        int seen;
+        int owner; ///< place of the block of the equation it is matched to; -1: free
+        int seen;  ///< the search that saw it last
     };
+    struct Step
+    {
+        int place;     ///< of an equation's block
+        int reachedBy; ///< the variable it owns; -1: the search began here
+    };
+    static constexpr int deadEnd = INT_MAX;
 
-    explicit Table(const std::vector<Dae::Eq>& eqs)
+    /// Blocks are made of halves of cache lines: short ones lie within one line.
+    struct alignas(32) Half
+    {
+        int fields[8];
+    };
+    static std::size_t halves(std::size_t nVars) { return (Vars + nVars + 7) / 8; }
+    int* block(int place) { return blocks_[at(place)].fields; }
+
+    int findFree(int* eq)
+    {
+        for (; eq[First] < eq[End]; ++eq[First])
+            if (variables_[at(eq[eq[First]])].owner < 0)
+                return eq[eq[First]];
+        return -1;
+    }
+
+    void augment(int start)
+    {
+        ++search_;
+        seen_.clear();
+        path_.clear();
+        for (Step step{start, -1}; step.place >= 0; step = nextStep()) {
+            path_.push_back(step);
+            int* const eq = block(step.place);
+            const int freeVar = findFree(eq);
+            if (freeVar >= 0)
+                return shift(freeVar);
+            eq[Next] = Vars;
+        }
+        for (const int var : seen_)
+            variables_[at(var)].seen = deadEnd;
+    }
+
+    /// To the owner of the next variable of the path's last equation, or of the one before where that has no more; to -1
+    /// where the path has come to nothing.
+    Step nextStep()
+    {
+        for (; !path_.empty(); path_.pop_back()) {
+            int* const eq = block(path_.back().place);
+            while (eq[Next] < eq[End]) {
+                const int var = eq[eq[Next]++];
+                Variable& variable = variables_[at(var)];
+                if (variable.seen >= search_)
+                    continue;
+                variable.seen = search_;
+                seen_.push_back(var);
+                return {variable.owner, var};
+            }
+        }
+        return {-1, -1};
+    }
+
+    /// From the end of the path backwards: each equation hands the variable it was reached by to the one before.
+    void shift(int var)
+    {
+        for (auto step = path_.rbegin(); step != path_.rend(); ++step) {
+            variables_[at(var)].owner = step->place;
+            var = step->reachedBy;
+        }
+    }
+
+    Dae::Matching& matching_;
+    std::vector<int> places_;
+    std::vector<Half> blocks_;
+    std::vector<Variable> variables_;
+    std::vector<Step> path_;
+    std::vector<int> seen_;
+    int search_ = 0;
+};
+
+/// In phases: a maximal set of shortest paths that share nothing.
+class QuickMatching
+{
+public:
+    explicit QuickMatching(const std::vector<Dae::Eq>& eqs) : layer_(eqs.size(), 0)
     {
         eqs_.reserve(eqs.size());
         int nVars = 0;
@@ -96,109 +213,10 @@ protected:
                 vars_.push_back(var);
                 nVars = std::max(nVars, var + 1);
             }
-            eqs_.push_back({begin, static_cast<int>(vars_.size()), begin, begin});
+            eqs_.push_back({begin, static_cast<int>(vars_.size()), begin});
         }
-        states_.resize(at(nVars), {-1, 0});
+        owners_.assign(at(nVars), -1);
     }
-
-    int findFree(Equation& eq)
-    {
-        for (; eq.first < eq.end; ++eq.first)
-            if (states_[at(vars_[at(eq.first)])].owner < 0)
-                return vars_[at(eq.first)];
-        return -1;
-    }
-
-    /// From the end of the path backwards: each equation hands the variable it was reached by to the one before.
-    void shift(int var)
-    {
-        for (;;) {
-            states_[at(var)].owner = path_.back();
-            path_.pop_back();
-            if (path_.empty())
-                return;
-            var = vars_[at(eqs_[at(path_.back())].next - 1)];
-        }
-    }
-
-    std::vector<Equation> eqs_;
-    std::vector<int> vars_;
-    std::vector<Variable> states_;
-    std::vector<int> path_;
-};
-
-/// The same paths as augmentPath finds one by one, without looking again at what can no longer change. A variable that is
-/// matched stays matched, so that an equation asks each of its variables once whether it is free; and what a failed search
-/// has seen, no later search need enter.
-class Searches : Table
-{
-public:
-    Searches(const std::vector<Dae::Eq>& eqs, Dae::Matching& matching) : Table(eqs), matching_(matching)
-    {
-        for (std::size_t var = 0; var < states_.size(); ++var)
-            states_[var].owner = matching.getVarMatch(static_cast<int>(var));
-    }
-
-    void run()
-    {
-        for (int eq = 0; eq < static_cast<int>(eqs_.size()); ++eq)
-            if (!matching_.isEqMatched(eq))
-                augment(eq);
-        for (std::size_t var = 0; var < states_.size(); ++var)
-            if (states_[var].owner >= 0)
-                matching_.setVarMatch(static_cast<int>(var), states_[var].owner);
-    }
-
-private:
-    static constexpr int deadEnd = INT_MAX;
-
-    void augment(int eq)
-    {
-        ++search_;
-        seen_.clear();
-        path_.clear();
-        for (int next = eq; next >= 0;) {
-            path_.push_back(next);
-            Equation& row = eqs_[at(next)];
-            const int freeVar = findFree(row);
-            if (freeVar >= 0)
-                return shift(freeVar);
-            row.next = row.begin;
-            next = nextEquation();
-        }
-        for (const int var : seen_)
-            states_[at(var)].seen = deadEnd;
-    }
-
-    /// The owner of the next variable of the path's last equation, or of the one before where that has no more; -1: the
-    /// path has come to nothing.
-    int nextEquation()
-    {
-        for (; !path_.empty(); path_.pop_back()) {
-            Equation& row = eqs_[at(path_.back())];
-            while (row.next < row.end) {
-                const int var = vars_[at(row.next++)];
-                Variable& state = states_[at(var)];
-                if (state.seen >= search_)
-                    continue;
-                state.seen = search_;
-                seen_.push_back(var);
-                return state.owner;
-            }
-        }
-        return -1;
-    }
-
-    Dae::Matching& matching_;
-    std::vector<int> seen_;
-    int search_ = 0;
-};
-
-/// In phases: a maximal set of shortest paths that share nothing.
-class QuickMatching : Table
-{
-public:
-    explicit QuickMatching(const std::vector<Dae::Eq>& eqs) : Table(eqs), layer_(eqs.size(), 0) {}
 
     int run()
     {
@@ -210,7 +228,7 @@ public:
                 open.push_back(eq);
                 continue;
             }
-            states_[at(var)].owner = eq;
+            owners_[at(var)] = eq;
             ++size;
         }
         while (!open.empty() && layOut(open)) {
@@ -228,6 +246,32 @@ public:
     }
 
 private:
+    struct Equation
+    {
+        int begin; // of its variables in vars_
+        int end;
+        int next; // where a search goes on
+    };
+
+    int findFree(const Equation& eq) const
+    {
+        for (int k = eq.begin; k < eq.end; ++k)
+            if (owners_[at(vars_[at(k)])] < 0)
+                return vars_[at(k)];
+        return -1;
+    }
+
+    void shift(int var)
+    {
+        for (;;) {
+            owners_[at(var)] = path_.back();
+            path_.pop_back();
+            if (path_.empty())
+                return;
+            var = vars_[at(eqs_[at(path_.back())].next - 1)];
+        }
+    }
+
     /// Numbers the equations by their distance from the open ones, up to the first free variable; false: there is none.
     bool layOut(const std::vector<int>& open)
     {
@@ -243,7 +287,7 @@ private:
             if (layer_[at(eq)] >= last)
                 continue;
             for (int k = row.begin; k < row.end; ++k) {
-                const int owner = states_[at(vars_[at(k)])].owner;
+                const int owner = owners_[at(vars_[at(k)])];
                 if (owner < 0) {
                     last = layer_[at(eq)];
                 } else if (layer_[at(owner)] == INT_MAX) {
@@ -266,7 +310,7 @@ private:
                 continue;
             }
             const int var = vars_[at(row.next++)];
-            const int owner = states_[at(var)].owner;
+            const int owner = owners_[at(var)];
             if (owner < 0) {
                 shift(var);
                 return true;
@@ -277,6 +321,10 @@ private:
         return false;
     }
 
+    std::vector<Equation> eqs_;
+    std::vector<int> vars_;
+    std::vector<int> owners_;
+    std::vector<int> path_;
     std::vector<int> layer_;
 };
 

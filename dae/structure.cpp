@@ -59,7 +59,7 @@ Pantelides::Pantelides(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, E
     clearOccurrences(vars_, eqs_);
 }
 
-int Pantelides::run(qxutil::RunInfo* info)
+int Pantelides::run(qxutil::RunInfo* info, bool complete)
 {
     qxutil::RunInfo silent;
     qxutil::RunLog log(info ? *info : silent);
@@ -67,6 +67,10 @@ int Pantelides::run(qxutil::RunInfo* info)
     const int nOriginal = static_cast<int>(eqs_.size());
     log.setProgressScale(nOriginal);
     lookAtNewEquations();
+    if (complete) {
+        log.setProgress(nOriginal);
+        return -1;
+    }
     limit_ = std::count_if(vars_.begin(), vars_.end(), [](const Dae::Var& var) { return var.isUnknown(); });
     for (int k = 0; k < nOriginal; ++k) {
         if (!matchOrDifferentiate(k, info))

@@ -61,8 +61,9 @@ public:
     Pantelides(std::vector<Dae::Var>& vars, std::vector<Dae::Eq>& eqs, Equations& equations);
 
     /// The equation whose differentiation has no end, because it has been differentiated more often than there are
-    /// unknowns, derivatives counted; -1 if all went well. Optional info is asked whether to stop.
-    int run(qxutil::RunInfo* info);
+    /// unknowns, derivatives counted; -1 if all went well. Optional info is asked whether to stop. complete: it is known
+    /// that all equations can be matched to highest derivatives at once, so that no search would fail.
+    int run(qxutil::RunInfo* info, bool complete = false);
     /// Occurrences of each equation as last reported.
     const std::vector<Row>& getPairs() const { return pairs_; }
     /// For each equation differentiated c times, in order: the c top orders of the variable that its last derivative is

@@ -145,7 +145,7 @@ private:
     class Simplification;
 
     void reduce(qxutil::RunInfo* info);
-    int checkRegular(TextEquations& text);
+    int checkRegular(const std::vector<std::vector<VarOrder>>& rows);
     qxbase::ExceptionArgs overDeterminedPart(Matching& matching) const;
     bool replaceDerivatives(const std::vector<VarOrder>& chosen, const std::vector<std::vector<VarOrder>>& pairs,
                             int nFreePairs, qxutil::RunInfo* info);

@@ -46,14 +46,14 @@ struct Outcome
     std::vector<Dae::Eq> eqs;
 };
 
-Outcome reduce(const std::vector<Row>& rows, int nVars)
+Outcome reduce(const std::vector<Row>& rows, int nVars, bool complete = false)
 {
     Outcome out;
     for (int v = 0; v < nVars; ++v)
         out.vars.push_back(Dae::Var(boost::make_shared<ExprVar>("z" + std::to_string(v)), 0, 0, 0.0));
     out.eqs.resize(rows.size());
     TableEquations equations(rows);
-    out.endless = qxdae::Pantelides(out.vars, out.eqs, equations).run(nullptr);
+    out.endless = qxdae::Pantelides(out.vars, out.eqs, equations).run(nullptr, complete);
     for (std::size_t i = 0; i < rows.size(); ++i) {
         int count = 0;
         for (int q = out.eqs[i].deriv; q >= 0; q = out.eqs[q].deriv)
@@ -124,6 +124,35 @@ TEST(Pantelides, AgreesWithTheSignatureMatrixMethodOnRandomSystems)
     }
     EXPECT_GT(nCompared, 1500);
     EXPECT_GT(nDifferentiated, 500);
+}
+
+TEST(Pantelides, NeedsNoSearchWhereAllEquationsFindAHighestDerivativeAtOnce)
+{
+    std::mt19937 random(11);
+    int nComplete = 0;
+    for (int run = 0; run < 4000; ++run) {
+        const int n = 1 + run % 8;
+        std::bernoulli_distribution occurs(std::min(1.0, 2.5 / n));
+        std::vector<Row> rows(n);
+        for (Row& row : rows)
+            for (int v = 0; v < n; ++v)
+                if (occurs(random))
+                    row.push_back({v, static_cast<int>(random() % 3)});
+        if (qxdae::countHighestMatched(rows, [](int) { return true; }) < n)
+            continue;
+        ++nComplete;
+
+        const Outcome searched = reduce(rows, n), known = reduce(rows, n, true);
+
+        EXPECT_EQ(known.endless, -1);
+        EXPECT_EQ(searched.eqs.size(), rows.size()) << "run " << run; // nothing was differentiated
+        EXPECT_EQ(known.eqs.size(), rows.size());
+        EXPECT_EQ(known.highest, searched.highest) << "run " << run;
+        ASSERT_EQ(known.vars.size(), searched.vars.size()) << "run " << run;
+        for (std::size_t v = 0; v < known.vars.size(); ++v)
+            EXPECT_EQ(known.vars[v].occurrences, searched.vars[v].occurrences) << "run " << run;
+    }
+    EXPECT_GT(nComplete, 300);
 }
 
 TEST(Pantelides, KeepsOccurrencesOfHighestDerivativesOnly)
