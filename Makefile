@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: LicenseRef-qxkernel
 # The words people type. Each installs what is missing first (tools/bootstrap says what it does).
-.PHONY: demo check bench docs install python
+.PHONY: demo check bench docs install python distributed demo-distributed
 
 demo:
 	tools/bootstrap demo
@@ -29,3 +29,8 @@ python:
 	tools/bootstrap python
 	cmake --preset release -DQX_PYTHON=ON $(if $(PYTHON),-DQX_PYTHON_EXECUTABLE=$(PYTHON))
 	cmake --build --preset release --target qx_python
+
+distributed:
+	tools/bootstrap distributed
+	cmake --preset release -DQX_DISTRIBUTED=ON $(if $(PETSC_DIR),-DPETSC_DIR=$(PETSC_DIR))
+	cmake --build --preset release --target qx_distributed
