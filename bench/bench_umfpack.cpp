@@ -8,7 +8,9 @@
 #include "qxrun.hpp"
 #include "umfpack.hpp"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <dlfcn.h>
 #include <optional>
 #include <string>
@@ -35,7 +37,8 @@ void look()
 
 } // namespace
 
-// This program has a copy of UMFPACK in which the BLAS routines bear other names, as the library has one: those below.
+// This program has a copy of UMFPACK in which the BLAS routines and the allocations bear other names, as the
+// library has one: those below.
 #ifdef QX_UMFPACK_POLLS_BLAS
 using P = const void*;
 #define QX_LOOK_BEFORE(routine, PARAMETERS, ARGUMENTS)                                                                 \
@@ -55,6 +58,18 @@ using P = const void*;
     QX_LOOK_BEFORE(p##trsv_, (P a, P b, P c, P d, P e, P f, P g, P h), (a, b, c, d, e, f, g, h))
 QX_LOOK_BEFORE_ALL(d, dger_)
 QX_LOOK_BEFORE_ALL(z, zgeru_)
+
+extern "C" SuiteSparse_config_struct qx_umfpack_config;
+SuiteSparse_config_struct qx_umfpack_config = {std::malloc, std::calloc, std::realloc, std::free,
+                                               std::printf, SuiteSparse_hypot, SuiteSparse_divcomplex};
+extern "C" void* qx_umfpack_malloc(std::size_t count, std::size_t size);
+extern "C" void* qx_umfpack_malloc(std::size_t count, std::size_t size) { return std::malloc(std::max(count, std::size_t(1)) * size); }
+extern "C" void* qx_umfpack_free(void* block);
+extern "C" void* qx_umfpack_free(void* block)
+{
+    std::free(block);
+    return nullptr;
+}
 #endif
 
 namespace {

@@ -29,7 +29,8 @@ class RunLog;
 /// qxbase::CancelException with "<CANCEL>" in front, "Error_in_umfpack_initialization" (constructor). Solving:
 /// "Singular_matrix", "Out_of_memory_back_substitution", "Undefined_value_found_Linsolv". Everything else, a solve
 /// without a factorisation or with a vector of the wrong length included: "Internal_error_in_UMFPACK", with "Error_code"
-/// where UMFPACK gave one. After a failed init the object holds no factors; init may be called again.
+/// where UMFPACK gave one; in a library built without UMFPACK (QX_WITH_UMFPACK=OFF) all of these operations raise it, with
+/// "Reason", and touch no operand. After a failed init the object holds no factors; init may be called again.
 ///
 /// Cancelling: a raised flag of the RunInfo ends init at the next call of BLAS or of the allocator. Progress, the share of
 /// the arithmetic that the analysis predicts, and the parameter "Step" (1 analysis, 2 factorisation) go to a RunLog with

@@ -3,128 +3,16 @@
 
 #include "jbridge/callback_detail.hpp"
 
-#include "base/qxjni_detail.hpp"
 #include "qxexception.hpp"
-#include "qxjni.hpp"
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
 #include <limits>
-#include <new>
-#include <stdexcept>
 
-using qxbase::LocalRef;
 using Complex = std::complex<double>;
+using namespace qxcallback;
 
 namespace {
-
-constinit qxbase::StaticMethod solverEvent("com/quorix/solver/SolverCallback", "eval", "(I)V");
-constinit qxbase::StaticMethod matlabFunction("com/quorix/server/MatlabEvaluator", "evalMat", "(Ljava/lang/String;[D[D)I");
-
-constexpr const char* internalError = "Internal_error_callback";
-
-/// Clears what is pending and raises with its story.
-[[noreturn]] void raiseCallback(JNIEnv* env, const char* id, qxbase::ExceptionArgs args = {})
-{
-    if (env)
-        for (auto& line : qxcallback::takeStory(env))
-            args.push_back(std::move(line));
-    QX_RAISE("callback", id, args);
-}
-
-/// Work in which a failing allocation is this module's failure.
-template <class Work>
-auto guarded(Work&& work)
-{
-    try {
-        return work();
-    } catch (const std::bad_alloc&) {
-    } catch (const std::length_error&) {
-    }
-    raiseCallback(nullptr, internalError);
-}
-
-/// One side of the flat array: pieces that lie one behind the other in Java.
-template <class P>
-struct Piece
-{
-    P* data;
-    std::size_t size;
-};
-using Input = std::vector<Piece<const double>>;
-using Output = std::vector<Piece<double>>;
-
-template <class Pieces>
-jsize totalOf(const Pieces& pieces)
-{
-    std::size_t total = 0;
-    for (const auto& piece : pieces)
-        total += piece.size;
-    if (total > static_cast<std::size_t>(std::numeric_limits<jsize>::max()))
-        QX_RAISE("callback", "Matrix_too_large_for_callback");
-    return static_cast<jsize>(total);
-}
-
-/// Java text; the failure of making one is this module's.
-jstring newName(JNIEnv* env, const std::string& name)
-{
-    try {
-        return qxbase::toJavaNew(env, name, qxbase::PendingException::Keep);
-    } catch (const qxbase::Exception&) {
-        return nullptr;
-    }
-}
-
-int callMatlab(JNIEnv* env, const std::string& name, const Input& in, const Output& out)
-{
-    const auto fail = [&](const char* id) { raiseCallback(env, id, {{"Function", name}}); };
-    if (!env || env->ExceptionCheck())
-        fail(internalError);
-    const jsize nIn = totalOf(in), nOut = totalOf(out);
-
-    const LocalRef<jdoubleArray> jIn(env, env->NewDoubleArray(nIn));
-    if (!jIn)
-        fail(internalError);
-    const LocalRef<jdoubleArray> jOut(env, env->NewDoubleArray(nOut));
-    if (!jOut)
-        fail(internalError);
-    jsize at = 0;
-    for (const auto& piece : in) {
-        if (piece.size != 0)
-            env->SetDoubleArrayRegion(jIn.get(), at, static_cast<jsize>(piece.size), piece.data);
-        if (env->ExceptionCheck())
-            fail(internalError);
-        at += static_cast<jsize>(piece.size);
-    }
-
-    auto method = matlabFunction.find(env);
-    if (!method.id)
-        fail(internalError);
-    LocalRef<jstring> jName(env, newName(env, name));
-    if (!jName)
-        fail(internalError);
-    const jint status = env->CallStaticIntMethod(method.type.get(), method.id, jName.get(), jIn.get(), jOut.get());
-    jName.clear();
-    method.type.clear();
-    if (env->ExceptionCheck())
-        fail("Error_in_callback");
-
-    at = 0;
-    for (const auto& piece : out) {
-        if (piece.size != 0)
-            env->GetDoubleArrayRegion(jOut.get(), at, static_cast<jsize>(piece.size), piece.data);
-        if (env->ExceptionCheck())
-            fail(internalError);
-        at += static_cast<jsize>(piece.size);
-    }
-    return status;
-}
-
-int callMatlabAttached(const std::string& name, const Input& in, const Output& out)
-{
-    const qxutil::AttachThread attached;
-    return callMatlab(qxutil::VMData::getJNIEnv(), name, in, out);
-}
 
 // ---- the parts of complex numbers side by side
 
@@ -191,7 +79,7 @@ struct ComplexCall
             split(piece.data, piece.size, to);
             to += 2 * piece.size;
         }
-        const int status = callMatlabAttached(name, {{flatIn.data(), flatIn.size()}}, {{flatOut.data(), flatOut.size()}});
+        const int status = callMatlab(name, {{flatIn.data(), flatIn.size()}}, {{flatOut.data(), flatOut.size()}});
         const double* from = flatOut.data();
         for (const auto& piece : out) {
             join(from, piece.size, piece.data);
@@ -203,7 +91,7 @@ struct ComplexCall
 
 int run(const std::string& name, const std::vector<Piece<const double>>& in, const std::vector<Piece<double>>& out)
 {
-    return callMatlabAttached(name, in, out);
+    return callMatlab(name, in, out);
 }
 int run(const std::string& name, const std::vector<Piece<const Complex>>& in, const std::vector<Piece<Complex>>& out)
 {
@@ -239,87 +127,9 @@ int evalPoints(const std::string& name, const std::vector<const T*>& inputs, std
 
 } // namespace
 
-// ---- the story of a Java exception
-
-namespace {
-
-/// Calls a method without arguments that gives an object; null, and nothing pending, if that fails.
-template <class J>
-LocalRef<J> ask(JNIEnv* env, jobject object, const char* method, const char* signature)
-{
-    J answer = nullptr;
-    {
-        const LocalRef<jclass> type(env, env->GetObjectClass(object));
-        if (const jmethodID id = env->GetMethodID(type.get(), method, signature))
-            answer = static_cast<J>(env->CallObjectMethod(object, id));
-    }
-    if (env->ExceptionCheck()) {
-        env->ExceptionClear();
-        answer = nullptr;
-    }
-    return {env, answer};
-}
-
-std::string textOf(JNIEnv* env, jobject object)
-{
-    const LocalRef<jstring> text = ask<jstring>(env, object, "toString", "()Ljava/lang/String;");
-    return text ? qxbase::jStr2CppStr(env, text.get()) : std::string();
-}
-
-} // namespace
-
-qxbase::ExceptionArgs qxcallback::takeStory(JNIEnv* env) noexcept
-{
-    constexpr jsize kLines = 20;
-    qxbase::ExceptionArgs story;
-    const LocalRef<jthrowable> thrown(env, env->ExceptionOccurred());
-    env->ExceptionClear();
-    if (!thrown)
-        return story;
-    try {
-        story.emplace_back("Exception", textOf(env, thrown.get()));
-        const auto stack = ask<jobjectArray>(env, thrown.get(), "getStackTrace", "()[Ljava/lang/StackTraceElement;");
-        const jsize n = stack ? std::min(kLines, env->GetArrayLength(stack.get())) : 0;
-        for (jsize i = 0; i < n; ++i) {
-            const LocalRef<jobject> line(env, env->GetObjectArrayElement(stack.get(), i));
-            if (env->ExceptionCheck() || !line)
-                break;
-            story.emplace_back("Stack", textOf(env, line.get()));
-        }
-    } catch (const qxbase::Exception&) { // the story is as long as it is
-    } catch (const std::bad_alloc&) {
-    }
-    if (env->ExceptionCheck())
-        env->ExceptionClear();
-    return story;
-}
-
-void qxcallback::forgetMethods()
-{
-    solverEvent.forget();
-    matlabFunction.forget();
-}
-
 // ---- operations
 
-void Callback::solverCallback(int code)
-{
-    guarded([&] {
-        const qxutil::AttachThread attached;
-        JNIEnv* env = qxutil::VMData::getJNIEnv();
-        if (!env || env->ExceptionCheck())
-            raiseCallback(env, internalError);
-        auto method = solverEvent.find(env);
-        if (!method.id)
-            raiseCallback(env, internalError);
-        env->CallStaticVoidMethod(method.type.get(), method.id, static_cast<jint>(code));
-        method.type.clear();
-        if (env->ExceptionCheck())
-            raiseCallback(env, internalError);
-    });
-}
-
-int Callback::evalMat(const std::string& name, const std::vector<double>& in, std::vector<double>& out, JNIEnv* env)
+int Callback::evalMat(const std::string& name, const std::vector<double>& in, std::vector<double>& out, JNIEnv_* env)
 {
     return guarded([&] { return callMatlab(env, name, {{in.data(), in.size()}}, {{out.data(), out.size()}}); });
 }
@@ -340,7 +150,7 @@ int Callback::evalMat(const std::string& name, const Args& args, const Dims& dim
             results[k]->toCArray(resultDims[k]);
             out.push_back({results[k]->getCArray().data(), results[k]->getCArray().size()});
         }
-        const int status = callMatlabAttached(name, in, out);
+        const int status = callMatlab(name, in, out);
         for (const auto& result : results)
             result->fromCArray();
         return status;

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "solvers/umfpack_context.h"
 
-#include <SuiteSparse_config.h>
 #include <pthread.h>
+#include <stdint.h>
+#include <stdio.h>
 #include <umfpack.h>
 
 /* Work done since the factorisation began, the work predicted, and how much is to be done before the next report, in the
@@ -54,8 +55,8 @@ static void countAndPoll(double flops)
 #ifdef QX_UMFPACK_POLLS_BLAS
 
 /* UMFPACK's allocations are up to a second apart, its BLAS calls are not. In the library's private copy of UMFPACK the
-   BLAS routines are renamed to the functions below (cmake/QxDependencies.cmake); a jump from here leaves no BLAS call
-   behind. The real routines take the lengths of their character arguments at the end, which UMFPACK does not pass. */
+   BLAS routines and the allocations are renamed to those below (cmake/QxDependencies.cmake); a jump from here leaves no
+   BLAS call behind. The real routines take the lengths of their character arguments at the end, which UMFPACK does not pass. */
 
 typedef double _Complex cplx;
 
@@ -161,6 +162,26 @@ static int isLeft(const char* side) { return *side == 'L' || *side == 'l'; }
 QX_WRAP_BLAS(d, dger, double, 1.0)
 QX_WRAP_BLAS(z, zgeru, cplx, 4.0)
 
+/* The private copy has settings of its own: what other users of SuiteSparse in the process allocate is none of ours. */
+struct SuiteSparse_config_struct qx_umfpack_config = {qxcMalloc, qxcCalloc,         qxcRealloc,             qxcFree,
+                                                      printf,    SuiteSparse_hypot, SuiteSparse_divcomplex};
+
+void* qx_umfpack_malloc(size_t count, size_t size)
+{
+    if (count == 0)
+        count = 1;
+    return size != 0 && count > SIZE_MAX / size ? NULL : qx_umfpack_config.malloc_func(count * size);
+}
+
+void* qx_umfpack_free(void* block)
+{
+    if (block)
+        qx_umfpack_config.free_func(block);
+    return NULL;
+}
+
+void umfpackInstallHooks(void) {}
+
 #else
 
 /* With a shared UMFPACK its BLAS calls cannot be told from those of others: the allocation hooks poll, and in the
@@ -175,18 +196,14 @@ static int pollingDivide(double ar, double ai, double br, double bi, double* cr,
     return divide(ar, ai, br, bi, cr, ci);
 }
 
-#endif
-
 static void install(void)
 {
     SuiteSparse_config.malloc_func = qxcMalloc;
     SuiteSparse_config.calloc_func = qxcCalloc;
     SuiteSparse_config.realloc_func = qxcRealloc;
     SuiteSparse_config.free_func = qxcFree;
-#ifndef QX_UMFPACK_POLLS_BLAS
     divide = SuiteSparse_config.divcomplex_func;
     SuiteSparse_config.divcomplex_func = pollingDivide;
-#endif
 }
 
 void umfpackInstallHooks(void)
@@ -194,6 +211,8 @@ void umfpackInstallHooks(void)
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, install);
 }
+
+#endif
 
 /* The frame of each wrapper holds no variable that changes after setjmp. */
 #define QX_CALL(predicted, call)                                                                                       \

@@ -6,12 +6,23 @@
 
 #include "qxcutil.h"
 
+#include <SuiteSparse_config.h>
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* Routes UMFPACK's allocations through qxcMalloc and its kin, once and for good. Without an armed context they behave as
-   malloc and free, so other users of the library in the process notice nothing. Any thread. */
+#ifdef QX_UMFPACK_POLLS_BLAS
+/* What the library's private copy of UMFPACK takes for SuiteSparse_config and its allocations: they lead to qxcMalloc and its
+   kin. */
+extern struct SuiteSparse_config_struct qx_umfpack_config;
+void* qx_umfpack_malloc(size_t count, size_t size);
+void* qx_umfpack_free(void* block);
+#endif
+
+/* Routes a shared UMFPACK's allocations through qxcMalloc and its kin, once and for good. Without an armed context they behave
+   as malloc and free, so other users of the library in the process notice nothing. Any thread. */
 void umfpackInstallHooks(void);
 
 /* Who is told of progress on this thread, when a further hundredth of the predicted work is done: fraction runs from 0 to

@@ -6,10 +6,10 @@
 #include "qxparallel.hpp"
 #include "qxrun.hpp"
 #include "failing_calloc.hpp"
+#include "solvers/umfpack_context.h"
 #include "sparse_values.hpp"
 #include "support/alloc_fault.hpp"
 
-#include <SuiteSparse_config.h>
 #include <algorithm>
 #include <atomic>
 #include <functional>
@@ -831,6 +831,13 @@ TEST(UmfpackRun, EveryFailedAllocationOfTheDriverIsReported)
 
 void* noMemory(size_t) { return nullptr; }
 
+/// Where UMFPACK takes its allocations from.
+#ifdef QX_UMFPACK_POLLS_BLAS
+SuiteSparse_config_struct& settings = qx_umfpack_config;
+#else
+SuiteSparse_config_struct& settings = SuiteSparse_config;
+#endif
+
 TEST(UmfpackRun, ASolveWithoutMemorySaysSo)
 {
     qxutil::RunInfo run;
@@ -839,10 +846,10 @@ TEST(UmfpackRun, ASolveWithoutMemorySaysSo)
     Matrix<1> x;
     for (Sparse* matrix : {&A, &Z}) {
         solver.init(*matrix, false, false, false, true);
-        void* (*before)(size_t) = SuiteSparse_config.malloc_func;
-        SuiteSparse_config.malloc_func = noMemory;
+        void* (*before)(size_t) = settings.malloc_func;
+        settings.malloc_func = noMemory;
         const std::string id = idOf([&] { solver.solve(realVector({1, 2, 3}), x); });
-        SuiteSparse_config.malloc_func = before;
+        settings.malloc_func = before;
         EXPECT_EQ(id, "Out_of_memory_back_substitution");
     }
 }
@@ -851,19 +858,19 @@ TEST(UmfpackRun, ASolveWithoutMemorySaysSo)
 class LiveBlocks
 {
 public:
-    LiveBlocks() : malloc_(SuiteSparse_config.malloc_func), free_(SuiteSparse_config.free_func)
+    LiveBlocks() : malloc_(settings.malloc_func), free_(settings.free_func)
     {
         current = this;
-        SuiteSparse_config.malloc_func = [](size_t size) { return current->note(current->malloc_(size)); };
-        SuiteSparse_config.free_func = [](void* block) {
+        settings.malloc_func = [](size_t size) { return current->note(current->malloc_(size)); };
+        settings.free_func = [](void* block) {
             current->live_ -= block != nullptr;
             current->free_(block);
         };
     }
     ~LiveBlocks()
     {
-        SuiteSparse_config.malloc_func = malloc_;
-        SuiteSparse_config.free_func = free_;
+        settings.malloc_func = malloc_;
+        settings.free_func = free_;
     }
     LiveBlocks(const LiveBlocks&) = delete;
     LiveBlocks& operator=(const LiveBlocks&) = delete;
