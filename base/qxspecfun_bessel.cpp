@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "qxspecfun_detail.hpp"
+#include "qxspecfun_order_detail.hpp"
 
 #include <boost/math/special_functions/bessel.hpp>
+#include <boost/math/special_functions/sin_pi.hpp>
 
 #include <numbers>
 
@@ -11,6 +13,7 @@ namespace {
 
 using namespace qxspecfun_detail;
 using Complex = std::complex<double>;
+constexpr long double pi = std::numbers::pi_v<long double>;
 
 /// True when a real value may exist; needsPositive: only for x >= 0.
 bool hasRealValue(double nu, double x, bool needsPositive)
@@ -43,6 +46,61 @@ int byArb(ArbComplexBessel function, double nu, const Complex& z, Complex& resul
     if (function(&value, {nu, 0}, {z.real(), z.imag()}, 0) != FPWRAP_SUCCESS)
         value = {quietNaN, quietNaN};
     return conclude(Complex(value.real, value.imag), result);
+}
+
+double sinPi(double x) { return boost::math::sin_pi(x, Quiet()); }
+double cosPi(double x) { return boost::math::cos_pi(x, Quiet()); }
+
+/// The infinity, or zero, that a real function of large order goes to (DLMF 10.2.3, 10.4.7, 10.27.2 for negative orders).
+double limitOfLargeOrder(Bessel kind, double nu, double x, bool isByK)
+{
+    const bool isOdd = std::fmod(nu, 2.0) != 0;
+    switch (kind) {
+    case Bessel::J: return std::copysign(infinity, sinPi(-nu));
+    case Bessel::Y: {
+        const double factor = nu < 0 ? cosPi(nu) : 1.0;
+        return factor == 0 ? 0.0 : std::copysign(infinity, -factor);
+    }
+    case Bessel::I:
+        if (isByK)
+            return std::copysign(infinity, sinPi(-nu));
+        return x < 0 && isOdd ? -infinity : infinity;
+    case Bessel::K: break;
+    }
+    return infinity;
+}
+
+/// True with result and status when the order alone decides: the value is zero or infinite in double, or the methods end
+/// without one.
+bool isDecidedByOrder(Bessel kind, double nu, double x, double& result, int& status)
+{
+    const bool isModified = kind == Bessel::I || kind == Bessel::K;
+    const Magnitude magnitude = magnitudeOf(kind, nu, x);
+    if (magnitude.size == Size::Zero)
+        status = conclude(0.0, result);
+    else if (magnitude.size == Size::Infinite)
+        status = conclude(limitOfLargeOrder(kind, nu, x, magnitude.isByK), result);
+    else if (std::fabs(nu) > (isModified ? mostExpanded : mostOscillating))
+        status = conclude(quietNaN, result);
+    else
+        return false;
+    return true;
+}
+
+bool isDecidedByOrder(Bessel kind, double nu, const Complex& z, Complex& result, int& status)
+{
+    const Size size = magnitudeOf(kind, nu, z).size;
+    if (size == Size::Zero) {
+        status = conclude(Complex(0, 0), result);
+    } else if (size == Size::Infinite) {
+        result = {quietNaN, quietNaN}; // its direction is not known
+        status = QxSpecfunInfinite;
+    } else if (std::fabs(nu) > mostComplex) {
+        status = conclude(Complex(quietNaN, quietNaN), result);
+    } else {
+        return false;
+    }
+    return true;
 }
 
 /// Infinity of either function at 0 that has one there.
@@ -82,7 +140,9 @@ int qxbesselj(double nu, double x, double& result)
         return conclude(limitAtZero(nu), result);
     if (std::isinf(x))
         return conclude(0.0, result);
-    const double value = boost::math::cyl_bessel_j(nu, x, Quiet());
+    if (int status; x != 0 && isDecidedByOrder(Bessel::J, nu, x, result, status))
+        return status;
+    const double value = attempt([=] { return boost::math::cyl_bessel_j(nu, x, Quiet()); });
     return std::isnan(value) ? byArb(arb_fpwrap_double_bessel_j, nu, x, result) : conclude(value, result);
 }
 
@@ -94,7 +154,9 @@ int qxbessely(double nu, double x, double& result)
         return conclude(-infinity, result);
     if (std::isinf(x))
         return conclude(0.0, result);
-    const double value = boost::math::cyl_neumann(nu, x, Quiet());
+    if (int status; isDecidedByOrder(Bessel::Y, nu, x, result, status))
+        return status;
+    const double value = attempt([=] { return boost::math::cyl_neumann(nu, x, Quiet()); });
     return std::isnan(value) ? byArb(arb_fpwrap_double_bessel_y, nu, x, result) : conclude(value, result);
 }
 
@@ -108,7 +170,14 @@ int qxbesseli(double nu, double x, double& result)
         return conclude(limitAtZero(nu), result);
     if (isWhole(nu))
         nu = std::abs(nu); // DLMF 10.27.1
-    const double value = boost::math::cyl_bessel_i(nu, x, Quiet());
+    if (int status; x != 0 && isDecidedByOrder(Bessel::I, nu, x, result, status))
+        return status;
+    if (x != 0 && std::fabs(nu) > mostRecurred) {
+        const Modified m = modifiedOfLargeOrder(std::fabs(nu), std::fabs(x));
+        const long double i = x < 0 && std::fmod(nu, 2.0) != 0 ? -m.i : m.i;
+        return conclude(static_cast<double>(nu < 0 ? i + 2 / pi * sinPi(-nu) * m.k : i), result);
+    }
+    const double value = attempt([=] { return boost::math::cyl_bessel_i(nu, x, Quiet()); });
     return std::isnan(value) ? byArb(arb_fpwrap_double_bessel_i, nu, x, result) : conclude(value, result);
 }
 
@@ -121,7 +190,11 @@ int qxbesselk(double nu, double x, double& result)
     if (std::isinf(x))
         return conclude(0.0, result);
     nu = std::abs(nu); // DLMF 10.27.3
-    const double value = boost::math::cyl_bessel_k(nu, x, Quiet());
+    if (int status; isDecidedByOrder(Bessel::K, nu, x, result, status))
+        return status;
+    if (nu > mostRecurred)
+        return conclude(static_cast<double>(modifiedOfLargeOrder(nu, x).k), result);
+    const double value = attempt([=] { return boost::math::cyl_bessel_k(nu, x, Quiet()); });
     return std::isnan(value) ? byArb(arb_fpwrap_double_bessel_k, nu, x, result) : conclude(value, result);
 }
 
@@ -131,6 +204,8 @@ int qxbesselj(double nu, const Complex& z, Complex& result)
         return noValue(result);
     if (z == 0.0 && isPoleAtZero(nu))
         return pole(limitAtZero(nu), result);
+    if (int status; z != 0.0 && isDecidedByOrder(Bessel::J, nu, z, result, status))
+        return status;
     return byArb(arb_fpwrap_cdouble_bessel_j, nu, z, result);
 }
 
@@ -140,6 +215,8 @@ int qxbessely(double nu, const Complex& z, Complex& result)
         return noValue(result);
     if (z == 0.0)
         return pole(-infinity, result);
+    if (int status; isDecidedByOrder(Bessel::Y, nu, z, result, status))
+        return status;
     return byArb(arb_fpwrap_cdouble_bessel_y, nu, z, result);
 }
 
@@ -149,6 +226,8 @@ int qxbesseli(double nu, const Complex& z, Complex& result)
         return noValue(result);
     if (z == 0.0 && isPoleAtZero(nu))
         return pole(limitAtZero(nu), result);
+    if (int status; z != 0.0 && isDecidedByOrder(Bessel::I, nu, z, result, status))
+        return status;
     return byArb(arb_fpwrap_cdouble_bessel_i, nu, z, result);
 }
 
@@ -158,6 +237,8 @@ int qxbesselk(double nu, const Complex& z, Complex& result)
         return noValue(result);
     if (z == 0.0)
         return pole(infinity, result);
+    if (int status; isDecidedByOrder(Bessel::K, nu, z, result, status))
+        return status;
     return byArb(arb_fpwrap_cdouble_bessel_k, nu, z, result);
 }
 

@@ -28,13 +28,18 @@ enum QxSpecfunStatus
 ///
 /// Real values exist for x >= 0, and for x < 0 where nu is whole and the function is J or I. At x = 0: Y gives -Inf, K
 /// gives +Inf, J and I of negative fractional order give an infinity, all with status QxSpecfunInfinite.
+///
+/// Any order ends at a bounded cost: 0 or an infinity where the value is beyond the range of doubles; I and K of 1e4 <=
+/// |nu| <= 1e9 within 1e-15 + |nu| 2e-19 of themselves; J and Y by at most 1e5 steps of their recurrence; else
+/// QxSpecfunInaccurate.
 QX_API int qxbesselj(double nu, double x, double& result);
 QX_API int qxbessely(double nu, double x, double& result);
 QX_API int qxbesseli(double nu, double x, double& result);
 QX_API int qxbesselk(double nu, double x, double& result);
 
 /// The same for complex argument: principal branches, cut along the negative real axis, where the values are those from
-/// above (the sign of a zero imaginary part does not count).
+/// above (the sign of a zero imaginary part does not count). Too large for a double: NaN and QxSpecfunInfinite; |nu| above
+/// 4000 with a value between: QxSpecfunInaccurate.
 QX_API int qxbesselj(double nu, const std::complex<double>& z, std::complex<double>& result);
 QX_API int qxbessely(double nu, const std::complex<double>& z, std::complex<double>& result);
 QX_API int qxbesseli(double nu, const std::complex<double>& z, std::complex<double>& result);
@@ -60,4 +65,5 @@ QX_API int qxgamma(const std::complex<double>& z, std::complex<double>& result);
 QX_API int qxgammainc(double x, double a, double& result);
 /// Regularised incomplete beta function I_x(a, b) = 1/B(a, b) int_0^x t^(a-1) (1-t)^(b-1) dt for 0 <= x <= 1 and
 /// a, b >= 0, not both 0 (DLMF 8.17.2). Limits: 1 for a = 0; for b = 0 it is 0 below x = 1 and 1 there.
+/// For a and b both above 1e13: 0 or 1 beside the mean a/(a+b), QxSpecfunInaccurate in the step between.
 QX_API int qxbetainc(double x, double a, double b, double& result);

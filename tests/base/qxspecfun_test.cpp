@@ -118,6 +118,71 @@ TEST(RealBessel, HasNoValueWhereItIsComplex)
     EXPECT_EQ(qxbesselk(0, -1.0, r), QxSpecfunDomain);
 }
 
+// Orders nobody lists: a formula's order may be any number, and each of these once took seconds, or raised a foreign
+// exception, or gave the order itself as the value.
+TEST(RealBessel, HugeOrdersAreZeroInfiniteOrRefused)
+{
+    for (const double nu : {1.8458342122818932e62, 5.1e87, 1e308})
+        for (const double x : {1e-300, 0.5, 59.5, 1e9}) {
+            SCOPED_TRACE(testing::Message() << "nu = " << nu << ", x = " << x);
+            double j = 1, i = 1, y = 1, k = 1;
+
+            EXPECT_EQ(qxbesselj(nu, x, j), QxSpecfunOk);
+            EXPECT_EQ(qxbesseli(nu, x, i), QxSpecfunOk);
+            EXPECT_EQ(qxbessely(nu, x, y), QxSpecfunInfinite);
+            EXPECT_EQ(qxbesselk(nu, x, k), QxSpecfunInfinite);
+
+            EXPECT_EQ(j, 0.0);
+            EXPECT_EQ(i, 0.0);
+            EXPECT_EQ(y, -infinity);
+            EXPECT_EQ(k, infinity);
+        }
+    double r;
+    EXPECT_EQ(qxbesselj(-1e308, 0.5, r), QxSpecfunOk); // whole, as every double of that size
+    EXPECT_EQ(r, 0.0);
+    EXPECT_EQ(qxbesselj(6.5e50, 7.8e50, r), QxSpecfunInaccurate); // it oscillates: no digit is left
+    EXPECT_EQ(qxbessely(6.5e50, 7.8e50, r), QxSpecfunInaccurate);
+    EXPECT_EQ(qxbesseli(6.5e50, 7.8e50, r), QxSpecfunInfinite);
+    EXPECT_EQ(qxbesselk(6.5e50, 7.8e50, r), QxSpecfunOk);
+    EXPECT_EQ(r, 0.0);
+}
+
+TEST(RealBessel, LargeNegativeFractionalOrdersHaveTheSignOfTheirReflection)
+{
+    double r;
+    EXPECT_EQ(qxbesselj(-1000.5, 0.5, r), QxSpecfunInfinite); // sin(1000.5 pi) = 1, and Y goes to -Inf
+    EXPECT_EQ(r, infinity);
+    EXPECT_EQ(qxbesselj(-1001.5, 0.5, r), QxSpecfunInfinite);
+    EXPECT_EQ(r, -infinity);
+    EXPECT_EQ(qxbesseli(-1001.25, 0.5, r), QxSpecfunInfinite); // sin(1001.25 pi) < 0
+    EXPECT_EQ(r, -infinity);
+    EXPECT_EQ(qxbessely(-1001.25, 0.5, r), QxSpecfunInfinite); // cos(1001.25 pi) < 0
+    EXPECT_EQ(r, infinity);
+    EXPECT_EQ(qxbessely(-1000.5, 0.5, r), QxSpecfunOk); // J of order 1000.5
+    EXPECT_EQ(r, 0.0);
+}
+
+// Series of I and an integral of K, 40 digits (tests/reference/large_orders.py).
+TEST(RealBessel, ModifiedFunctionsOfLargeOrderKeepTheirDigits)
+{
+    constexpr struct
+    {
+        double nu, x, i, k;
+    } rows[] = {{20000.25, 13300, 5.234977603773196059e+32, 3.9765358921130738399e-38},
+                {123456.75, 81800, 1.4944756595125307181e-19, 22590925779571.830237},
+                {1e6, 662800, 1.0984163729617278658e+41, 3.7942571783477253794e-48}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.nu);
+        const double bound = 1e-15 + row.nu * 2e-19;
+
+        const double i = value(qxbesseli, row.nu, row.x), k = value(qxbesselk, -row.nu, row.x);
+
+        EXPECT_NEAR(i / row.i, 1.0, bound);
+        EXPECT_NEAR(k / row.k, 1.0, bound);
+    }
+    EXPECT_EQ(value(qxbesseli, 44203.906023526957, 11650.329138337122), 0.0); // was infinite
+}
+
 TEST(RealBessel, NaNHasNoValueAndInfinityHasLimits)
 {
     for (const RealBessel f : {RealBessel(qxbesselj), RealBessel(qxbessely), RealBessel(qxbesseli), RealBessel(qxbesselk)}) {
@@ -188,6 +253,24 @@ TEST(ComplexBessel, PolesAndMissingArgumentsHaveTheirStatus)
     EXPECT_EQ(qxbesselh(3, 0, Complex(1), r), QxSpecfunDomain);
     EXPECT_EQ(value(qxbesselj, 0, Complex(0)), Complex(1));
     EXPECT_NE(qxbesselj(0, Complex(0, 1e4), r), QxSpecfunOk); // exp(1e4) is no double
+}
+
+TEST(ComplexBessel, HugeOrdersAreZeroInfiniteOrRefused)
+{
+    const Complex z(3, 1);
+    for (const double nu : {1e6 + 0.25, 5e12 + 0.25, 1e300}) {
+        SCOPED_TRACE(nu);
+        Complex r;
+        EXPECT_EQ(qxbesselj(nu, z, r), QxSpecfunOk);
+        EXPECT_EQ(r, 0.0);
+        EXPECT_EQ(qxbesseli(nu, z, r), QxSpecfunOk);
+        EXPECT_EQ(r, 0.0);
+        EXPECT_EQ(qxbessely(nu, z, r), QxSpecfunInfinite);
+        EXPECT_EQ(qxbesselk(nu, z, r), QxSpecfunInfinite);
+        EXPECT_EQ(qxbesselk(nu, -z, r), QxSpecfunInfinite);
+        EXPECT_EQ(qxbesselj(-1e6 - 0.25, z, r), QxSpecfunInfinite);
+        EXPECT_EQ(qxbesselj(nu, Complex(nu * 1.2, 1), r), QxSpecfunInaccurate);
+    }
 }
 
 TEST(Hankel, IsTheSumAndDifferenceOfJAndIY)
@@ -317,6 +400,21 @@ TEST(IncompleteBeta, ClosedFormsAndLimits)
     for (const auto& [x, a, b] : {std::tuple(-0.1, 1.0, 1.0), {1.1, 1.0, 1.0}, {0.5, -1.0, 1.0}, {0.5, 1.0, -1.0},
                                   {quietNaN, 1.0, 1.0}, {0.5, 0.0, 0.0}, {0.5, infinity, infinity}})
         EXPECT_EQ(qxbetainc(x, a, b, r), QxSpecfunDomain);
+}
+
+TEST(IncompleteBeta, HugeParametersAreAStep)
+{
+    double r;
+    for (const double a : {1e14, 1.54418e224}) {
+        SCOPED_TRACE(a);
+        EXPECT_EQ(qxbetainc(0.25, a, a, r), QxSpecfunOk);
+        EXPECT_EQ(r, 0.0);
+        EXPECT_EQ(qxbetainc(0.75, a, a, r), QxSpecfunOk);
+        EXPECT_EQ(r, 1.0);
+        EXPECT_EQ(qxbetainc(0.5, a, a, r), QxSpecfunOk); // by symmetry
+        EXPECT_EQ(r, 0.5);
+        EXPECT_EQ(qxbetainc(0.25, a, 3 * a, r), QxSpecfunInaccurate);
+    }
 }
 
 TEST(Qxspecfun, ComplexBesselFunctionsRefuseNaN)
