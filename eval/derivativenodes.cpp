@@ -6,9 +6,9 @@
 #include "graphwalk_detail.hpp"
 #include "nodemaker.hpp"
 #include "noderelease_detail.hpp"
-#include "perthread_detail.hpp"
 #include "qxexception.hpp"
 #include "stackroom_detail.hpp"
+#include "stagedprogram_detail.hpp"
 #include "valrepcache.hpp"
 #include "varevaluator.hpp"
 
@@ -22,36 +22,6 @@ bool isVariable(const EvalNode& node)
 {
     return dynamic_cast<const VarNode*>(&node) != nullptr;
 }
-
-/// The argument values of a host operator. Their storage stays with the thread, a vector for each level of nesting.
-class ArgumentValues
-{
-public:
-    ArgumentValues() : kept_(qxeval::PerThread<Kept>::get())
-    {
-        if (kept_ && !kept_->empty()) {
-            values.swap(kept_->back());
-            kept_->pop_back();
-        }
-    }
-    ~ArgumentValues()
-    {
-        values.clear();
-        if (kept_)
-            try {
-                kept_->push_back(std::move(values));
-            } catch (const std::bad_alloc&) {
-            }
-    }
-    ArgumentValues(const ArgumentValues&) = delete;
-    ArgumentValues& operator=(const ArgumentValues&) = delete;
-
-    std::vector<ValRepPtr> values;
-
-private:
-    using Kept = std::vector<std::vector<ValRepPtr>>;
-    Kept* const kept_;
-};
 
 void print(std::ostream& out, const std::string& name, const EvalNodes& args)
 {
@@ -131,19 +101,24 @@ GenOpNode::GenOpNode(const std::string& name, EvalNodes args, unsigned long id)
 
 GenOpNode::~GenOpNode()
 {
+    delete program_.load(std::memory_order_relaxed);
     qxeval::releaseLater(args_);
 }
 
 ValRepPtr GenOpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
-    qxeval::requireStack();
     const EvaluationScope scope(evaluator);
-    ArgumentValues held;
-    for (const EvalNodePtr& arg : args_)
-        held.values.push_back(arg->eval(evaluator, cache, flags));
+    ValRepPtr value;
+    qxeval::programOf(*this, program_).run(evaluator, cache, flags, &value);
+    return value;
+}
+
+ValRepPtr GenOpNode::apply(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, const std::vector<ValRepPtr>& values,
+                           unsigned flags) const
+{
     if (!(flags & numbersWanted))
         return ValRep::makeNaN();
-    const ValRepPtr result = evaluator->eval(evaluator, name_, held.values, flags, cache);
+    const ValRepPtr result = evaluator->eval(evaluator, name_, values, flags, cache);
     if (!result)
         return ValRep::makeNaN();
     result->setEvaluated();

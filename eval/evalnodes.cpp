@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evalnodes.hpp"
 
+#include "borrowedvalues_detail.hpp"
+#include "cancel_detail.hpp"
 #include "errinfo.hpp"
 #include "evalfun.hpp"
-#include "evalprogram_detail.hpp"
 #include "evalrep_detail.hpp"
 #include "evalshadow.hpp"
 #include "graphwalk_detail.hpp"
@@ -12,6 +13,7 @@
 #include "qxexception.hpp"
 #include "qxnumber.hpp"
 #include "stackroom_detail.hpp"
+#include "stagedprogram_detail.hpp"
 #include "valrepcache.hpp"
 #include "varevaluator.hpp"
 
@@ -37,118 +39,6 @@ ErrInfo& newLine(const ValRepPtr& rep, const char* message, int line)
 {
     QX_RAISE("evalnodes", "Strings_are_only_allowed_in_function_arguments");
 }
-
-/// Evaluates a graph of operations in post-order with an explicit stack; any other node evaluates itself. What a program
-/// would compute once is computed once here too.
-class DeepEvaluation
-{
-public:
-    DeepEvaluation(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags)
-        : evaluator_(evaluator), cache_(cache), flags_(flags)
-    {
-    }
-
-    ValRepPtr operator()(const OpNode& root)
-    {
-        qxeval::requireStack();
-        countUses(root);
-        frames_.push_back({&root, 0});
-        while (!frames_.empty()) {
-            Frame& frame = frames_.back();
-            const EvalNodes& args = frame.op->getArgs();
-            if (frame.done < args.size())
-                visit(*args[frame.done++]);
-            else
-                leave();
-        }
-        return values_.back().value;
-    }
-
-private:
-    struct Frame
-    {
-        const OpNode* op;
-        std::size_t done; // arguments whose values are on the value stack
-    };
-    struct Known
-    {
-        ValRepPtr value;
-        bool pure; // nothing below evaluates itself at each use
-    };
-    struct Uses
-    {
-        std::size_t left = 0;
-        ValRepPtr value; // of a pure operation that is used again
-    };
-
-    void countUses(const OpNode& root)
-    {
-        std::vector<const OpNode*> todo{&root};
-        while (!todo.empty()) {
-            const OpNode* const op = todo.back();
-            todo.pop_back();
-            for (const EvalNodePtr& arg : op->getArgs())
-                if (const OpNode* const below = qxeval::asOperation(arg.get())) {
-                    if (const QxHashLookup hit = uses_.lookup(below)) {
-                        ++uses_.at(hit.slot).left;
-                    } else {
-                        uses_.insert(below, Uses{1, ValRepPtr()});
-                        todo.push_back(below);
-                    }
-                }
-        }
-    }
-
-    void visit(const EvalNode& node)
-    {
-        const OpNode* const op = qxeval::asOperation(&node);
-        if (!op) {
-            const bool pure = qxeval::Program::isKept(qxeval::behindProxies(node)) || node.isScalar();
-            values_.push_back({node.eval(evaluator_, cache_, flags_), pure});
-            return;
-        }
-        Uses& uses = uses_.at(uses_.lookup(op).slot);
-        if (!uses.value) {
-            frames_.push_back({op, 0});
-            return;
-        }
-        values_.push_back({uses.value, true});
-        if (--uses.left == 0)
-            uses.value.reset();
-    }
-
-    /// Applies the operation on top to the values on top.
-    void leave()
-    {
-        const OpNode& op = *frames_.back().op;
-        frames_.pop_back();
-        const std::size_t first = values_.size() - op.getArgs().size();
-        bool pure = qxeval::Program::hasKernel(op);
-        args_.clear();
-        for (std::size_t i = first; i < values_.size(); ++i) {
-            args_.push_back(std::move(values_[i].value));
-            pure = pure && values_[i].pure;
-        }
-        values_.resize(first);
-        ValRepPtr result = op.apply(args_.data(), flags_);
-        if (const QxHashLookup hit = uses_.lookup(&op); hit && pure) {
-            Uses& uses = uses_.at(hit.slot);
-            if (uses.left > 1) {
-                --uses.left;
-                uses.value = result;
-            }
-        }
-        values_.push_back({std::move(result), pure});
-    }
-
-    const VarEvaluatorPtr& evaluator_;
-    const ValRepCachePtr& cache_;
-    const unsigned flags_;
-    std::vector<Frame> frames_;
-    std::vector<Known> values_;
-    std::vector<ValRepPtr> args_;
-    QxHashMap<Uses, const OpNode*> uses_;
-};
 
 } // namespace
 
@@ -354,8 +244,9 @@ ValRepPtr OpNode::apply(ValRepPtr* values, unsigned flags) const
         result = ValRep::applyOp(*fun_, values[0], values[1], flags);
         break;
     default: {
-        std::vector<ValRepPtr> all(std::make_move_iterator(values), std::make_move_iterator(values + args_.size()));
-        result = ValRep::applyOp(*fun_, all, flags);
+        qxeval::BorrowedValues all;
+        all.values.assign(std::make_move_iterator(values), std::make_move_iterator(values + args_.size()));
+        result = ValRep::applyOp(*fun_, all.values, flags);
     }
     }
     if (!result)
@@ -364,69 +255,17 @@ ValRepPtr OpNode::apply(ValRepPtr* values, unsigned flags) const
     return result;
 }
 
-/// The program of the graph below, made at the first call; null when there is none.
-const qxeval::Program* OpNode::program() const
-{
-    switch (plan_.load(std::memory_order_acquire)) {
-    case Plan::Run:
-        return program_.load(std::memory_order_relaxed);
-    case Plan::Own:
-        return nullptr;
-    case Plan::New:
-        break;
-    }
-    if (!qxeval::Program::hasKernel(*this)) {
-        plan_.store(Plan::Own, std::memory_order_relaxed);
-        return nullptr;
-    }
-    std::unique_ptr<const qxeval::Program> made = qxeval::Program::compile({this});
-    const qxeval::Program* there = nullptr; // what another thread made is as good
-    if (program_.compare_exchange_strong(there, made.get(), std::memory_order_acq_rel))
-        there = made.release();
-    plan_.store(Plan::Run, std::memory_order_release);
-    return there;
-}
-
 ValRepPtr OpNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
     const EvaluationScope scope(evaluator);
-    const qxeval::Program* const compiled = program();
-    if (!compiled)
-        return walk(evaluator, cache, flags);
-    if (flags & numbersWanted) {
+    const qxeval::StagedProgram& program = qxeval::programOf(*this, program_);
+    if ((flags & numbersWanted) || allConst_) {
         ValRepPtr value;
-        compiled->run(evaluator, cache, flags, &value);
+        program.run(evaluator, cache, flags, &value);
         return value;
     }
-    compiled->visitLeaves(evaluator, cache, flags);
-    return allConst_ ? walk(evaluator, cache, flags) : ValRep::makeNaN();
-}
-
-/// This operation alone applied to the values of its arguments.
-ValRepPtr OpNode::walk(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
-{
-    if (qxeval::lacksStack(qxeval::deepEvalRoom))
-        return DeepEvaluation(evaluator, cache, flags)(*this);
-    // The results are held by these locals alone, so that apply may overwrite a temporary.
-    switch (args_.size()) {
-    case 1: {
-        ValRepPtr value = args_[0]->eval(evaluator, cache, flags);
-        return apply(&value, flags);
-    }
-    case 2: {
-        ValRepPtr values[2];
-        values[0] = args_[0]->eval(evaluator, cache, flags);
-        values[1] = args_[1]->eval(evaluator, cache, flags);
-        return apply(values, flags);
-    }
-    default: {
-        std::vector<ValRepPtr> values;
-        values.reserve(args_.size());
-        for (const EvalNodePtr& arg : args_)
-            values.push_back(arg->eval(evaluator, cache, flags));
-        return apply(values.data(), flags);
-    }
-    }
+    program.visitLeaves(evaluator, cache, flags);
+    return ValRep::makeNaN();
 }
 
 void OpNode::ostreamOperator(std::ostream& out) const
@@ -464,6 +303,32 @@ void ProxyNode::ostreamOperator(std::ostream& out) const
 
 // Variables ----------------------------------------------------------------------------------------------------------
 
+namespace {
+
+/// Marks a variable for as long as its value is computed, and as circular when it is met again in that time.
+class OpenVariable
+{
+public:
+    explicit OpenVariable(VarNodeShadow& shadow) : shadow_(shadow), outermost_(!shadow.open)
+    {
+        shadow_.circular = !outermost_;
+        shadow_.open = true;
+    }
+    ~OpenVariable()
+    {
+        if (outermost_)
+            shadow_.open = false;
+    }
+    OpenVariable(const OpenVariable&) = delete;
+    OpenVariable& operator=(const OpenVariable&) = delete;
+
+private:
+    VarNodeShadow& shadow_;
+    const bool outermost_;
+};
+
+} // namespace
+
 VarNode::VarNode(const std::string& name, unsigned long id) : EvalNode(id), name_(name) {}
 
 VarNode::~VarNode() = default;
@@ -478,8 +343,10 @@ ValRepPtr VarNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& 
     const bool entered = known || compute(found, rep, evaluator, cache, flags);
     if (entered && (flags & EvalValues) && (rep->isNaN() || ((flags & EvalNoComplex) && rep->isComplex())))
         reportFailure(rep, evaluator, flags);
-    if (rep->isNaN())
-        ValRepOps::rememberFailure(*rep, evaluator, flags);
+    if (rep->isNaN()) {
+        const bool circular = !known && evaluator->getShadowHandler()->shadowOf<VarNodeShadow>(getId()).circular;
+        ValRepOps::rememberFailure(*rep, evaluator, flags, circular);
+    }
     return std::move(rep);
 }
 
@@ -488,6 +355,9 @@ ValRepPtr VarNode::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& 
 __attribute__((noinline)) bool VarNode::compute(bool found, const ValRepPtr& rep, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache,
                       unsigned flags) const
 {
+    qxeval::RunScope::throwIfCancelled();
+    VarNodeShadow& shadow = evaluator->getShadowHandler()->shadowOf<VarNodeShadow>(getId());
+    const OpenVariable open(shadow);
     const RecLimCheck check(evaluator, name_);
     if (check.isError()) {
         if (rep->isNaN())
@@ -496,7 +366,6 @@ __attribute__((noinline)) bool VarNode::compute(bool found, const ValRepPtr& rep
         rep->getErrors()->append(*check.getErrors());
         return false;
     }
-    VarNodeShadow& shadow = evaluator->getShadowHandler()->shadowOf<VarNodeShadow>(getId());
     if (!found) {
         shadow.initCache(evaluator, name_);
     } else if (shadow.shouldUpdateCache(evaluator->getVersion())) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evalprogram_detail.hpp"
 
-#include "derivativenodes.hpp"
+#include "cancel_detail.hpp"
 #include "evalflags.hpp"
 #include "evalfun_kernel.hpp"
 #include "evalnodes.hpp"
@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <typeinfo>
 
 using Ops = ValRepOps;
 using qxkernels::kLikeY, qxkernels::kOutComplex, qxkernels::kXComplex, qxkernels::kXScalar, qxkernels::kYComplex,
@@ -34,13 +33,6 @@ bool Program::hasKernel(const OpNode& op)
     }
 }
 
-bool Program::isKept(const EvalNode& node)
-{
-    const std::type_info& type = typeid(node);
-    return type == typeid(VarNode) || type == typeid(ConstNode) || type == typeid(VarDiffNode) || type == typeid(DiffNode) ||
-           dynamic_cast<const DependencyTestNode*>(&node) != nullptr;
-}
-
 // Compilation --------------------------------------------------------------------------------------------------------
 
 /// First the graph is walked with an explicit stack, each operation taking a number of its own; then the numbers are
@@ -48,7 +40,7 @@ bool Program::isKept(const EvalNode& node)
 class Program::Compiler
 {
 public:
-    explicit Compiler(Program& program) : program_(program) {}
+    Compiler(Program& program, const Given& given) : program_(program), given_(given) {}
 
     void compile(const std::vector<const EvalNode*>& roots)
     {
@@ -63,7 +55,6 @@ private:
     {
         enum Kind { Constant, Leaf, Result } kind;
         Slot index;
-        bool pure; // nothing below it evaluates itself at each use
     };
     struct Draft
     {
@@ -96,10 +87,9 @@ private:
                 values_.pop_back();
             const Ref x = values_.back();
             values_.pop_back();
-            const Ref result{Ref::Result, static_cast<Slot>(drafts_.size()), x.pure && y.pure};
+            const Ref result{Ref::Result, static_cast<Slot>(drafts_.size())};
             drafts_.push_back({frame.op->getFun().get(), x, y, binary, 0});
-            if (result.pure)
-                known_.insert(frame.op, result);
+            known_.insert(frame.op, result);
             values_.push_back(result);
             frames_.pop_back();
         }
@@ -111,7 +101,7 @@ private:
         const OpNode* const op = asOperation(key);
         if (const QxHashLookup hit = known_.lookup(key))
             values_.push_back(known_.at(hit.slot));
-        else if (op != nullptr && hasKernel(*op))
+        else if (op != nullptr && hasKernel(*op) && !given_.lookup(key))
             frames_.push_back({op, 0});
         else
             values_.push_back(leaf(key));
@@ -122,16 +112,15 @@ private:
         double number;
         Ref ref;
         if (node->isRealScalar(number)) {
-            ref = {Ref::Constant, static_cast<Slot>(program_.constants_.size()), true};
+            ref = {Ref::Constant, static_cast<Slot>(program_.constants_.size())};
             program_.constants_.push_back(node);
             program_.numbers_.push_back(number);
         } else {
-            const bool pure = isKept(*node);
-            ref = {Ref::Leaf, static_cast<Slot>(program_.leaves_.size()), pure};
-            program_.leaves_.push_back(node);
+            const QxHashLookup given = given_.lookup(node);
+            ref = {Ref::Leaf, static_cast<Slot>(program_.leaves_.size())};
+            program_.leaves_.push_back({node, given ? given_.at(given.slot) : kEvaluated});
         }
-        if (ref.pure)
-            known_.insert(node, ref);
+        known_.insert(node, ref);
         return ref;
     }
 
@@ -189,7 +178,7 @@ private:
             Operation& op = program_.operations_[i];
             op.x = slotOf(drafts_[i].x);
             op.y = drafts_[i].binary ? slotOf(drafts_[i].y) : kNone;
-            op.out = slotOf({Ref::Result, static_cast<Slot>(i), false});
+            op.out = slotOf({Ref::Result, static_cast<Slot>(i)});
         }
         for (const Ref& root : values_)
             program_.roots_.push_back(slotOf(root));
@@ -212,16 +201,17 @@ private:
     }
 
     Program& program_;
+    const Given& given_;
     std::vector<Frame> frames_;
     std::vector<Ref> values_;
     std::vector<Draft> drafts_;
     QxHashMap<Ref, const EvalNode*> known_;
 };
 
-std::unique_ptr<const Program> Program::compile(const std::vector<const EvalNode*>& roots)
+std::unique_ptr<const Program> Program::compile(const std::vector<const EvalNode*>& roots, const Given& given)
 {
     auto program = std::make_unique<Program>();
-    Compiler(*program).compile(roots);
+    Compiler(*program, given).compile(roots);
     return program;
 }
 
@@ -383,11 +373,13 @@ public:
     {
     }
 
-    void operator()(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, ValRepPtr* results)
+    void operator()(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, const ValRepPtr* given, ValRepPtr* results)
     {
         const Slot first = program_.firstLeaf();
-        for (Slot i = first; i < firstRegister_; ++i)
-            space_->values[i] = program_.leaves_[i - first]->eval(evaluator, cache, flags_);
+        for (Slot i = first; i < firstRegister_; ++i) {
+            const Leaf& leaf = program_.leaves_[i - first];
+            space_->values[i] = leaf.place == kEvaluated ? leaf.node->eval(evaluator, cache, flags_) : given[leaf.place];
+        }
         for (Slot i = first; i < firstRegister_; ++i)
             bind(i);
 
@@ -551,6 +543,7 @@ private:
     {
         const std::size_t count = program_.operations_.size();
         for (std::size_t i = 0; i < count; ++i) {
+            RunScope::throwIfCancelled();
             const Operation& op = program_.operations_[i];
             if (op.pair != nullptr && computePair(op, program_.operations_[i + 1])) {
                 ++i;
@@ -578,6 +571,7 @@ private:
     void finish(std::size_t done, const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache)
     {
         for (std::size_t i = done; i < program_.operations_.size(); ++i) {
+            RunScope::throwIfCancelled();
             const Operation& op = program_.operations_[i];
             ValRepPtr x = take(op.x, op.lastX, evaluator, cache), value;
             if (op.y == kNone) {
@@ -629,13 +623,15 @@ private:
 
 void Program::visitLeaves(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const
 {
-    for (const EvalNode* const leaf : leaves_)
-        leaf->eval(evaluator, cache, flags);
+    for (const Leaf& leaf : leaves_)
+        if (leaf.place == kEvaluated)
+            leaf.node->eval(evaluator, cache, flags);
 }
 
-void Program::run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, ValRepPtr* values) const
+void Program::run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, const ValRepPtr* given,
+                  ValRepPtr* values) const
 {
-    Run(*this, flags)(evaluator, cache, values);
+    Run(*this, flags)(evaluator, cache, given, values);
 }
 
 } // namespace qxeval

@@ -3,6 +3,7 @@
 
 #include "functions/kernels_detail.hpp"
 #include "fwd.hpp"
+#include "qxhash.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,9 +18,8 @@ namespace qxeval {
 /// The operations of a graph in a row, arguments first: what evaluation runs over arrays, without a value object, a
 /// reference count or a walk for each operation.
 ///
-/// An operation that is referred to more than once stands here once, if all below it are built-in functions, constants,
-/// variables and derivatives: these have no side effects. Functions and operators of a host are leaves that evaluate
-/// themselves at each use, in the order of the text.
+/// Each distinct operation stands here once, however often it is referred to. Whatever has no kernel is a leaf that
+/// evaluates itself, or is given (StagedProgram).
 ///
 /// The results are those of ValRep::applyOp, bit by bit. Whatever is no plain array or number, as well as any failure of
 /// an element, is left to it from the operation on where it turns up.
@@ -31,16 +31,17 @@ class Program
 public:
     /// A built-in function of one or two arguments that computes from one place to another.
     static bool hasKernel(const OpNode& op);
-    /// A node, behind no proxy, whose value is the same however often it is asked for in one evaluation.
-    static bool isKept(const EvalNode& node);
+    /// Where a run finds the values of nodes, behind no proxies, that it gets from elsewhere.
+    using Given = QxHashMap<std::size_t, const EvalNode*>;
     /// A program with a result for each root. Cost: time and memory linear in the distinct operations, about 150 bytes each.
-    static std::unique_ptr<const Program> compile(const std::vector<const EvalNode*>& roots);
+    static std::unique_ptr<const Program> compile(const std::vector<const EvalNode*>& roots, const Given& given);
 
-    /// values[i] becomes the value of root i over the points that the leaves have. Memory for n points: 8 n bytes (16 n
+    /// given: the values of the nodes that compile was told of, at their places. values[i] becomes the value of root i over the points that the leaves have. Memory for n points: 8 n bytes (16 n
     /// where complex numbers may turn up) for each result that is still needed, at the operation where these are most; a
     /// chain of any length takes two.
-    void run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, ValRepPtr* values) const;
-    /// Evaluates the leaves, for what that leaves in the cache.
+    void run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, const ValRepPtr* given,
+             ValRepPtr* values) const;
+    /// Evaluates the leaves that are not given, for what that leaves in the cache.
     void visitLeaves(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags) const;
     std::size_t operationCount() const { return operations_.size(); }
 
@@ -67,7 +68,14 @@ private:
     // result has its slot, and its array, to itself.
     std::vector<double> numbers_;
     std::vector<const EvalNode*> constants_;
-    std::vector<const EvalNode*> leaves_;
+    struct Leaf
+    {
+        const EvalNode* node;
+        std::size_t place; // of the value among those that are given; kEvaluated: the node evaluates itself
+    };
+    static constexpr std::size_t kEvaluated = ~std::size_t(0);
+
+    std::vector<Leaf> leaves_;
     std::vector<Operation> operations_;
     std::vector<Slot> roots_;
     Slot registers_ = 0, results_ = 0;

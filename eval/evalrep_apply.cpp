@@ -2,6 +2,8 @@
 // How function objects are applied to values: which operand is overwritten, in what storage, and what the returned bits
 // make of the result.
 
+#include "eval/borrowedvalues_detail.hpp"
+#include "eval/cancel_detail.hpp"
 #include "eval/evalrep_detail.hpp"
 #include "eval/perthread_detail.hpp"
 #include "evalfun.hpp"
@@ -52,6 +54,7 @@ unsigned callUnary(const FunObj& f, ValRep& target)
     return Ops::withBlocks(target, [&](const auto& blocks) {
         unsigned bits = 0;
         for (const auto& block : blocks) {
+            qxeval::RunScope::throwIfCancelled();
             if constexpr (isArrayStorage<std::decay_t<decltype(blocks)>>)
                 bits |= f(block, size);
             else
@@ -68,6 +71,7 @@ unsigned callBinary(const FunObj& f, ValRep& x, ValRep& y, unsigned size, int wh
             const std::size_t n = std::max(xs.size(), ys.size());
             unsigned bits = 0;
             for (std::size_t j = 0; j < n; ++j) {
+                qxeval::RunScope::throwIfCancelled();
                 const auto& a = xs[xs.size() == 1 ? 0 : j];
                 const auto& b = ys[ys.size() == 1 ? 0 : j];
                 if constexpr (isArrayStorage<std::decay_t<decltype(xs)>> || isArrayStorage<std::decay_t<decltype(ys)>>)
@@ -122,9 +126,9 @@ void checkFit(const ValRep& a, const ValRep& b)
 ValRepPtr ValRep::applyOp(const FunObj& f, ValRepPtr& a, unsigned flags)
 {
     if (f.isMulti()) {
-        std::vector<ValRepPtr> args(1);
-        args[0].swap(a); // a second pointer would keep the operand from being overwritten
-        return applyOp(f, args, flags);
+        qxeval::BorrowedValues args;
+        args.values.push_back(std::move(a)); // a second pointer would keep the operand from being overwritten
+        return applyOp(f, args.values, flags);
     }
     if (a->nan_ || Ops::isEmpty(*a))
         return passOn(a);
@@ -156,13 +160,14 @@ ValRepPtr ValRep::applyOp(const FunObj& f, ValRepPtr& a, unsigned flags)
 ValRepPtr ValRep::applyOp(const FunObj& f, ValRepPtr& a, ValRepPtr& b, unsigned flags)
 {
     if (f.isMulti()) {
-        std::vector<ValRepPtr> args(2);
+        qxeval::BorrowedValues args;
+        args.values.resize(2);
         if (&a == &b)
-            args[0] = a;
+            args.values[0] = a;
         else
-            args[0].swap(a);
-        args[1].swap(b);
-        return applyOp(f, args, flags);
+            args.values[0].swap(a);
+        args.values[1].swap(b);
+        return applyOp(f, args.values, flags);
     }
     for (const ValRepPtr* v : {&a, &b})
         if ((*v)->nan_)
@@ -263,6 +268,7 @@ unsigned callMulti(const FunObj& f, const std::vector<ValRepPtr>& work, std::siz
     Scratch<P> args;
     unsigned bits = 0;
     for (std::size_t j = 0; j < nBlocks; ++j) {
+        qxeval::RunScope::throwIfCancelled();
         args.vector.clear();
         for (const ValRepPtr& v : work) {
             const auto& blocks = blocksOf(*v);

@@ -142,9 +142,9 @@ public:
     }
 
     /// Remembers that this evaluation left a NaN in a value that a cache keeps.
-    static void rememberFailure(ValRep& v, const VarEvaluatorPtr& evaluator, unsigned flags)
+    static void rememberFailure(ValRep& v, const VarEvaluatorPtr& evaluator, unsigned flags, bool circular = false)
     {
-        v.attempt_ = {evaluator->getRecCount()->getMark().stamp(), evaluator->getVersion()->getNumber(), flags};
+        v.attempt_ = {evaluator->getRecCount()->getMark().stamp(circular), evaluator->getVersion()->getNumber(), flags};
     }
     /// A NaN that this evaluation, with these flags and at this version, has found already.
     static bool isKnownFailure(const ValRep& v, const VarEvaluatorPtr& evaluator, unsigned flags)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evaltree.hpp"
 
+#include "cancel_detail.hpp"
 #include "errinfo.hpp"
 #include "evalrep.hpp"
 #include "evalshadow.hpp"
@@ -260,8 +261,10 @@ std::string EvalTree::getExpr() const
 
 // Evaluation ---------------------------------------------------------------------------------------------------------
 
-ValRepPtr EvalTree::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags)
+ValRepPtr EvalTree::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags,
+                         const qxutil::RunInfo* run)
 {
+    const qxeval::RunScope cancel(run);
     const EvalNodePtr& root = requireRoot(evaluator);
     if (root->isZero())
         return ValRep::makeZero();

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evaltreeset.hpp"
 
+#include "cancel_detail.hpp"
 #include "evalflags.hpp"
 #include "evalnodes.hpp"
-#include "evalprogram_detail.hpp"
 #include "evalrep.hpp"
 #include "evaltree.hpp"
 #include "qxexception.hpp"
+#include "stagedprogram_detail.hpp"
 #include "varevaluator.hpp"
 
 EvalTreeSet::EvalTreeSet(std::vector<EvalTreePtr> trees) : trees_(std::move(trees)) {}
@@ -28,13 +29,14 @@ void EvalTreeSet::prepare(const VarEvaluatorPtr& evaluator)
             QX_RAISE("evaltree", "Evaluation_internal_error");
         nodes.push_back(roots_.back().get());
     }
-    program_ = qxeval::Program::compile(nodes);
+    program_ = qxeval::StagedProgram::compile(nodes);
     prepared_.store(true, std::memory_order_release);
 }
 
 void EvalTreeSet::eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags,
-                       std::vector<ValRepPtr>& values)
+                       std::vector<ValRepPtr>& values, const qxutil::RunInfo* run)
 {
+    const qxeval::RunScope cancel(run);
     prepare(evaluator);
     const EvaluationScope scope(evaluator);
     values.resize(trees_.size());

@@ -12,8 +12,6 @@ struct StackRoom
     std::size_t fixed;
     unsigned share; ///< one part in this many
 };
-/// With less than this a graph of operations is evaluated with an explicit stack.
-constexpr StackRoom deepEvalRoom{std::size_t(512) << 10, 2};
 /// With less than this no variable is entered.
 constexpr StackRoom variableRoom{std::size_t(256) << 10, 4};
 /// With less than this anything else that recurses refuses.

@@ -219,7 +219,7 @@ void Evaluation::block(Worker& worker, std::size_t number)
 bool Evaluation::together(Worker& worker, Range range, std::vector<std::size_t>& failing)
 {
     try {
-        set_->eval(worker.asEvaluator, worker.cache, flags_, worker.values);
+        set_->eval(worker.asEvaluator, worker.cache, flags_, worker.values, options_.run);
         for (std::size_t k = 0; k < jobs_.size(); ++k)
             if (!store(k, worker.values[k], range))
                 failing.push_back(k);
@@ -235,7 +235,7 @@ bool Evaluation::together(Worker& worker, Range range, std::vector<std::size_t>&
 bool Evaluation::attempt(Worker& worker, std::size_t job, Range range) const
 {
     try {
-        return store(job, worker.evaluate(*jobs_[job].item->tree, flags_), range);
+        return store(job, worker.evaluate(*jobs_[job].item->tree, flags_, options_.run), range);
     } catch (const qxbase::CancelException&) {
         throw;
     } catch (const qxbase::Exception&) {
@@ -326,7 +326,7 @@ qxbase::Exception Evaluation::story(Worker& worker, std::size_t job, std::size_t
     qxbase::Exception told;
     try {
         worker.setPoints(columns_, {point, 1});
-        const ValRepPtr value = worker.evaluate(*item.tree, flags_);
+        const ValRepPtr value = worker.evaluate(*item.tree, flags_, options_.run);
         value->throwError();
         raiseNumber(job, value);
     } catch (const qxbase::CancelException&) {

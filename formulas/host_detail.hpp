@@ -86,7 +86,10 @@ public:
 
     void setPoints(const Columns& columns, Range range);
     /// The value of a tree at these points.
-    ValRepPtr evaluate(EvalTree& tree, unsigned flags) { return tree.eval(asEvaluator, cache, flags); }
+    ValRepPtr evaluate(EvalTree& tree, unsigned flags, const qxutil::RunInfo* run)
+    {
+        return tree.eval(asEvaluator, cache, flags, run);
+    }
     /// Lets go of values; arrays and shadows are kept for the next evaluation.
     void rest();
 

@@ -26,12 +26,15 @@ public:
 
     const std::string& getName() const { return name_; }
     const EvalNodes& getArgs() const { return args_; }
+    /// What the evaluator makes of the arguments' values; without EvalValues and EvalGatherBVars a NaN value.
+    ValRepPtr apply(const VarEvaluatorPtr&, const ValRepCachePtr&, const std::vector<ValRepPtr>& values, unsigned flags) const;
 
 private:
     boost::shared_ptr<GenOpNodeShadow> currentShadow(const VarEvaluatorPtr&) const;
 
     const std::string name_;
     EvalNodes args_;
+    mutable std::atomic<const qxeval::StagedProgram*> program_{nullptr}; // of the arguments and this
 };
 
 /// The derivative of a host variable, resolved by VarEvaluator::diff at its first use and again for each version. Its value

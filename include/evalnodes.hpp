@@ -13,7 +13,7 @@
 #include <vector>
 
 namespace qxeval {
-class Program;
+class StagedProgram;
 }
 
 /// Ids of nodes that a walk has seen.
@@ -191,9 +191,9 @@ public:
     ~OpNode() override;
 
     /// Evaluates the arguments in order and applies the function, in place where a result is held by nobody else.
-    /// The first evaluation compiles the graph below into a program over arrays, which this and later ones run.
-    /// Graphs of any size and depth, in time linear in the distinct operations: when little machine stack is left functions
-    /// without a kernel that are nested in each other are walked with an explicit stack.
+    /// The first evaluation compiles the graph below into programs over arrays and calls, which this and later ones run.
+    /// Graphs of any size and depth, in time linear in the distinct operations: each is computed once, functions and
+    /// operators of a host too, however often it is referred to.
     ValRepPtr eval(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const override;
     EvalNodePtr diff(const std::string& var, const VarEvaluatorPtr&) const override;
     DepInfo depends(const std::vector<std::string>& vars, const VarEvaluatorPtr&) const override;
@@ -210,17 +210,11 @@ public:
     ValRepPtr apply(ValRepPtr* values, unsigned flags) const;
 
 private:
-    const qxeval::Program* program() const;
-    ValRepPtr walk(const VarEvaluatorPtr&, const ValRepCachePtr&, unsigned flags) const;
-
     FunObjPtr fun_;
     EvalNodes args_;
     const bool allConst_;
     // How the graph below is evaluated; follows from the fields above and is found out at the first evaluation.
-    // Own: the function is none for a program, the arguments may have their own.
-    enum class Plan { New, Own, Run };
-    mutable std::atomic<Plan> plan_{Plan::New};
-    mutable std::atomic<const qxeval::Program*> program_{nullptr};
+    mutable std::atomic<const qxeval::StagedProgram*> program_{nullptr};
 };
 
 /// The indirection through which a shared operation is reached. Forwards everything; once it is marked as shared it
@@ -262,8 +256,8 @@ private:
 ///
 /// A NaN is kept too: it is computed again in another evaluation, with other flags or at another version, never at a
 /// second use in the same evaluation. One that was found while the nesting limit or a loop stood may be the fault of the
-/// way that led to it, and is computed again as soon as no variable is being evaluated. So a definition that fails is as
-/// much work as one that succeeds, and a circular one 10000 levels.
+/// way that led to it, and is computed again as soon as no variable is being evaluated, unless it was needed to compute
+/// itself. So a definition that fails is as much work as one that succeeds, and a circle 10000 levels, whatever leads to it.
 class QX_API VarNode : public EvalNode
 {
 public:

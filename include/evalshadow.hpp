@@ -88,6 +88,8 @@ public:
     void initCache(const VarEvaluatorPtr& evaluator, const std::string& name);
 
     EvalNodePtr root; ///< the definition; null for a basic variable
+    bool open = false;     ///< its value is being computed
+    bool circular = false; ///< the value was needed to compute itself
     QxHashMap<EvalNodePtr, std::string> diffs;
     EvalNodePtr simplified; ///< null: not valid
     DepCache depends;

@@ -13,6 +13,10 @@
 #include <utility>
 #include <vector>
 
+namespace qxutil {
+class RunInfo;
+}
+
 /// An expression: its text, or the operation on other trees that it stands for, and the graph of nodes made from it at the
 /// first use.
 ///
@@ -55,7 +59,10 @@ public:
 
     /// The value over the points that evaluator and cache describe. Failures of elements give a NaN value whose record
     /// tells where it came from, ending in the line "expreval" with the text of this expression.
-    ValRepPtr eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags);
+    /// run: lent; cancelling it raises qxbase::CancelException between two operations or blocks, on this thread. Variables
+    /// have kept the values that they had, and those that were not finished are computed by the next evaluation.
+    ValRepPtr eval(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags,
+                   const qxutil::RunInfo* run = nullptr);
 
     /// The text of the expression; a tree on a node prints it.
     std::string getExpr() const;

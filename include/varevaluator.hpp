@@ -64,8 +64,8 @@ struct RecVarData
 /// Which evaluation is going on, so that a value that failed is tried once in it and not at every use.
 ///
 /// An evaluation begins where nothing is being evaluated yet: with a tree, a set of trees or a node. What fails after the
-/// nesting limit or an infinite loop was met says nothing about the value itself; such a failure counts only until the
-/// check for circular definitions is back at depth 0.
+/// nesting limit or an infinite loop was met says nothing about the value itself, unless it was needed to compute itself;
+/// such a failure counts only until the check for circular definitions is back at depth 0.
 class QX_API EvaluationMark
 {
 public:
@@ -93,8 +93,8 @@ public:
         limitMet_ = false;
     }
 
-    /// What to remember of a failure now, for isCurrent.
-    std::uint64_t stamp() const { return limitMet_ ? descent_ : evaluation_; }
+    /// What to remember of a failure now, for isCurrent; of a circular one whatever else was met.
+    std::uint64_t stamp(bool circular) const { return limitMet_ && !circular ? descent_ : evaluation_; }
     /// A failure with this stamp need not be tried again yet.
     bool isCurrent(std::uint64_t stamp) const { return open_ && (stamp == evaluation_ || stamp == descent_); }
 

@@ -55,6 +55,19 @@ TEST(AllocFault, CountsAllocationsAndLiveBlocks)
     EXPECT_EQ(qxtest::liveAllocations(), alive);
 }
 
+TEST(AllocFault, CountsAllocationsOfTheCLibraryWhereNoSanitizerHasReplacedThem)
+{
+    const long made = qxtest::allocationCount();
+
+    char* volatile copy = ::strdup("text");
+    const long madeAfter = qxtest::allocationCount();
+    std::free(copy);
+
+    if (madeAfter == made)
+        GTEST_SKIP() << "a sanitizer's malloc";
+    EXPECT_EQ(madeAfter - made, 1);
+}
+
 TEST(AllocFault, RunsThroughEveryAllocationOnceAndThenUndisturbed)
 {
     std::vector<qxtest::FaultRun> runs;

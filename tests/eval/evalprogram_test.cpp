@@ -119,22 +119,28 @@ const std::vector<unsigned> kFlags{EvalValues, EvalValues | EvalKeepReal, EvalVa
                                    EvalValues | EvalKeepReal | EvalIgnoreElementErrors, EvalGatherBVars,
                                    EvalValues | EvalNoComplex};
 
-/// Two of the flag sets, other ones each time: all pairs of operands under all flags take minutes.
-std::array<unsigned, 2> someFlags()
+/// Two of the flag sets, other ones each time that a test asks: all pairs of operands under all flags take minutes.
+class SomeFlags
 {
-    static std::size_t turn = 0;
-    ++turn;
-    return {kFlags[turn % kFlags.size()], kFlags[(turn + 2) % kFlags.size()]};
-}
+public:
+    std::array<unsigned, 2> next()
+    {
+        ++turn_;
+        return {kFlags[turn_ % kFlags.size()], kFlags[(turn_ + 2) % kFlags.size()]};
+    }
+
+private:
+    std::size_t turn_ = 0;
+};
 
 /// The text of x and y over every pair of operands.
-void expectSameForAllOperands(const std::string& text, const HostPtr& host)
+void expectSameForAllOperands(const std::string& text, const HostPtr& host, SomeFlags& someFlags)
 {
     const EvalTreePtr tree = treeOf(text);
     const std::vector<Operands> kinds = operandKinds();
     for (const Operands& x : kinds)
         for (const Operands& y : kinds)
-            for (unsigned flags : someFlags())
+            for (unsigned flags : someFlags.next())
                 expectSameFromProgram(tree, host, x, y, flags);
 }
 
@@ -177,6 +183,7 @@ private:
 
 TEST(EvalProgram, HasTheBitsOfTheWalkForEveryFunction)
 {
+    SomeFlags someFlags;
     const HostPtr host = makeHost();
     const std::vector<Operands> kinds = operandKinds();
     for (const auto& [name, f] : host->functions) {
@@ -186,7 +193,7 @@ TEST(EvalProgram, HasTheBitsOfTheWalkForEveryFunction)
             const EvalTreePtr tree = treeOf(text);
             for (std::size_t i = 0; i < kinds.size(); ++i)
                 for (std::size_t j : {std::size_t(0), (i + 3) % kinds.size(), std::size_t(6)})
-                    for (unsigned flags : someFlags())
+                    for (unsigned flags : someFlags.next())
                         expectSameFromProgram(tree, host, kinds[i], kinds[j], flags);
         }
     }
@@ -194,31 +201,34 @@ TEST(EvalProgram, HasTheBitsOfTheWalkForEveryFunction)
 
 TEST(EvalProgram, HasTheBitsOfTheWalkForEveryOperatorAndPairOfStorages)
 {
+    SomeFlags someFlags;
     const HostPtr host = makeHost();
     for (const std::string op : {"+", "-", "*", "/", "^", "<", ">", "<=", ">=", "==", "!=", "&&", "||"})
         for (const std::string& text : {"x" + op + "y", "(x" + op + "y)*y-x", "(x+1)" + op + "(y*x)", "3" + op + "(x-y)",
                                         "abs((y-2)" + op + "0.5)+(y-2)", "0.5+(y" + op + "x)", "y-(x" + op + "2)",
                                         "(2" + op + "x)*(y+1)"})
-            expectSameForAllOperands(text, host);
+            expectSameForAllOperands(text, host, someFlags);
 }
 
 TEST(EvalProgram, HasTheBitsOfTheWalkForWholePowersSignsAndRepeatedParts)
 {
+    SomeFlags someFlags;
     const HostPtr host = makeHost();
     host->complexes["i0"] = {{0.0, 1.0}};
     for (const char* text : {"x^2+y^2", "x^3-x^4", "x^-1+y^-2", "(-x)*(-y)", "!x+!(y-x)", "x^2.5", "x^y+x^y",
                              "(x+y)*(x+y)*(x+y)", "sqrt(x)*sqrt(x)+log(x)", "exp(sqrt(x-y))", "i0+x", "1/(x-x)", "x/0",
                              "(x>0.5)*x*(1-x)+abs(y)", "abs(x)*abs(y)+real(x)", "min(abs(x),y)", "0.7*x+1.3*y+2.1"})
-        expectSameForAllOperands(text, host);
+        expectSameForAllOperands(text, host, someFlags);
 }
 
 TEST(EvalProgram, HasTheBitsOfTheWalkBesideAFunctionWithoutAKernel)
 {
+    SomeFlags someFlags;
     const HostPtr host = makeHost();
     const std::vector<Operands> kinds = operandKinds();
     const EvalTreePtr tree = treeOf("besselj(0,x)*x+y");
     for (const Operands& x : kinds)
-        for (unsigned flags : someFlags())
+        for (unsigned flags : someFlags.next())
             expectSameFromProgram(tree, host, x, kinds[0], flags);
 }
 

@@ -105,6 +105,81 @@ TEST(CircularDefinitions, LeaveOtherVariablesOfTheSameRootAlone)
     EXPECT_EQ(values[1]->getDouble(), 4.0);
 }
 
+TEST(CircularDefinitions, AreFollowedToTheDepthLimitOnceHoweverManyUsesLeadToThem)
+{
+    runOnStack(largeStack, [] {
+        for (const int uses : {10, 40}) {
+            const HostPtr host = makeHost();
+            host->definitions = {{"a", "b"}, {"b", "g"}, {"g", "a"}};
+            std::string sum = "1";
+            for (int i = 0; i < uses; ++i) {
+                host->definitions[level("c", i)] = level("u", i) + "+1";
+                host->definitions[level("u", i)] = std::string(1, "abg"[i % 3]);
+                sum += "+" + level("c", i);
+            }
+
+            EXPECT_TRUE(evalText(sum, host)->isNaN());
+
+            EXPECT_LE(host->entered, 10000 + 2 * uses + 2);
+        }
+    });
+}
+
+TEST(CircularDefinitions, AreFollowedToTheDepthLimitOnceByRootsOfASet)
+{
+    runOnStack(largeStack, [] {
+        for (const int roots : {10, 40}) {
+            const HostPtr host = makeHost();
+            host->definitions = {{"a", "b"}, {"b", "a"}};
+            std::vector<EvalTreePtr> trees;
+            for (int i = 0; i < roots; ++i) { // each from a level nearer to the circle
+                host->definitions[level("c", i)] = i + 1 < roots ? level("c", i + 1) : "a";
+                trees.push_back(treeOf(level("c", i)));
+            }
+            EvalTreeSet set(trees);
+            std::vector<ValRepPtr> values;
+
+            set.eval(host, makeCache(), EvalValues, values);
+
+            EXPECT_EQ(raisedId([&] { values.back()->getDouble(); }), "circvar");
+            EXPECT_LE(host->entered, 10000 + 2 * roots);
+        }
+    });
+}
+
+TEST(CircularDefinitions, OfManyVariablesAreAsMuchWorkAsTheirVariables)
+{
+    for (const int variables : {100, 200}) {
+        const HostPtr host = makeHost();
+        std::vector<EvalTreePtr> trees;
+        for (int i = 0; i < variables; ++i) {
+            host->definitions[level("a", i)] = level("a", (i + 1) % variables) + "+1";
+            trees.push_back(treeOf(level("a", i)));
+        }
+        EvalTreeSet set(trees);
+        std::vector<ValRepPtr> values;
+
+        set.eval(host, makeCache(), EvalValues, values);
+
+        for (const ValRepPtr& value : values)
+            EXPECT_TRUE(value->isNaN());
+        EXPECT_LE(host->entered, 3 * variables) << "found by its start at the first root, known at the others";
+    }
+}
+
+TEST(CircularDefinitions, AreFollowedAgainInAnotherEvaluation)
+{
+    const HostPtr host = makeHost({{"x", {3.0}}});
+    host->definitions = {{"a", "b+1"}, {"b", "a"}};
+    const ValRepCachePtr cache = makeCache();
+    EXPECT_TRUE(treeOf("a")->eval(host, cache, EvalValues)->isNaN());
+
+    host->definitions["b"] = "x";
+    host->updateVersion();
+
+    EXPECT_EQ(treeOf("a")->eval(host, cache, EvalValues)->getDouble(), 4.0);
+}
+
 TEST(CircularDefinitions, KeepTheValuesBelowADefinitionThatIsNestedTooDeeply)
 {
     runOnStack(largeStack, [] {

@@ -3,6 +3,7 @@
 
 #include "evaltreeset.hpp"
 #include "host.hpp"
+#include "support/alloc_fault.hpp"
 #include "support/deep_stack.hpp"
 
 #include <algorithm>
@@ -40,7 +41,7 @@ double sharedLevelsAt(double x, int levels)
     return x;
 }
 
-/// A function of a host: the identity, evaluated at each use.
+/// A function of a host: the identity.
 class Marker : public UnFunObj
 {
 public:
@@ -50,6 +51,30 @@ public:
     unsigned int operator()(const DA&, Size) const override { return ++calls, 0; }
     unsigned int operator()(const CA&, Size) const override { return 0; }
     std::string getName() const override { return "marker"; }
+    bool isBuiltin() const override { return false; }
+    mutable int calls = 0;
+};
+
+/// A function of a host of three arguments: their sum.
+class Sum3 : public MultiFunObj
+{
+public:
+    Sum3() : MultiFunObj("sum3", 3, false, true) {}
+    using MultiFunObj::operator();
+    unsigned int operator()(const std::vector<D>& args, int which) const override
+    {
+        *args[static_cast<std::size_t>(which - 1)] = *args[0] + *args[1] + *args[2];
+        return ++calls, 0;
+    }
+    unsigned int operator()(const std::vector<C>&, int) const override { return 0; }
+    unsigned int operator()(const std::vector<DA>& args, Size size, int which) const override
+    {
+        for (Size i = 0; i < size; ++i)
+            args[static_cast<std::size_t>(which - 1)]->data()[i] =
+                args[0]->data()[i] + args[1]->data()[i] + args[2]->data()[i];
+        return ++calls, 0;
+    }
+    unsigned int operator()(const std::vector<CA>&, Size, int) const override { return 0; }
     bool isBuiltin() const override { return false; }
     mutable int calls = 0;
 };
@@ -142,6 +167,113 @@ TEST(LargeGraph, SharedPartsBelowAHostFunctionAreComputedOnceOnASmallStack)
             const double s = sharedLevelsAt(0.5, 60);
             EXPECT_NEAR(root->eval(host, makeCache(), EvalValues)->getDouble(), s + s, 1e-9) << stack;
             EXPECT_EQ(marker->calls, 2) << stack;
+        });
+}
+
+TEST(LargeGraph, FunctionsAndOperatorsOfAHostThatAreNestedAreCalledOnceForEachNode)
+{
+    // s_i = 0.25 (sum3(m, s, m) + op(m)), m = marker(s): all of s_i is 0.25 (3 + 1) s_{i-1} = s_{i-1}
+    for (const int levels : {30, 60}) {
+        const HostPtr host = makeHost({{"x", {0.5, 0.75}}});
+        host->operators["op"] = 1;
+        const auto marker = boost::make_shared<Marker>();
+        const auto sum3 = boost::make_shared<Sum3>();
+        NodeMaker& maker = *host->getNodeMaker();
+        EvalNodePtr s = maker.makeVarNode("x");
+        for (int i = 0; i < levels; ++i) {
+            const EvalNodePtr m = maker.makeOpNode(marker, s);
+            s = maker.makeOpNode(TIMES, maker.makeConstNode(0.25),
+                                 maker.makeOpNode(PLUS, maker.makeOpNode(sum3, {m, s, m}), maker.makeGenOpNode("op", {m})));
+        }
+
+        const ValRepPtr value = s->eval(host, makeCache(), EvalValues);
+
+        EXPECT_EQ(value->getDoubleIterator(0)[0], 0.5);
+        EXPECT_EQ(value->getDoubleIterator(0)[1], 0.75);
+        EXPECT_EQ(marker->calls, levels);
+        EXPECT_EQ(sum3->calls, levels);
+        EXPECT_EQ(host->evaluations["op"], levels);
+    }
+}
+
+TEST(LargeGraph, OperatorsOfAHostAloneAreCalledOnceForEachNode)
+{
+    const HostPtr host = makeHost({{"x", {0.5}}});
+    host->operators["op"] = 2;
+    NodeMaker& maker = *host->getNodeMaker();
+    EvalNodePtr s = maker.makeVarNode("x");
+    for (int i = 0; i < 40; ++i)
+        s = maker.makeGenOpNode("op", {s, s});
+
+    EXPECT_EQ(s->eval(host, makeCache(), EvalValues)->getDouble(), std::ldexp(0.5, 40));
+
+    EXPECT_EQ(host->evaluations["op"], 40);
+}
+
+TEST(LargeGraph, OperationsBelowManyCallsAreComputedOnce)
+{
+    // f(s_1) + ... + f(s_n) on a chain s_i = 0.5 s_{i-1} + 1: a program for each argument would be quadratic work.
+    for (const int terms : {1000, 2000}) {
+        const HostPtr host = makeHost({{"x", {2.0}}});
+        const auto marker = boost::make_shared<Marker>();
+        NodeMaker& maker = *host->getNodeMaker();
+        EvalNodePtr s = maker.makeVarNode("x"), sum = maker.makeZeroNode();
+        for (int i = 0; i < terms; ++i) {
+            s = maker.makeOpNode(PLUS, maker.makeOpNode(TIMES, maker.makeConstNode(0.5), s), maker.makeUnitNode());
+            sum = maker.makeOpNode(PLUS, sum, maker.makeOpNode(marker, s));
+        }
+        EvalTreeSet set({boost::make_shared<EvalTree>(sum), boost::make_shared<EvalTree>(s)});
+        std::vector<ValRepPtr> values;
+
+        set.eval(host, makeCache(), EvalValues, values);
+
+        EXPECT_EQ(values[0]->getDouble(), 2.0 * terms);
+        EXPECT_EQ(values[1]->getDouble(), 2.0);
+        EXPECT_EQ(marker->calls, terms);
+        EXPECT_EQ(set.getOperationCount(), 4u * static_cast<unsigned>(terms) - 1) << "two of the chain, a call and a sum each";
+    }
+}
+
+TEST(LargeGraph, CallsInAnEvaluationThatWasDoneBeforeAllocateNothing)
+{
+    const HostPtr host = makeHost({{"x", {0.5, 0.75}}});
+    host->operators["op"] = 1;
+    NodeMaker& maker = *host->getNodeMaker();
+    const EvalNodePtr x = maker.makeVarNode("x"), m = maker.makeOpNode(boost::make_shared<Marker>(), x);
+    const EvalNodePtr sum = maker.makeOpNode(boost::make_shared<Sum3>(), {m, x, m});
+    const EvalNodePtr root = maker.makeOpNode(PLUS, maker.makeOpNode(SIN, sum), m);
+    const ValRepCachePtr cache = makeCache(boost::make_shared<SerialArrayAllocator>(8, 0));
+    const auto pass = [&] {
+        cache->reset();
+        return root->eval(host, cache, EvalValues)->getDoubleIterator(0)[1];
+    };
+    const double value = pass();
+    pass();
+
+    const long before = allocationCount();
+    EXPECT_EQ(pass(), value);
+    EXPECT_EQ(allocationCount(), before);
+}
+
+TEST(LargeGraph, NestedCallsSurviveEveryAllocationFailure)
+{
+    const HostPtr host = makeHost({{"x", {0.5, 0.75}}});
+    const auto marker = boost::make_shared<Marker>();
+    NodeMaker& maker = *host->getNodeMaker();
+    double value = 0.0;
+
+    failEveryAllocation(
+        [&] {
+            const EvalNodePtr x = maker.makeVarNode("x"), m = maker.makeOpNode(marker, maker.makeOpNode(marker, x));
+            const EvalNodePtr root = maker.makeOpNode(PLUS, maker.makeOpNode(TIMES, m, m), m);
+            for (int i = 0; i < 2; ++i)
+                value = root->eval(host, makeCache(), EvalValues)->getDoubleIterator(0)[1];
+        },
+        [&](const FaultRun& run) {
+            EXPECT_EQ(run.badAlloc, run.faulted) << run.n << ' ' << run.id;
+            if (!run.faulted) {
+                EXPECT_EQ(value, 0.75 * 0.75 + 0.75);
+            }
         });
 }
 

@@ -89,6 +89,32 @@ TEST(FormulaRun, StopsAllThreadsWhenItIsCancelled)
     EXPECT_LE(calls, 10 + 2); // each other thread may have a block at work
 }
 
+TEST(FormulaRun, StopsWithinABlock)
+{
+    int later = 0;
+    qxutil::RunInfo info;
+    qx::Formulas f({"x"});
+    const auto copy = [](qx::Arguments<double> args, std::span<double> values) {
+        std::copy(args[0].begin(), args[0].end(), values.begin());
+    };
+    f.function("stop", {.parameters = {"t"}, .real = [&](qx::Arguments<double> args, std::span<double> values) {
+                            info.cancel();
+                            copy(args, values);
+                        }});
+    f.function("later", {.parameters = {"t"}, .real = [&](qx::Arguments<double> args, std::span<double> values) {
+                             ++later;
+                             copy(args, values);
+                         }});
+    const qx::Formula formula = f.add("later(stop(x)+1)");
+    const qx::Program program = f.compile();
+    double out = 0;
+    qx::Points p(1);
+    p.set("x", 1.0);
+
+    EXPECT_THROW(program.evaluate(p, formula, std::span(&out, 1), {.run = &info}), qxbase::CancelException);
+    EXPECT_EQ(later, 0);
+}
+
 TEST(FormulaRun, LooksAtACancelledRunBeforeItBegins)
 {
     qxutil::RunInfo info;

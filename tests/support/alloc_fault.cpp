@@ -2,7 +2,9 @@
 #include "support/alloc_fault.hpp"
 #include "support/guard_pages.hpp"
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <optional>
@@ -14,6 +16,21 @@ std::atomic<long> live{0};
 std::atomic<long> remaining{0}; // allocations until the fault; 0: none planned
 std::atomic<bool> sticky{false};
 std::atomic<bool> failed{false};
+
+#if defined(__has_feature)
+#define QX_HAS_FEATURE(f) __has_feature(f)
+#else
+#define QX_HAS_FEATURE(f) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || QX_HAS_FEATURE(address_sanitizer) || \
+    QX_HAS_FEATURE(thread_sanitizer)
+constexpr bool countsMalloc = false;
+#else
+#define QX_COUNTS_MALLOC
+constexpr bool countsMalloc = true;
+#endif
+
+void count() { allocations.fetch_add(1, std::memory_order_relaxed); }
 
 bool isDue()
 {
@@ -27,12 +44,14 @@ bool isDue()
 
 void* take(std::size_t size, std::size_t alignment)
 {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (isDue())
+    const bool fails = isDue();
+    void* block = fails ? nullptr : qxtest::takeGuarded(std::max<std::size_t>(size, 1));
+    if (fails || block || !countsMalloc)
+        count();
+    if (fails)
         return nullptr;
     if (size == 0)
         size = 1;
-    void* block = qxtest::takeGuarded(size);
     if (!block)
         block = alignment > alignof(std::max_align_t)
                       ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
@@ -61,6 +80,29 @@ void give(void* block) noexcept
 }
 
 } // namespace
+
+#ifdef QX_COUNTS_MALLOC
+// The C library's own names for what the program replaces here; its free knows these blocks.
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+void* __libc_memalign(std::size_t, std::size_t);
+
+// clang-format off
+void* malloc(std::size_t n) noexcept { return count(), __libc_malloc(n); }
+void* calloc(std::size_t n, std::size_t size) noexcept { return count(), __libc_calloc(n, size); }
+void* realloc(void* p, std::size_t n) noexcept { return count(), __libc_realloc(p, n); }
+void* memalign(std::size_t a, std::size_t n) noexcept { return count(), __libc_memalign(a, n); }
+void* aligned_alloc(std::size_t a, std::size_t n) noexcept { return count(), __libc_memalign(a, n); }
+int posix_memalign(void** out, std::size_t a, std::size_t n) noexcept
+{
+    void* const block = memalign(a, n);
+    return block ? (*out = block, 0) : ENOMEM;
+}
+// clang-format on
+}
+#endif
 
 // The sanitizers' malloc ends the process at impossible sizes unless told to fail as the system's does.
 extern "C" const char* __asan_default_options();

@@ -9,10 +9,11 @@
 
 /// Allocation failures on request, and counts of allocations: the test programs replace the global operator new.
 ///
-/// Counts and faults cover every thread and every form of operator new. malloc called directly is not seen.
+/// Counts and faults cover every thread and every form of operator new. Counts also cover malloc and its relatives called
+/// directly, by C libraries too, where no sanitizer has them replaced already.
 namespace qxtest {
 
-/// Calls of operator new in this process so far. Two readings around a piece of work tell how often it allocated.
+/// Allocations in this process so far. Two readings around a piece of work tell how often it allocated.
 long allocationCount();
 /// Blocks from operator new that have not been deleted. Equal before and after a piece of work: nothing leaked.
 long liveAllocations();
