@@ -187,7 +187,7 @@ public:
     /// Symmetric or Hermitian if both are, else Unsymmetric. Put the operand with more entries first: its columns are
     /// copied as blocks. Work: one 4- or 8-byte marker a row and thread.
     template <class U, class V, class W>
-    void llsp_add(const U& alpha, const llsparse<V>& A, const llsparse<W>& B);
+    void llsp_add(const U& alpha, const llsparse<V>& A, const llsparse<W>& B, const qxutil::RunInfo* run = nullptr);
     /// this = alpha B + this, B's entries first. Inside the old arrays when the result fits nzmax (nzmax stays), else in
     /// new ones. B must not be this store.
     template <class U, class V>
@@ -207,7 +207,7 @@ public:
     template <class U>
     void llsp_inplaceMulRightPrivate(const llsparse<U>& B);
     /// this = S^T, or S^H for ConjTrans; columns ascend. Keeps A's form without FormDiag: an unsorted A gives FormNone.
-    void llsp_transp(const llsparse& A, Trans_t trans);
+    void llsp_transp(const llsparse& A, Trans_t trans, const qxutil::RunInfo* run = nullptr);
 
     /// In place: values times alpha; stored columns (rows) times, or divided by, the elements of d. On a RowStored store
     /// rows and columns exchange roles. A symmetric store is scaled as it stands: it no longer represents D A.
@@ -334,7 +334,7 @@ private:
     // A transposed product in two steps: the product in the order of first touch, and its transposition, which sorts.
     template <class U, class V>
     void llsp_multPrivateSetup(const llsparse<U>& A, const llsparse<V>& B, const qxutil::RunInfo* run);
-    void llsp_multPrivateWork(const llsparse& product, Trans_t trans);
+    void llsp_multPrivateWork(const llsparse& product, Trans_t trans, const qxutil::RunInfo* run = nullptr);
 
     struct TwoPass;
     template <class Setup>

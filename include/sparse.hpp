@@ -239,8 +239,8 @@ private:
 
 // --- Sums, products, selections: see llsparse for orders, forms and work memory -----------------------------------
 
-/// alpha A + B
-QX_API Sparse add(const Sparse& A, std::complex<double> alpha, const Sparse& B);
+/// alpha A + B. A cancelled run raises qxbase::CancelException.
+QX_API Sparse add(const Sparse& A, std::complex<double> alpha, const Sparse& B, const qxutil::RunInfo* run = nullptr);
 QX_API Sparse operator+(const Sparse& A, const Sparse& B);
 QX_API Sparse operator-(const Sparse& A, const Sparse& B);
 /// Shares the store.
@@ -254,8 +254,9 @@ QX_API Sparse mul(const Sparse& A, const Sparse& B, Trans_t trans, const qxutil:
 /// op(A) x; complex if A or x is.
 QX_API Matrix<1> operator*(const Sparse& A, const Matrix<1>& x);
 QX_API Matrix<1> AMulx(const Sparse& A, const Matrix<1>& x, Trans_t trans);
-/// The transpose of the store; NoTrans shares it. A real matrix takes ConjTrans as Trans.
-QX_API Sparse transpose(const Sparse& A, Trans_t trans);
+/// The transpose of the store; NoTrans shares it. A real matrix takes ConjTrans as Trans. A cancelled run raises
+/// qxbase::CancelException.
+QX_API Sparse transpose(const Sparse& A, Trans_t trans, const qxutil::RunInfo* run = nullptr);
 /// [A, B] and [A; B]. Unless force is set the other dimension must agree; with it the larger one counts.
 QX_API Sparse hcat(const Sparse& A, const Sparse& B, bool force);
 QX_API Sparse vcat(const Sparse& A, const Sparse& B, bool force);

@@ -134,10 +134,10 @@ void llsparse<T>::llsp_addPrivateWork(const U& alpha, const llsparse<V>& A, cons
 
 template <class T>
 template <class U, class V, class W>
-void llsparse<T>::llsp_add(const U& alpha, const llsparse<V>& A, const llsparse<W>& B)
+void llsparse<T>::llsp_add(const U& alpha, const llsparse<V>& A, const llsparse<W>& B, const qxutil::RunInfo* run)
 {
     checkMixture(A.symm, B.symm);
-    build(TwoPass(A.m, A.n, symmetryOfSum(A.symm, B.symm), A.colPtr, A.nnz() + B.nnz()),
+    build(TwoPass(A.m, A.n, symmetryOfSum(A.symm, B.symm), A.colPtr, A.nnz() + B.nnz(), run),
           [&](auto... pass) { llsp_addPrivateSetup(A, B, pass...); },
           [&](auto... pass) { llsp_addPrivateWork(alpha, A, B, pass...); });
 }
@@ -153,7 +153,7 @@ void llsparse<T>::llsp_inplaceAdd(const U& alpha, const llsparse<V>& B)
 }
 
 #define QX_INSTANTIATE(T, U, V, W)                                                                                    \
-    template void llsparse<T>::llsp_add(const U&, const llsparse<V>&, const llsparse<W>&);
+    template void llsparse<T>::llsp_add(const U&, const llsparse<V>&, const llsparse<W>&, const qxutil::RunInfo*);
 QX_FOR_EACH_ADD(QX_INSTANTIATE)
 #undef QX_INSTANTIATE
 #define QX_INSTANTIATE(T, U, V) template void llsparse<T>::llsp_inplaceAdd(const U&, const llsparse<V>&);

@@ -12,15 +12,15 @@ using SparseList = std::vector<boost::shared_ptr<Sparse>>;
 namespace {
 
 /// alpha A + B of checked operands, the real scalar where alpha is real.
-Sparse combination(std::complex<double> alpha, const Sparse& A, const Sparse& B)
+Sparse combination(std::complex<double> alpha, const Sparse& A, const Sparse& B, const qxutil::RunInfo* run = nullptr)
 {
     return visitStore(A, [&](const auto& a) {
         return visitStore(B, [&](const auto& b) {
             using Both = Common<ElementOf<std::remove_reference_t<decltype(a)>>,
                                 ElementOf<std::remove_reference_t<decltype(b)>>>;
             if (alpha.imag() == 0.0)
-                return makeSparse<Both>([&](auto& s) { s.llsp_add(alpha.real(), a, b); });
-            return makeSparse<cplx>([&](auto& s) { s.llsp_add(alpha, a, b); });
+                return makeSparse<Both>([&](auto& s) { s.llsp_add(alpha.real(), a, b, run); });
+            return makeSparse<cplx>([&](auto& s) { s.llsp_add(alpha, a, b, run); });
         });
     });
 }
@@ -317,11 +317,11 @@ void Sparse::vcatPrivate(const SparseList& list, unsigned long n)
 
 // --- Free functions -----------------------------------------------------------------------------------------------
 
-Sparse add(const Sparse& A, std::complex<double> alpha, const Sparse& B)
+Sparse add(const Sparse& A, std::complex<double> alpha, const Sparse& B, const qxutil::RunInfo* run)
 {
     return guarded([&] {
         checkSum(A, B);
-        return combination(alpha, A, B);
+        return combination(alpha, A, B, run);
     });
 }
 
@@ -367,14 +367,14 @@ Sparse mul(const Sparse& A, const Sparse& B, Trans_t trans, const qxutil::RunInf
     });
 }
 
-Sparse transpose(const Sparse& A, Trans_t trans)
+Sparse transpose(const Sparse& A, Trans_t trans, const qxutil::RunInfo* run)
 {
     if (trans == NoTrans)
         return A;
     return guarded([&] {
         return visitStore(A, [&](const auto& a) {
             using T = ElementOf<std::remove_reference_t<decltype(a)>>;
-            return makeSparse<T>([&](auto& s) { s.llsp_transp(a, A.isReal() ? Trans : trans); });
+            return makeSparse<T>([&](auto& s) { s.llsp_transp(a, A.isReal() ? Trans : trans, run); });
         });
     });
 }

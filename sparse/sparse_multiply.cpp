@@ -91,9 +91,9 @@ void llsparse<T>::llsp_multPrivateSetup(const llsparse<U>& A, const llsparse<V>&
 }
 
 template <class T>
-void llsparse<T>::llsp_multPrivateWork(const llsparse& product, Trans_t trans)
+void llsparse<T>::llsp_multPrivateWork(const llsparse& product, Trans_t trans, const qxutil::RunInfo* run)
 {
-    llsp_transp(product, trans);
+    llsp_transp(product, trans, run);
     form = FormSorted;
 }
 
@@ -105,9 +105,7 @@ void llsparse<T>::llsp_multPrivate(const llsparse<U>& A, const llsparse<V>& B, T
 {
     llsparse product;
     product.llsp_multPrivateSetup(A, B, run);
-    if (run)
-        run->throwIfCancelled("sparse", __LINE__);
-    llsp_multPrivateWork(product, trans);
+    llsp_multPrivateWork(product, trans, run);
 }
 
 template <class T>

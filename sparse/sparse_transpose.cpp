@@ -2,6 +2,7 @@
 // Transposition and concatenation.
 
 #include "llsparse_detail.hpp"
+#include "qxrun.hpp"
 #include "team.hpp"
 
 #include <algorithm>
@@ -22,12 +23,26 @@ void scatterTransposed(const llsparse<T>& A, Slice s, unsigned long* next, unsig
         }
 }
 
+/// f(slice) for a slice in pieces of some thousand columns, with a look at the run before each; at once without one.
+template <class F>
+void forEachPiece(Slice all, const qxutil::RunInfo* run, const F& f)
+{
+    constexpr unsigned long piece = 4096;
+    for (unsigned long from = all.from; from < all.to;) {
+        if (run)
+            run->throwIfCancelled("sparse", __LINE__);
+        const unsigned long to = run ? std::min(all.to, from + piece) : all.to;
+        f(Slice{from, to});
+        from = to;
+    }
+}
+
 } // namespace
 
 /// Each share counts the rows of its slice of A's columns; running over rows first and shares second turns the counts
 /// into cursors. Slices ascend, so the rows of every result column do.
 template <class T>
-void llsparse<T>::llsp_transp(const llsparse& A, Trans_t trans)
+void llsparse<T>::llsp_transp(const llsparse& A, Trans_t trans, const qxutil::RunInfo* run)
 {
     llsparse result;
     result.m = A.n;
@@ -46,9 +61,10 @@ void llsparse<T>::llsp_transp(const llsparse& A, Trans_t trans)
     team.run([&](int share) {
         unsigned long* count = cursors.get() + A.m * static_cast<unsigned long>(share);
         std::fill_n(count, A.m, 0UL);
-        const Slice s = team.weighted(A.n, A.colPtr, share);
-        for (unsigned long p = A.colPtr[s.from]; p < A.colPtr[s.to]; ++p)
-            ++count[A.row[p]];
+        forEachPiece(team.weighted(A.n, A.colPtr, share), run, [&](Slice s) {
+            for (unsigned long p = A.colPtr[s.from]; p < A.colPtr[s.to]; ++p)
+                ++count[A.row[p]];
+        });
     });
     unsigned long position = 0;
     for (unsigned long i = 0; i < A.m; ++i) {
@@ -62,11 +78,12 @@ void llsparse<T>::llsp_transp(const llsparse& A, Trans_t trans)
     }
     team.run([&](int share) {
         unsigned long* next = cursors.get() + A.m * static_cast<unsigned long>(share);
-        const Slice s = team.weighted(A.n, A.colPtr, share);
-        if (trans == ConjTrans)
-            scatterTransposed<true>(A, s, next, result.row, result.val);
-        else
-            scatterTransposed<false>(A, s, next, result.row, result.val);
+        forEachPiece(team.weighted(A.n, A.colPtr, share), run, [&](Slice s) {
+            if (trans == ConjTrans)
+                scatterTransposed<true>(A, s, next, result.row, result.val);
+            else
+                scatterTransposed<false>(A, s, next, result.row, result.val);
+        });
     });
     adopt(result, false);
 }
@@ -126,7 +143,7 @@ void llsparse<T>::llsp_vcatPrivate(const llsparse<U>& A, const llsparse<V>& B)
     adopt(result, false);
 }
 
-#define QX_INSTANTIATE(T) template void llsparse<T>::llsp_transp(const llsparse&, Trans_t);
+#define QX_INSTANTIATE(T) template void llsparse<T>::llsp_transp(const llsparse&, Trans_t, const qxutil::RunInfo*);
 QX_FOR_EACH_STORE(QX_INSTANTIATE)
 #undef QX_INSTANTIATE
 #define QX_INSTANTIATE(T, U, V)                                                                                       \

@@ -583,7 +583,7 @@ TEST(SparseAlgebra, AColumnEqualToTwoNeighbouringColumnsStrungTogetherIsNoEqualC
 
 // --- Cancel -------------------------------------------------------------------------------------------------------
 
-TEST(SparseCancel, ProductsAndAssemblyHeedTheRunThatTheyAreGiven)
+TEST(SparseCancel, ProductsSumsTransposesAndAssemblyHeedTheRunThatTheyAreGiven)
 {
     qxutil::RunInfo run;
     const Sparse A = randomSparse(120, 120, 11000, true, Unsymmetric, 1), B = randomSparse(120, 120, 11000, false, Unsymmetric, 2);
@@ -607,6 +607,9 @@ TEST(SparseCancel, ProductsAndAssemblyHeedTheRunThatTheyAreGiven)
         run.cancel(false);
         for (Trans_t trans : allTrans)
             EXPECT_TRUE(sameBits(mul(A, B, trans, &run), mul(A, B, trans))); // pieces change nothing
+        EXPECT_TRUE(sameBits(add(A, 2.0, B, &run), add(A, 2.0, B)));
+        for (Trans_t trans : {Trans, ConjTrans})
+            EXPECT_TRUE(sameBits(transpose(B, trans, &run), transpose(B, trans)));
         Sparse watched, plain;
         assemble(watched, &run);
         assemble(plain, nullptr);
@@ -615,6 +618,10 @@ TEST(SparseCancel, ProductsAndAssemblyHeedTheRunThatTheyAreGiven)
         run.cancel();
         for (Trans_t trans : allTrans)
             EXPECT_TRUE(cancelled([&] { mul(A, B, trans, &run); }));
+        EXPECT_TRUE(cancelled([&] { add(A, 2.0, B, &run); }));
+        EXPECT_TRUE(cancelled([&] { add(A, cplx(0.0, 1.0), A, &run); }));
+        for (Trans_t trans : {Trans, ConjTrans})
+            EXPECT_TRUE(cancelled([&] { transpose(A, trans, &run); }));
         const Sparse before = watched;
         EXPECT_TRUE(cancelled([&] { assemble(watched, &run); }));
         EXPECT_EQ(watched.getptrD(), before.getptrD());
