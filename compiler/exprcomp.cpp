@@ -179,12 +179,10 @@ void ExprComp::parse(const std::vector<std::string>& definitions, const std::vec
 
 // Compiling ----------------------------------------------------------------------------------------------------------
 
-boost::shared_ptr<ExprComp::ClassFile> ExprComp::compileToClass(const std::string& className,
-                                                                const std::string& methodName, bool withMain)
+void ExprComp::runPasses()
 {
     requireOpen();
     compiled = true;
-    const qxcompiler::Timed timed(stopwatch["compile"]);
     const auto pass = [this](const char* name, void (ExprComp::*work)()) {
         const qxcompiler::Timed timedPass(stopwatch[name]);
         (this->*work)();
@@ -196,7 +194,19 @@ boost::shared_ptr<ExprComp::ClassFile> ExprComp::compileToClass(const std::strin
     pass("allocateRegs", &ExprComp::allocateRegs);
     pass("optimizeStack", &ExprComp::optimizeStack);
     pass("createEval", &ExprComp::createEval);
+}
 
+void ExprComp::compile()
+{
+    const qxcompiler::Timed timed(stopwatch["compile"]);
+    runPasses();
+}
+
+boost::shared_ptr<ExprComp::ClassFile> ExprComp::compileToClass(const std::string& className,
+                                                                const std::string& methodName, bool withMain)
+{
+    const qxcompiler::Timed timed(stopwatch["compile"]);
+    runPasses();
     const qxcompiler::Timed timedCode(stopwatch["createWork"]);
     return createClass(className, methodName, withMain);
 }

@@ -13,6 +13,8 @@
 #include "stackroom_detail.hpp"
 #include "varevaluator.hpp"
 
+#include <limits>
+
 namespace {
 
 [[noreturn]] void refuse(const std::string& what)
@@ -39,19 +41,50 @@ int addConstant(double value, ExprComp& comp, int& nextId)
     return id;
 }
 
+/// What stands for the id of a name that could not be defined.
+constexpr int kUndefined = std::numeric_limits<int>::min();
+
+/// Gives a name an id for the length of its definition, for names that need themselves, and takes it back unless the
+/// definition was completed: without one it would pass for an input.
+class NewName
+{
+public:
+    NewName(DefIds& names, const std::string& name, int id) : names_(names), name_(name)
+    {
+        names_.insert(name, kUndefined);
+        set(id);
+    }
+    ~NewName()
+    {
+        if (!complete_)
+            set(kUndefined);
+    }
+    NewName(const NewName&) = delete;
+    NewName& operator=(const NewName&) = delete;
+    void complete() { complete_ = true; }
+
+private:
+    void set(int id) { names_.at(names_.lookup(name_).slot) = id; }
+
+    DefIds& names_;
+    const std::string& name_;
+    bool complete_ = false;
+};
+
 /// A name: known, or new and tied to its expression if it has one.
 template <class Expression>
 int defineName(const std::string& name, ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& evaluator,
                Expression&& expression)
 {
-    if (const QxHashLookup hit = names.lookup(name))
+    if (const QxHashLookup hit = names.lookup(name); hit && names.at(hit.slot) != kUndefined)
         return names.at(hit.slot);
     qxeval::requireStack();
     const int id = nextId++;
-    names.insert(name, id);
+    NewName entry(names, name, id);
     comp.setName(id, name);
     if (const EvalNodePtr root = expression())
         comp.addDef(id, ExprComp::Identity, root->createDefs(comp, names, nextId, evaluator));
+    entry.complete();
     return id;
 }
 
@@ -171,6 +204,8 @@ int VarDiffNode::createDefs(ExprComp& comp, DefIds& names, int& nextId, const Va
 
 int DiffNode::createDefs(ExprComp& comp, DefIds& names, int& nextId, const VarEvaluatorPtr& evaluator) const
 {
+    if (!expr_->getVarName().empty()) // the derivative of a variable has this very name
+        return resolve(evaluator)->createDefs(comp, names, nextId, evaluator);
     constexpr double longestText = 1000; // in operations; a number stands for a longer expression
     const std::string name = printedSize(*expr_) <= longestText
                                  ? qxeval::nodeText(*this)

@@ -134,6 +134,8 @@ public:
     /// The same into a file. The class is complete before the file is opened. Raises "Cannot_create_native_file" with the
     /// file name when it cannot be opened or written; a regular file that was begun is removed then.
     void compile(const std::string& className, const std::string& methodName, const std::string& fileName, bool withMain);
+    /// The passes alone, for eval: no class is written, so that the limits of one do not count. The other refusals are the same.
+    void compile();
     /// parse and compile on an object of their own.
     static void compile(const std::string& className, const std::string& methodName, std::vector<unsigned char>& out,
                         const std::vector<std::string>& definitions, const std::vector<std::string>& inputNames,
@@ -165,7 +167,8 @@ protected:
     /// Where the value of a register is while code is generated.
     enum class RegMode : unsigned char { Free = 0, Local = 1, Spilled = 2 };
 
-    // The passes, in their order; each relies on the results of those before it.
+    // The passes, in their order; each relies on the results of those before it. runPasses: all of them.
+    void runPasses();
     void crossRef();        ///< ids to list positions; every output a definition of its own
     void topoSort();        ///< order and lifeRange of what the outputs reach
     void eliminateCommon(); ///< folding, rewriting, one definition for equal ones

@@ -48,6 +48,35 @@ TEST(ExprCompEval, ElementaryFunctionsHaveTheBitsOfQxmath)
         EXPECT_EQ(y1(name, 0.7), 1 / f(0.7)) << name;
 }
 
+TEST(ExprCompEval, TakesListsThatNoClassCanHold)
+{
+    // x + 1.5 + 2.5 + ... with more constants than a class has room for
+    constexpr int terms = 70000;
+    const auto fill = [](ExprComp& comp) {
+        comp.addInput(0);
+        int sum = 0, next = 1;
+        for (int i = 1; i <= terms; ++i) {
+            comp.addDef(next, i + 0.5);
+            comp.addDef(next + 1, ExprComp::Plus, sum, next);
+            sum = next + 1;
+            next += 2;
+        }
+        comp.addOutput(sum);
+    };
+    ExprComp native, written;
+    fill(native);
+    fill(written);
+    std::vector<unsigned char> bytes;
+    std::vector<double> out;
+
+    native.compile();
+    native.eval({0.25}, out);
+
+    EXPECT_EQ(out, std::vector<double>{0.25 + 0.5 * terms + 0.5 * terms * (terms + 1.0)});
+    EXPECT_EQ(idOf([&] { written.compile("T", "f", bytes, false); }), "Compilation failed: Too many different constants.");
+    EXPECT_EQ(idOf([&] { native.compile(); }), "QUORIX_assertion_failure") << "one object compiles once";
+}
+
 TEST(ExprCompEval, ArithmeticIsUnchecked)
 {
     EXPECT_EQ(y2("/", 1, 0), inf);

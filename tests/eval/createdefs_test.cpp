@@ -9,6 +9,7 @@
 #include "exprcomp.hpp"
 #include "funfactory.hpp"
 #include "qxmathfun.hpp"
+#include "support/alloc_fault.hpp"
 #include "support/deep_stack.hpp"
 
 #include <cmath>
@@ -334,6 +335,79 @@ TEST(CreateDefs, NodesThatWereDifferentiatedAreFedAndDifferentiatedAgain)
     const double s = std::sin(1.0), c = std::cos(1.0);
     EXPECT_DOUBLE_EQ(values[0], s * s / 1.25);
     EXPECT_DOUBLE_EQ(values[1], 4 * s * c / 1.25 - s * s / (1.25 * 1.25));
+}
+
+TEST(CreateDefs, ADerivativeOfADefinedNameIsThatOfItsDefinition)
+{
+    const HostPtr host = makeHost();
+    host->definitions["u"] = "x^2";
+
+    EXPECT_EQ(compiledValue("d(u,x)", host, 0.5, 0), 1.0);
+    EXPECT_EQ(compiledValue("d(u,x)*u+d(x,x)+d(y,x)", host, 0.5, 0), 1.25);
+}
+
+TEST(CreateDefs, GiveTheSameValuesAfterAnyFailedAllocation)
+{
+    // u = x^2, v = u sin(u) + (x > u), d(v,x) = (sin u + u cos u) 2x, at x = 0.5
+    const double u = 0.25, v = u * std::sin(u) + 1.0, slope = (std::sin(u) + u * std::cos(u)) * 2 * 0.5;
+    std::vector<double> values;
+
+    const long runs = failEveryAllocation(
+        [&] {
+            values.clear();
+            const HostPtr host = makeHost();
+            host->definitions = {{"u", "x^2"}, {"v", "u*sin(u)+(x>u)"}};
+            Compiler comp;
+            const int value = comp.feed("v+0*y", host), derivative = comp.feed("d(v,x)", host);
+            values = comp.values({{"x", 0.5}}, {value, derivative});
+        },
+        [&](const FaultRun& run) {
+            EXPECT_EQ(run.id, "") << run.n;
+            EXPECT_TRUE(run.badAlloc || run.faulted || !values.empty()) << run.n;
+            EXPECT_LE(run.leaked, 1) << run.n << ": at most the values that are kept";
+            if (!run.badAlloc) { // it could do without the memory
+                ASSERT_EQ(values.size(), 2u) << run.n;
+                EXPECT_DOUBLE_EQ(values[0], v) << run.n;
+                EXPECT_DOUBLE_EQ(values[1], slope) << run.n;
+            }
+        });
+
+    EXPECT_GT(runs, 100);
+}
+
+TEST(CreateDefs, CanBeRepeatedInTheSameCompilerAfterAnyFailedAllocation)
+{
+    for (long n = 1;; ++n) {
+        const HostPtr host = makeHost();
+        host->definitions = {{"u", "x^2"}, {"v", "u*sin(u)+d(u,x)"}};
+        const EvalNodePtr root = treeOf("v*u")->getRoot(host);
+        Compiler comp;
+        bool faulted = false;
+        {
+            const AllocFault fault(n);
+            try {
+                comp.feed(root, host);
+            } catch (const std::bad_alloc&) {
+            }
+            faulted = fault.happened();
+        }
+
+        const int id = comp.feed(root, host);
+
+        EXPECT_DOUBLE_EQ(comp.values({{"x", 0.5}}, {id})[0], (0.25 * std::sin(0.25) + 1.0) * 0.25) << n;
+        if (!faulted)
+            break;
+    }
+}
+
+TEST(CreateDefs, OfADefinitionThatHasNoFormAreRefusedEachTime)
+{
+    const HostPtr host = makeHost();
+    host->definitions["a"] = "besselj(0,x)+1";
+    Compiler comp;
+
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(raisedId([&] { comp.feed("a*2", host); }), "Cannot create definitions from besselj") << i;
 }
 
 TEST(CreateDefs, ChainOfAMillionOperationsTakesNoMachineStack)
