@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 #include "stagedprogram_detail.hpp"
 
 #include "borrowedvalues_detail.hpp"
