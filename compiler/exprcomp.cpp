@@ -42,6 +42,7 @@ double numberAtStart(const char* text)
 std::string qxcompiler::constantText(double value)
 {
     std::ostringstream text;
+    text.exceptions(std::ios_base::badbit); // a failed allocation is raised, not a text that ends early
     text.imbue(std::locale::classic());
     text << std::setprecision(20) << value;
     return text.str();

@@ -483,6 +483,7 @@ std::string ValRep::toString() const
     if (zero_)
         return "0";
     std::ostringstream out;
+    out.exceptions(std::ios_base::badbit); // a failed allocation is raised, not a text that ends early
     out.imbue(std::locale::classic());
     Ops::withBlocks(*this, [&](const auto& blocks) {
         const char* blockSeparator = "";

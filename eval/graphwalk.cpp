@@ -44,6 +44,7 @@ std::size_t countOperations(const EvalNode& root, std::size_t most)
 std::string nodeText(const EvalNode& node)
 {
     std::ostringstream text;
+    text.exceptions(std::ios_base::badbit); // a failed allocation is raised, not a text that ends early
     text.imbue(std::locale::classic());
     node.ostreamOperator(text);
     return text.str();

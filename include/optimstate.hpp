@@ -8,6 +8,7 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <initializer_list>
 #include <string>
 
 namespace qxutil {
@@ -110,7 +111,7 @@ public:
     void closePrintFile();
 
     /// Checks and completes the properties of one class of problem, then refuses those that are not of it
-    /// ("Unknown_property"). checkNP and checkQP take the common ones as well.
+    /// ("Unknown_property"): the list is then as it was. checkNP and checkQP take the common ones as well.
     static void checkCommon(qxbase::Prop& prop);
     static void checkNP(qxbase::Prop& prop);
     static void checkQP(qxbase::Prop& prop);
@@ -135,7 +136,7 @@ private:
     void requireLib() const;
     template <class T>
     void replace(Array<T, 1>& workspace, int length, T fill) const;
-    static void checkGroup(qxbase::Prop& prop, qxoptim::Home group);
+    static void checkGroups(qxbase::Prop& prop, std::initializer_list<qxoptim::Home> groups);
     void sendGroup(const qxbase::Prop& prop, qxoptim::Home group);
     void sendOwn(const qxbase::Prop& prop, const std::string& property);
     template <class Entry, class... Value>

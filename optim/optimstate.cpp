@@ -277,32 +277,22 @@ bool isOf(const Option& option, Home group)
 
 } // namespace
 
-void OptimState::checkGroup(Prop& prop, Home group)
+void OptimState::checkGroups(Prop& prop, std::initializer_list<Home> groups)
 {
-    for (const Option& option : qxoptim::optionTable())
-        if (isOf(option, group))
-            prop.check(option.property);
+    Prop checked = prop; // all or nothing
+    for (const Home group : groups)
+        for (const Option& option : qxoptim::optionTable())
+            if (isOf(option, group))
+                checked.check(option.property);
+    checked.assertChecked();
+    prop = std::move(checked);
 }
 
-void OptimState::checkCommon(Prop& prop)
-{
-    checkGroup(prop, Home::Common);
-    prop.assertChecked();
-}
+void OptimState::checkCommon(Prop& prop) { checkGroups(prop, {Home::Common}); }
 
-void OptimState::checkNP(Prop& prop)
-{
-    checkGroup(prop, Home::Common);
-    checkGroup(prop, Home::Nonlinear);
-    prop.assertChecked();
-}
+void OptimState::checkNP(Prop& prop) { checkGroups(prop, {Home::Common, Home::Nonlinear}); }
 
-void OptimState::checkQP(Prop& prop)
-{
-    checkGroup(prop, Home::Common);
-    checkGroup(prop, Home::Quadratic);
-    prop.assertChecked();
-}
+void OptimState::checkQP(Prop& prop) { checkGroups(prop, {Home::Common, Home::Quadratic}); }
 
 bool OptimState::isIntOption(const std::string& name)
 {
