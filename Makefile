@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: LicenseRef-qxkernel
 # The words people type. Each installs what is missing first (tools/bootstrap says what it does).
-.PHONY: demo check bench docs install python distributed demo-distributed
+.PHONY: demo check bench docs evidence install python distributed demo-distributed
 
 demo:
 	tools/bootstrap demo
@@ -13,6 +13,10 @@ check:
 bench:
 	tools/bootstrap bench
 	tools/bench
+
+evidence:
+	tools/bootstrap evidence
+	tools/evidence
 
 docs:
 	tools/bootstrap docs

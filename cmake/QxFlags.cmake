@@ -38,6 +38,10 @@ if(QX_SANITIZE)
   endif()
 endif()
 if(QX_COVERAGE)
-  target_compile_options(qx_flags INTERFACE --coverage)
-  target_link_options(qx_flags INTERFACE --coverage)
+  # Of the conditions in the source; gcov counts the ways out of every call that may throw as branches.
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+    message(FATAL_ERROR "QX_COVERAGE needs clang")
+  endif()
+  set(qx_coverage -fprofile-instr-generate -fcoverage-mapping) # of the library alone: see qx_add_subsystem
+  target_link_options(qx_flags INTERFACE -fprofile-instr-generate)
 endif()

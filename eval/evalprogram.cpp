@@ -15,8 +15,7 @@
 #include <new>
 
 using Ops = ValRepOps;
-using qxkernels::kLikeY, qxkernels::kOutComplex, qxkernels::kXComplex, qxkernels::kXScalar, qxkernels::kYComplex,
-    qxkernels::kYScalar;
+using qxkernels::kLikeY, qxkernels::kOutComplex, qxkernels::kXComplex, qxkernels::kXScalar;
 
 namespace qxeval {
 
@@ -604,7 +603,8 @@ private:
             return ValRep::makeZero();
         if (operand.isScalar())
             return Ops::newScalarValue(operand.data, operand.isComplex(), isComplex);
-        ValRepPtr value = Ops::newArrayValue(shape_->getAllocator(), size_, operand.isComplex());
+        // An array among the operands has set the shape.
+        ValRepPtr value = Ops::newArrayValue(shape_->getAllocator(), size_, operand.isComplex()); // NOLINT(clang-analyzer-core.CallAndMessage)
         std::memcpy(Ops::firstBlock(*value), operand.data, (operand.isComplex() ? 2 : 1) * sizeof(double) * size_);
         Ops::markEvaluated(*value, isComplex);
         return value;

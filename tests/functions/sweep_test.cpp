@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Accuracy over many random points against ball arithmetic (Arb), whose results carry a proven bound. The points are as many
 // as QX_SWEEP_POINTS says for each function; then the worst of each is printed too.
 
