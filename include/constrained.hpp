@@ -35,6 +35,13 @@ class RunInfo;
 /// Threads: an object belongs to one thread at a time; no more than one factorisation at a time in a process.
 namespace qx {
 
+/// A x, transpose(A) x or conj(transpose(A)) x, on vectors of the standard library; a complex A and a real x do not go
+/// together. Raises from "constrained" and what AMulx raises. Cost: AMulx and two copies of vectors; in loops that
+/// care, use that.
+QX_API std::vector<double> multiply(const Sparse& A, std::span<const double> x, Trans_t trans = NoTrans);
+QX_API std::vector<std::complex<double>> multiply(const Sparse& A, std::span<const std::complex<double>> x,
+                                                  Trans_t trans = NoTrans);
+
 struct FactorOptions
 {
     bool transposed = false;          ///< solves with the transpose of the matrix (never conjugated)

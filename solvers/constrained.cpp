@@ -84,9 +84,18 @@ std::vector<T> vectorOf(const Matrix<1>& m)
 }
 
 template <class T>
+std::vector<T> product(const Sparse& A, std::span<const T> x, Trans_t trans)
+{
+    requireReal<T>("A", A);
+    const unsigned long size = trans == NoTrans ? A.getN() : A.getM();
+    requireCount("x", size, x.size());
+    return vectorOf<T>(AMulx(A, matrixOf(x), trans));
+}
+
+template <class T>
 std::vector<T> product(const Sparse& A, const std::vector<T>& x, Trans_t trans)
 {
-    return vectorOf<T>(AMulx(A, matrixOf<T>(x), trans));
+    return product(A, std::span<const T>(x), trans);
 }
 
 template <class T>
@@ -317,6 +326,16 @@ NullSpace nullSpace(const Sparse& N, const NullSpaceOptions& options)
                options.orthonormal ? NullFunOrthonormal : NullFunSparse, false);
         return s;
     });
+}
+
+std::vector<double> multiply(const Sparse& A, std::span<const double> x, Trans_t trans)
+{
+    return product(A, x, trans);
+}
+
+std::vector<cplx> multiply(const Sparse& A, std::span<const cplx> x, Trans_t trans)
+{
+    return product(A, x, trans);
 }
 
 Admissible<double> admissible(const Sparse& N, std::span<const double> g, const NullSpaceOptions& options)

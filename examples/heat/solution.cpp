@@ -17,33 +17,6 @@ namespace examples {
 namespace {
 
 template <class T>
-Matrix<1> toMatrix(const std::vector<T>& v)
-{
-    Matrix<1> m(v.size(), std::is_same_v<T, double>);
-    for (std::size_t i = 0; i < v.size(); ++i)
-        m.set(i, v[i]);
-    return m;
-}
-
-template <class T>
-std::vector<T> toVector(const Matrix<1>& m)
-{
-    std::vector<T> v(m.size());
-    for (std::size_t i = 0; i < v.size(); ++i)
-        if constexpr (std::is_same_v<T, double>)
-            v[i] = m[i].real();
-        else
-            v[i] = m[i];
-    return v;
-}
-
-template <class T>
-std::vector<T> product(const Sparse& A, const std::vector<T>& x, Trans_t trans)
-{
-    return toVector<T>(AMulx(A, toMatrix(x), trans));
-}
-
-template <class T>
 double norm(const std::vector<T>& v)
 {
     double sum = 0.0;
@@ -118,7 +91,7 @@ public:
         std::vector<T> F;
         if (assembly_.isLinear()) {
             F = atZero_;
-            add(F, 1.0, product(J_, u, NoTrans));
+            add(F, 1.0, qx::multiply(J_, u));
         } else if constexpr (std::is_same_v<T, double>) {
             assembly_.assemble(u, J_, F);
         }
@@ -172,7 +145,7 @@ Solution<T> solve(const NamedMesh& mesh, const HeatModel& model, const SolutionO
 
     phases.start("assembly");
     Residual<T> residual(assembly, nodes);
-    std::vector<T> r = product(null, residual.at(u), ConjTrans);
+    std::vector<T> r = qx::multiply(null, residual.at(u), ConjTrans);
 
     Solution<T> s;
     s.constraints = admissible.space.complement.getN();
@@ -189,7 +162,7 @@ Solution<T> solve(const NamedMesh& mesh, const HeatModel& model, const SolutionO
         const Sparse K = transpose(null, ConjTrans) * (residual.J() * null);
         s.entries = K.getNnz();
         phases.start("factorise, solve");
-        const std::vector<T> step = product(null, solveSparse(runInfo, K, r), NoTrans);
+        const std::vector<T> step = qx::multiply(null, solveSparse(runInfo, K, r));
 
         phases.start("assembly");
         double length = 1.0;
@@ -197,7 +170,7 @@ Solution<T> solve(const NamedMesh& mesh, const HeatModel& model, const SolutionO
         for (int halvings = 0; halvings < 12; ++halvings, length *= 0.5) {
             std::vector<T> trial = u;
             add(trial, -length, step);
-            r = product(null, residual.at(trial), ConjTrans);
+            r = qx::multiply(null, residual.at(trial), ConjTrans);
             reached = norm(r);
             if (reached < start * s.residual || assembly.isLinear()) {
                 u = std::move(trial);

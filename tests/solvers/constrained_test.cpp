@@ -59,6 +59,36 @@ void expectNear(const Reals& found, const Reals& wanted, double tolerance)
 
 } // namespace
 
+TEST(Multiply, TakesVectorsInEachDirection)
+{
+    const Sparse A = sparseOf({{1, 2, 3}, {0, 4, 0}}), C = sparseOf({{cplx(0, 1), 2}});
+
+    EXPECT_EQ(qx::multiply(A, Reals{1, 10, 100}), (Reals{321, 40}));
+    EXPECT_EQ(qx::multiply(A, Reals{1, 10}, Trans), (Reals{1, 42, 3}));
+    EXPECT_EQ(qx::multiply(A, Complexes{{0, 1}, 0, 1}), (Complexes{{3, 1}, 0}));
+    EXPECT_EQ(qx::multiply(C, Complexes{1}, ConjTrans), (Complexes{{0, -1}, 2}));
+    EXPECT_EQ(qx::multiply(sparseOf({{2.0}}), Reals{3}), Reals{6});
+}
+
+TEST(Multiply, RefusesWrongLengthsAndComplexMatricesForRealValues)
+{
+    const Sparse A = sparseOf({{1, 2, 3}, {0, 4, 0}});
+    for (const auto& [trans, wrong, expected] : {std::tuple(NoTrans, 2u, "3"), std::tuple(Trans, 3u, "2")})
+        try {
+            qx::multiply(A, Reals(wrong), trans);
+            ADD_FAILURE() << expected;
+        } catch (const qxbase::Exception& e) {
+            EXPECT_EQ(e.getId(), "Wrong_number_of_values");
+            EXPECT_EQ(argument(e, "Expected"), expected);
+        }
+    try {
+        qx::multiply(sparseOf({{cplx(0, 1)}}), Reals{1});
+        ADD_FAILURE();
+    } catch (const qxbase::Exception& e) {
+        EXPECT_EQ(e.getId(), "Complex_matrix_for_real_values");
+    }
+}
+
 TEST(Factor, SolvesForSeveralRightSides)
 {
     qx::Factor lu(sparseOf({{2, 1}, {1, 3}}));
