@@ -16,7 +16,7 @@ def eig(A, B=None, *, left=False, right=True, homogeneous=False):
     left, right   which vectors to return: u^H A = w u^H B and A v = w B v
     homogeneous   for a pencil: return (alpha, beta) with w = alpha / beta in place of w
 
-    Returns w (n) complex, infinite where beta is 0 (NaN for 0/0), then the wanted vectors as columns.
+    Returns w (n) complex, infinite where beta is 0 or the quotient too large (NaN for 0/0), then the wanted vectors as columns.
     Fails: qxkernel.Error with "Iteration_in_the_QR_algorithm_failed", "Iteration_in_the_QZ_algorithm_failed".
     """
     if B is None:
@@ -34,9 +34,13 @@ def eig(A, B=None, *, left=False, right=True, homogeneous=False):
 
 
 def _quotients(alpha, beta):
-    with np.errstate(divide="ignore", invalid="ignore"):
+    with np.errstate(divide="ignore", invalid="ignore", over="ignore"):
         finite = beta != 0
-        return np.where(finite, alpha / np.where(finite, beta, 1), np.where(alpha != 0, np.inf, np.nan))
+        divisor = np.where(finite, beta, 1)
+        w = alpha / divisor
+        if not np.iscomplexobj(beta):  # one that overflows keeps its direction
+            w.real, w.imag = alpha.real / divisor, alpha.imag / divisor
+        return np.where(finite, w, np.where(alpha != 0, np.inf, np.nan))
 
 
 def gmres(A, b, x0=None, *, tol=1e-8, restart=50, max_iterations=1000):

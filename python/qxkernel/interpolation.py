@@ -36,7 +36,7 @@ class Table:
             outside, number = "value", float(outside)
         if outside not in _EXTENSIONS[method]:
             raise ValueError(f"outside a {method} table: {', '.join(_EXTENSIONS[method])} or a number, not {outside!r}")
-        axes = points if isinstance(points, (tuple, list)) and np.ndim(points[0]) == 1 else (points,)
+        axes = points if isinstance(points, (tuple, list)) and points and np.ndim(points[0]) == 1 else (points,)
         axes = tuple(np.ascontiguousarray(_numbers(axis, "points")) for axis in axes)
         values = _numbers(values)
         if np.iscomplexobj(values):

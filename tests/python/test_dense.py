@@ -28,6 +28,13 @@ def test_pencils_with_infinite_eigenvalues(rng, complex_):
     assert np.allclose(alpha[beta != 0] / beta[beta != 0], w[finite])
 
 
+def test_eigenvalues_too_large_for_a_double_are_infinite_in_their_direction():
+    w = eig(np.array([[0.0, 0.0], [0.0, -1e200]]), np.diag([1.0, 1e-200]), right=False)
+
+    assert sorted(w.real) == [-np.inf, 0.0]
+    assert (w.imag == 0.0).all()
+
+
 def test_what_has_no_eigenvalues_is_refused():
     for A, B in [(np.ones((2, 3)), None), (np.eye(2), np.eye(3)), (np.ones(3), None)]:
         with pytest.raises(ValueError):

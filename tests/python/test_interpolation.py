@@ -53,6 +53,11 @@ def test_what_is_no_table_is_refused(arguments, options, failure):
         Table(*(np.array(a) for a in arguments), **options)
 
 
+def test_empty_lists_are_no_table():
+    with pytest.raises(Error, match="Wrong_size_of_interpolation_data"):
+        Table([], [])
+
+
 def test_tables_pickle_with_their_derivatives():
     table = Table([0.0, 1, 2], [0.0, 1, 4], outside="linear").diff()
 
