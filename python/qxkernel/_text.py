@@ -20,6 +20,14 @@ def tokens(text):
     return [(match.lastgroup, match.group(match.lastgroup)) for match in _TOKEN.finditer(text.rstrip())]
 
 
+def variable_name(variable):
+    """The name as a str; ValueError if it is none."""
+    name = str(variable)
+    if not name.isidentifier():
+        raise ValueError(f"{name!r} is no name of a variable")
+    return name
+
+
 def kernel_text(text):
     """The formula with `**` written as `^`; strings stay as they are.
 

@@ -1,10 +1,11 @@
 # SPDX-License-Identifier: LicenseRef-qxkernel
 """Differential-algebraic systems and the reduction of their index."""
 
-from collections import namedtuple
+from collections import Counter, namedtuple
+from itertools import chain
 
 from . import _core
-from ._text import kernel_text
+from ._text import kernel_text, variable_name
 from ._progress import progress_function
 
 __all__ = ["DAE"]
@@ -26,12 +27,15 @@ class DAE:
 
     Other names are constant parameters. A method that fails or is cancelled leaves the system as it was.
 
-    Fails: qxkernel.Error; see reduce().
+    Fails: ValueError for what is no name, or named twice; qxkernel.Error for texts, and see reduce().
     """
 
     def __init__(self, equations, unknowns, *, functions=(), excluded=(), time="t"):
-        self._arguments = (tuple(kernel_text(text) for text in equations), tuple(unknowns), tuple(functions),
-                           tuple(excluded), time)
+        names = [tuple(map(variable_name, group)) for group in (unknowns, functions, excluded, (time,))]
+        for name, times in Counter(chain.from_iterable(names)).items():
+            if times > 1:
+                raise ValueError(f"{name!r} is named twice")
+        self._arguments = (tuple(kernel_text(text) for text in equations), *names[:3], names[3][0])
         self._steps = []
         self._start()
 

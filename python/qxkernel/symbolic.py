@@ -4,7 +4,7 @@
 from numbers import Number
 
 from . import _core
-from ._text import from_sympy_text, kernel_text, latex, to_sympy_text
+from ._text import from_sympy_text, kernel_text, latex, to_sympy_text, variable_name
 
 __all__ = ["Expr"]
 
@@ -15,13 +15,6 @@ def _text(value):
     if isinstance(value, Number) and not isinstance(value, complex):
         return repr(float(value)) if isinstance(value, float) else str(value)
     return kernel_text(value)
-
-
-def _name(variable):
-    name = str(variable)
-    if not name.isidentifier():
-        raise ValueError(f"{name!r} is no name of a variable")
-    return name
 
 
 class Expr:
@@ -85,12 +78,12 @@ class Expr:
             raise ValueError("the order of a derivative must not be negative")
         text = self._source
         for _ in range(order):
-            text = _core.expr_diff(text, _name(variable))
+            text = _core.expr_diff(text, variable_name(variable))
         return Expr._of(text)
 
     def solve(self, variable):
         """The solution of (self = 0) for a variable in which it is linear; None where it is not."""
-        text = _core.expr_solve(self._source, _name(variable))
+        text = _core.expr_solve(self._source, variable_name(variable))
         return None if text is None else Expr._of(text)
 
     def substitute(self, values=None, /, **named):
@@ -102,7 +95,7 @@ class Expr:
         A definition may use other names of the list; a circle of them fails with "Cyclic_dependencies".
         """
         values = {**(values or {}), **named}
-        return Expr._of(_core.expr_substitute(self._source, {_name(k): _text(v) for k, v in values.items()}))
+        return Expr._of(_core.expr_substitute(self._source, {variable_name(k): _text(v) for k, v in values.items()}))
 
     @property
     def variables(self):

@@ -80,6 +80,13 @@ def test_a_text_that_does_not_read_is_refused():
     assert failure.value.identifier == "Syntax_error_in_expression"
 
 
+@pytest.mark.parametrize("names, options", [(["x", "x"], {}), (["x "], {}), ([""], {}), (["x"], {"excluded": ["x"]}),
+                                            (["t"], {}), (["x"], {"time": "a b"})])
+def test_what_is_no_name_or_named_twice_is_refused(names, options):
+    with pytest.raises(ValueError):
+        DAE(["d(x,t)-1"], names, **options)
+
+
 def test_an_integrated_pendulum_keeps_its_length():
     """The reduced system by SciPy's solver against the length of the rod, which no integration uses."""
     integrate = pytest.importorskip("scipy.integrate", reason="SciPy is not installed")
