@@ -11,6 +11,7 @@
 #include <deque>
 #include <iosfwd>
 #include <map>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -143,7 +144,8 @@ public:
     const StorePtr& getStore() const { return store_; }
 
 private:
-    void canonicalise(NodePtr& work, bool evalFuncs) const;
+    static NodePtr adopt(const NodePtr& root, bool evalFuncs);
+    template <class Prepare> NodePtr canonical(const NodePtr& root, bool evalFuncs, Prepare&& prepare) const;
     void adoptRules(const RulesPtr& rules);
     void dropRules() noexcept;
 
@@ -344,9 +346,9 @@ public:
     virtual Effect simplifyStep(NodePtr& slot, bool evalFuncs);
     /// Data other than the children are the same. The types are known to agree.
     virtual bool sameNode(const Node& other) const;
-    /// The same class with other children. Raises "Internal_error_symbolic_processing" if this class has children and
+    /// The same class with other children, which are moved from. Raises "Internal_error_symbolic_processing" if this class has children and
     /// does not override it.
-    virtual NodePtr rebuild(const NodePtr& slot, Nodes&& children) const;
+    virtual NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const;
     /// Children whose derivatives diffStep asks for.
     virtual void diffOperands(std::vector<const NodePtr*>& operands) const;
     virtual NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const = 0;
@@ -368,12 +370,12 @@ public:
     /// The hash code of this node, right in the walk that has this number and as long as the node is settled.
     mutable std::uint64_t codeMark = 0;
     mutable std::uint32_t code = 0;
+    /// What simplification has found stable for good: 0 nothing, 1 this node and all below it as long as they are as they
+    /// are (which code tells), 2 also with functions evaluated. Not where the kind of a variable decides.
+    mutable std::uint8_t lasting = 0;
 
 protected:
     Node(const RulesPtr& nodeRules, Type nodeType, int nodePrec) : rules(nodeRules), type(nodeType), prec(nodePrec) {}
-    /// Hands the children's references over so that destruction does not recurse.
-    static void release(NodePtr& child) noexcept;
-    static void release(Nodes& children) noexcept;
     static std::uint32_t hashChildren(Node& node);
 };
 
@@ -389,7 +391,7 @@ public:
 
     void collectOperands(NodePtr& slot, std::vector<NodePtr*>& operands) override;
     void mergeStep(NodePtr& slot) override;
-    NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
+    NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
@@ -412,7 +414,7 @@ public:
     void binaryStep(NodePtr& slot) override;
     void foldStep(NodePtr& slot) override;
     Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
-    NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
+    NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
@@ -435,7 +437,7 @@ public:
 
     Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
-    NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
+    NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
@@ -460,7 +462,7 @@ public:
 
     Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
-    NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
+    NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
 
@@ -478,7 +480,7 @@ public:
     int getChildCount() const override;
     NodePtr& getChild(int i) override;
 
-    NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
+    NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
@@ -496,7 +498,7 @@ public:
     Vector(const RulesPtr& rules, Nodes items);
     const char* getTypeName() const override;
 
-    NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
+    NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const override;
     void printParts(Printer& printer) const override;
 };
 
@@ -510,7 +512,7 @@ public:
     int getChildCount() const override;
     NodePtr& getChild(int i) override;
 
-    NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
+    NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
@@ -618,7 +620,7 @@ public:
     void foldStep(NodePtr& slot) override;
     Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
-    NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
+    NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;
@@ -659,7 +661,7 @@ public:
     void foldStep(NodePtr& slot) override;
     Effect simplifyStep(NodePtr& slot, bool evalFuncs) override;
     bool sameNode(const Node& other) const override;
-    NodePtr rebuild(const NodePtr& slot, Nodes&& children) const override;
+    NodePtr rebuild(const NodePtr& slot, std::span<NodePtr> children) const override;
     void diffOperands(std::vector<const NodePtr*>& operands) const override;
     NodePtr diffStep(const NodePtr& slot, DiffPass& pass) const override;
     void printParts(Printer& printer) const override;

@@ -79,28 +79,64 @@ void ExprImpl::makeBinary()
     root_.swap(work);
 }
 
-/// The passes, over nodes that no other expression holds.
-void ExprImpl::canonicalise(NodePtr& work, bool evalFuncs) const
+namespace {
+
+/// Whether a node that has been found stable is still what it was, its children being the same.
+bool isStable(Node& node, bool evalFuncs)
 {
-    NodeHashTable table;
-    const Temporarily simplification(current().simplification, nextMark());
-    for ([[maybe_unused]] int round = 0;; ++round) {
-        assert(round < 10000);
-        work->mergeOperators(work);
-        work->foldConstants(work);
-        work->makeCanonic(work, table);
-        rules_->gc();
-        assert(isCanonicalTree(work));
-        if (!work->simplify(work, evalFuncs))
-            return;
+    return node.lasting >= (evalFuncs ? 2 : 1) && node.getHashCode() == node.code;
+}
+
+} // namespace
+
+/// Nodes to rewrite in the place of an expression's own: stable ones stand for themselves and are settled, all others are
+/// copied.
+ExprImpl::NodePtr ExprImpl::adopt(const NodePtr& root, bool evalFuncs)
+{
+    const std::uint64_t mark = nextMark();
+    const Temporarily sharing(current().sharing, mark);
+    const std::uint64_t simplification = current().simplification;
+    return rebuildPostOrder(
+        root, [](const NodePtr&, NodePtr&) { return false; },
+        [&](const NodePtr& node, std::span<NodePtr> children) -> NodePtr {
+            if (!areChildrenOf(*node, children) || !isStable(*node, evalFuncs))
+                return node->rebuild(node, children);
+            node->codeMark = mark;
+            if (!isBareFactor(*node))
+                node->settled = simplification;
+            return node;
+        });
+}
+
+/// Takes prepare(nodes of the root) through the passes. The nodes are the root's own where these are stable, unless it
+/// shows that one of those would have to change, because another node that equals it comes first in the new expression:
+/// then copies of all.
+template <class Prepare>
+ExprImpl::NodePtr ExprImpl::canonical(const NodePtr& root, bool evalFuncs, Prepare&& prepare) const
+{
+    for (const bool copied : {false, true}) {
+        const Temporarily simplification(current().simplification, nextMark());
+        NodePtr work = prepare(copied ? root->getCopy(root) : adopt(root, evalFuncs));
+        NodeHashTable table;
+        for (int round = 0;; ++round) {
+            assert(round < 10000);
+            work->mergeOperators(work);
+            work->foldConstants(work);
+            if (!shareEqual(work, table, round == 0))
+                break;
+            rules_->gc();
+            assert(isCanonicalTree(work));
+            if (!work->simplify(work, evalFuncs))
+                return work;
+        }
     }
+    QX_RAISE("exprimpl", "Internal_error_symbolic_processing"); // copies are never in the way
 }
 
 void ExprImpl::simp(bool evalFuncs, const qxutil::RunInfo* info)
 {
     const Cancellable run(info);
-    NodePtr work = root_->getCopy(root_);
-    canonicalise(work, evalFuncs);
+    NodePtr work = canonical(root_, evalFuncs, [](NodePtr&& nodes) { return std::move(nodes); });
     root_.swap(work);
 }
 
@@ -116,19 +152,27 @@ void ExprImpl::simp(const std::vector<std::string>& names, const std::vector<std
         defs.push_back(parser.parse(exprs[i]));
     }
     std::vector<int> status(names.size(), 0);
-    NodePtr work = root_->getCopy(root_);
-    canonicalise(work, false);
+    const auto simplified = [this](const NodePtr& root) {
+        return canonical(root, false, [](NodePtr&& nodes) { return std::move(nodes); });
+    };
+    NodePtr work = simplified(root_);
+    work = work->getCopy(work); // the definitions go into its slots
     if (Node::simplify(work, vars, defs, status))
-        canonicalise(work, false);
+        work = simplified(work);
     root_.swap(work);
 }
 
 void ExprImpl::diff(const VarPtr& var, const qxutil::RunInfo* info)
 {
     const Cancellable run(info);
-    NodePtr work = make<Derivative>(rules_, root_->getCopy(root_), var);
-    work->simplify(work, false);
-    canonicalise(work, false);
+    NodePtr work = canonical(root_, false, [&](NodePtr&& nodes) {
+        const std::uint64_t now = current().simplification;
+        // Ahead of the passes nothing is settled; what is settled already stays.
+        const Temporarily none(current().simplification, nodes->settled == now ? now : std::uint64_t(0));
+        NodePtr derivative = make<Derivative>(rules_, nodes, var);
+        derivative->simplify(derivative, false);
+        return derivative;
+    });
     root_.swap(work);
 }
 
@@ -138,9 +182,9 @@ void ExprImpl::rename(const NameMap& vars, const NameMap& functions)
 {
     NodePtr work = rebuildPostOrder(
         root_, [](const NodePtr&, NodePtr&) { return false; },
-        [](const NodePtr& node, Nodes&& children) {
+        [](const NodePtr& node, std::span<NodePtr> children) {
             return node->type == Node::TypeIdentifier ? make<Identifier>(node->rules, node->as<Identifier>().var)
-                                                      : node->rebuild(node, std::move(children));
+                                                      : node->rebuild(node, children);
         });
     work->rename(vars, functions, store_);
     root_.swap(work);

@@ -4,9 +4,13 @@
 #include "exprimpl.hpp"
 #include "qxrun.hpp"
 
+#include <algorithm>
+#include <boost/container/small_vector.hpp>
 #include <boost/make_shared.hpp>
 #include <charconv>
 #include <cstdint>
+#include <deque>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -61,6 +65,10 @@ inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
 inline bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 inline bool isWordChar(char c) { return isLetter(c) || isDigit(c) || c == '_'; }
 inline bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+/// A list for the length of a call: short ones stand on the machine stack.
+template <class T, std::size_t N>
+using WorkList = boost::container::small_vector<T, N>;
 
 /// Number of a new walk, never used before by any thread; the number after it is the walk's too.
 std::uint64_t nextMark();
@@ -160,7 +168,7 @@ private:
     }
     void grow()
     {
-        std::vector<Entry> old(entries_.empty() ? 16 : 2 * entries_.size());
+        WorkList<Entry, 16> old(entries_.empty() ? 16 : 2 * entries_.size());
         old.swap(entries_);
         shift_ = old.empty() ? 60 : shift_ - 1;
         for (const Entry& entry : old)
@@ -168,10 +176,17 @@ private:
                 entries_[place(entry.node)] = entry;
     }
 
-    std::vector<Entry> entries_; // the size is a power of two, at most half of it in use
+    WorkList<Entry, 16> entries_; // the size is a power of two, at most half of it in use
     std::size_t size_ = 0;
     int shift_ = 64;
 };
+
+/// Makes equal nodes one object: that which the walk comes to first. false: a settled node would have had to give way to
+/// another, which may be in the way of nodes that are settled too. first: settled nodes are not known to the table yet.
+bool shareEqual(NodePtr& root, ExprImpl::NodeHashTable& table, bool first);
+
+/// Node::equalsWithoutOrder.
+bool sameInAnyOrder(std::span<const NodePtr> a, std::span<const NodePtr> b);
 
 /// Each Term and Sum keeps its invariant. Cost: linear in the distinct nodes; for assertions.
 bool isCanonicalTree(const NodePtr& root);
@@ -226,9 +241,12 @@ public:
 
     std::uint64_t mark() const { return mark_; }
 
+    /// A walk that passes by what is settled, or one that does not.
+    explicit Rewriting(bool passBy = true) : settled_(passBy ? current().simplification : 0) {}
+
 private:
     std::uint64_t mark_ = nextMark();
-    std::uint64_t settled_ = current().simplification;
+    std::uint64_t settled_;
     std::unordered_map<const Node*, std::pair<NodePtr, NodePtr>> replaced_;
 };
 
@@ -244,7 +262,7 @@ void rewritePostOrder(Rewriting& walk, NodePtr& root, Step&& step)
         int count;
         bool kept;
     };
-    std::vector<Frame> stack;
+    WorkList<Frame, 32> stack;
     Current& now = current();
     if (walk.enter(root) != Rewriting::Visit)
         return;
@@ -289,7 +307,7 @@ template <class Visit>
 void visitNodes(const NodePtr& root, Visit&& visit)
 {
     const std::uint64_t mark = nextMark();
-    std::vector<Node*> stack{root.get()};
+    WorkList<Node*, 32> stack(1, root.get());
     root->mark = mark;
     while (!stack.empty()) {
         Node& node = *stack.back();
@@ -305,8 +323,8 @@ void visitNodes(const NodePtr& root, Visit&& visit)
     }
 }
 
-/// Builds a new graph from an old one, children first, each distinct node once: make(slot, newChildren) gives the new
-/// node of an interior node or leaf. shortcut(slot, out) may answer for a whole subtree.
+/// Builds a new graph from an old one, children first, each distinct node once: make(slot, newChildren), which may move
+/// from these, gives the new node of an interior node or leaf. shortcut(slot, out) may answer for a whole subtree.
 template <class Shortcut, class Make>
 NodePtr rebuildPostOrder(const NodePtr& root, Shortcut&& shortcut, Make&& make)
 {
@@ -318,9 +336,9 @@ NodePtr rebuildPostOrder(const NodePtr& root, Shortcut&& shortcut, Make&& make)
         std::size_t base;
     };
     NodeIndex places; // of shared nodes in rebuilt
-    Nodes rebuilt;
-    Nodes results;
-    std::vector<Frame> stack;
+    WorkList<NodePtr, 16> rebuilt;
+    WorkList<NodePtr, 32> results;
+    WorkList<Frame, 32> stack;
     Current& now = current();
 
     const auto open = [&](const NodePtr& slot) {
@@ -333,7 +351,7 @@ NodePtr rebuildPostOrder(const NodePtr& root, Shortcut&& shortcut, Make&& make)
         }
         NodePtr answer;
         if (shortcut(slot, answer))
-            results.push_back(answer);
+            results.push_back(std::move(answer));
         else
             stack.push_back({&slot, 0, slot->getChildCount(), results.size()});
     };
@@ -348,17 +366,35 @@ NodePtr rebuildPostOrder(const NodePtr& root, Shortcut&& shortcut, Make&& make)
         }
         const Frame done = top;
         stack.pop_back();
-        const auto first = results.begin() + static_cast<std::ptrdiff_t>(done.base);
-        Nodes children(std::make_move_iterator(first), std::make_move_iterator(results.end()));
-        results.erase(first, results.end());
-        NodePtr made = make(*done.slot, std::move(children));
+        NodePtr made = make(*done.slot, std::span<NodePtr>(results.data() + done.base, results.size() - done.base));
+        results.resize(done.base);
         if (done.slot->use_count() > 1 && places.find(done.slot->get()) == NodeIndex::none) {
             places.add(done.slot->get(), static_cast<std::uint32_t>(rebuilt.size()));
             rebuilt.push_back(made);
         }
         results.push_back(std::move(made));
     }
-    return results.back();
+    return std::move(results.back());
+}
+
+/// Whether these are the children of a node, by pointer.
+inline bool areChildrenOf(const Node& node, std::span<const NodePtr> children)
+{
+    for (std::size_t i = 0; i < children.size(); ++i)
+        if (children[i] != node.childAt(static_cast<int>(i)))
+            return false;
+    return true;
+}
+
+/// Nothing or one factor in the wrapping of a Term: folding puts the number or the factor itself in its place, and a Sum
+/// wraps that again.
+inline bool isBareFactor(const Node& node)
+{
+    if (node.type != Node::TypeTerm)
+        return false;
+    const auto& term = node.as<ExprImpl::Term>();
+    const std::size_t n = term.num.size() + term.den.size();
+    return n == 0 || (n == 1 && term.den.empty() && term.coeff == 1.0);
 }
 
 } // namespace qxsymbolic
@@ -405,5 +441,5 @@ public:
 
 private:
     qxsymbolic::NodeIndex places_; ///< in derivatives_
-    Nodes derivatives_;
+    qxsymbolic::WorkList<NodePtr, 16> derivatives_;
 };

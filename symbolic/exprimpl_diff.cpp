@@ -14,7 +14,8 @@ ExprImpl::NodePtr ExprImpl::DiffPass::run(const NodePtr& root)
         std::size_t first; // operands[first ..) are still to be visited
     };
     std::vector<const NodePtr*> operands;
-    std::vector<Frame> stack;
+    operands.reserve(32);
+    WorkList<Frame, 32> stack;
     const auto open = [&](const NodePtr& node) {
         if (places_.find(node.get()) != NodeIndex::none)
             return;
@@ -104,9 +105,9 @@ namespace {
 constexpr std::size_t fewFactors = 64;
 
 /// Whether merging would make products of few factors of them, and no more than that.
-bool isShortProduct(const Nodes& factors)
+bool isShortProduct(std::span<const NodePtr> factors)
 {
-    std::vector<const Node*> open;
+    WorkList<const Node*, 32> open;
     for (const NodePtr& factor : factors)
         open.push_back(factor.get());
     for (std::size_t count = 0; !open.empty(); ++count) {
@@ -147,12 +148,21 @@ NodePtr multiplied(const RulesPtr& rules, NodePtr chain, const Nodes& factors)
     return chain;
 }
 
+/// The Term that merging makes of coeff times factors.
+NodePtr product(const RulesPtr& rules, Number coeff, std::span<const NodePtr> factors)
+{
+    Nodes num, den;
+    for (const NodePtr& factor : factors)
+        ExprImpl::Term::expand(factor, false, coeff, num, den);
+    return make<ExprImpl::Term>(rules, std::move(num), std::move(den), coeff);
+}
+
 /// a^b b/a a' for a number b, as the one Term that merging would make of it while it is short.
 NodePtr powerRule(const NodePtr& power, const NodePtr& da)
 {
     const RulesPtr& rules = power->rules;
     const NodePtr &a = power->as<ExprImpl::Binary>().left, &b = power->as<ExprImpl::Binary>().right;
-    if (!isShortProduct({da}))
+    if (!isShortProduct(std::span(&da, 1)))
         return makeBinary(rules, Node::TypeMul, makeBinary(rules, Node::TypeDiv, multiplied(rules, b, {power}), a), da);
     Number coeff = b->getNumVal();
     Nodes num{power}, den{a};
@@ -260,10 +270,12 @@ void ExprImpl::Term::diffOperands(std::vector<const NodePtr*>& operands) const
 
 namespace {
 
+using Products = WorkList<Nodes, 4>;
+
 /// Leibniz: the products in which one factor at a time is replaced by its derivative, each as a list of factors.
-std::vector<Nodes> diffProduct(const Nodes& factors, ExprImpl::DiffPass& pass)
+Products diffProduct(const Nodes& factors, ExprImpl::DiffPass& pass)
 {
-    std::vector<Nodes> products;
+    Products products;
     for (std::size_t i = 0; i < factors.size(); ++i) {
         const NodePtr& d = pass.of(factors[i]);
         if (isZero(d))
@@ -276,7 +288,7 @@ std::vector<Nodes> diffProduct(const Nodes& factors, ExprImpl::DiffPass& pass)
 }
 
 /// Factors whose product is the sum of products.
-Nodes sumOf(const RulesPtr& rules, std::vector<Nodes>&& products)
+Nodes sumOf(const RulesPtr& rules, Products&& products)
 {
     if (products.size() == 1)
         return std::move(products[0]);
@@ -291,7 +303,7 @@ Nodes sumOf(const RulesPtr& rules, std::vector<Nodes>&& products)
 
 ExprImpl::NodePtr ExprImpl::Term::diffStep(const NodePtr&, DiffPass& pass) const
 {
-    std::vector<Nodes> dNum = diffProduct(num, pass), dDen = diffProduct(den, pass);
+    Products dNum = diffProduct(num, pass), dDen = diffProduct(den, pass);
     if (dNum.empty() && dDen.empty())
         return rules->constant(0.0);
     const auto binary = [this](Type op, const NodePtr& a, const NodePtr& b) {
@@ -314,8 +326,14 @@ ExprImpl::NodePtr ExprImpl::Term::diffStep(const NodePtr&, DiffPass& pass) const
         return binary(TypeDiv, binary(TypeMul, multiplied(rules, rules->constant(coeff), dN), D), squareOfD);
     if (!changesAbove && !isShortProduct(dD))
         return binary(TypeDiv, multiplied(rules, multiplied(rules, rules->constant(-coeff), num), dD), squareOfD);
-    const NodePtr dND = binary(TypeMul, changesAbove ? term(std::move(dN)) : rules->constant(0.0), D);
-    const NodePtr NdD = binary(TypeMul, term(Nodes(num)), changesBelow ? term(std::move(dD)) : rules->constant(0.0));
+    const NodePtr parts[] = {changesAbove ? term(std::move(dN)) : rules->constant(0.0), D, term(Nodes(num)),
+                             changesBelow ? term(std::move(dD)) : rules->constant(0.0)};
+    const std::span<const NodePtr> all(parts);
+    if (isShortProduct(all)) { // as merging would leave it
+        Nodes difference{product(rules, Number(1), all.first(2)), product(rules, Number(-1), all.subspan(2))};
+        return make<Term>(rules, Nodes{make<Sum>(rules, std::move(difference), Number())}, Nodes{squareOfD}, coeff);
+    }
+    const NodePtr dND = binary(TypeMul, parts[0], parts[1]), NdD = binary(TypeMul, parts[2], parts[3]);
     return binary(TypeMul, rules->constant(coeff), binary(TypeDiv, binary(TypeSub, dND, NdD), squareOfD));
 }
 

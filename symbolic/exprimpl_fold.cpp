@@ -31,8 +31,7 @@ bool compare(Node::Type type, const Number& a, const Number& b)
 
 void ExprImpl::Binary::foldStep(NodePtr& slot)
 {
-    const NodePtr keep(slot);
-    const NodePtr l = left, r = right;
+    const NodePtr &l = left, &r = right; // gone once the slot has another node
     const bool constL = l->type == TypeConstant, constR = r->type == TypeConstant;
     if (!constL && !constR)
         return;
@@ -91,7 +90,6 @@ void ExprImpl::Binary::foldStep(NodePtr& slot)
 
 void ExprImpl::Sum::foldStep(NodePtr& slot)
 {
-    const NodePtr keep(slot);
     updateTerms();
     if (terms.empty())
         slot = rules->constant(constant);
@@ -103,7 +101,6 @@ void ExprImpl::Sum::foldStep(NodePtr& slot)
 
 void ExprImpl::Term::foldStep(NodePtr& slot)
 {
-    const NodePtr keep(slot);
     updateFactors();
     if (coeff == 0.0 || (num.empty() && den.empty())) {
         slot = rules->constant(coeff);

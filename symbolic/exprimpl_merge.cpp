@@ -18,7 +18,7 @@ bool isMultiplicative(Node::Type type) { return type == Node::TypeMul || type ==
 template <class InChain>
 void collectChain(Node& node, InChain inChain, std::vector<NodePtr*>& ends)
 {
-    std::vector<NodePtr*> open;
+    WorkList<NodePtr*, 32> open;
     const auto push = [&open](Node& link) {
         for (int i = link.getChildCount() - 1; i >= 0; --i)
             open.push_back(&link.getChild(i));
@@ -49,7 +49,8 @@ void ExprImpl::Node::mergeOperators(NodePtr& slot)
     };
     Rewriting walk;
     std::vector<NodePtr*> operands;
-    std::vector<Frame> stack;
+    operands.reserve(32);
+    WorkList<Frame, 32> stack;
     const auto open = [&](NodePtr& node) {
         if (walk.enter(node) != Rewriting::Visit)
             return;
@@ -104,15 +105,15 @@ void ExprImpl::Node::mergeStep(NodePtr&) {}
 void ExprImpl::Unary::mergeStep(NodePtr& slot)
 {
     if (isSign(type))
-        slot = make<Sum>(rules, NodePtr(slot));
+        slot = make<Sum>(rules, slot);
 }
 
 void ExprImpl::Binary::mergeStep(NodePtr& slot)
 {
     if (isAdditive(type))
-        slot = make<Sum>(rules, NodePtr(slot));
+        slot = make<Sum>(rules, slot);
     else if (isMultiplicative(type))
-        slot = make<Term>(rules, NodePtr(slot), false);
+        slot = make<Term>(rules, slot, false);
 }
 
 ExprImpl::Sum::Sum(const RulesPtr& nodeRules, const NodePtr& node) : Node(nodeRules, TypeSum, 80)
@@ -132,7 +133,7 @@ ExprImpl::Term::Term(const RulesPtr& nodeRules, const NodePtr& node, bool negate
 
 void ExprImpl::Sum::expand(const NodePtr& root, bool negateRoot, Number& constant, Nodes& terms)
 {
-    std::vector<std::pair<const NodePtr*, bool>> open{{&root, negateRoot}};
+    WorkList<std::pair<const NodePtr*, bool>, 32> open{{&root, negateRoot}};
     while (!open.empty()) {
         const auto [slot, negate] = open.back();
         open.pop_back();
@@ -174,7 +175,7 @@ void ExprImpl::Sum::expand(const NodePtr& root, bool negateRoot, Number& constan
 
 void ExprImpl::Term::expand(const NodePtr& root, bool invertRoot, Number& coeff, Nodes& num, Nodes& den)
 {
-    std::vector<std::pair<const NodePtr*, bool>> open{{&root, invertRoot}};
+    WorkList<std::pair<const NodePtr*, bool>, 32> open{{&root, invertRoot}};
     const auto scale = [&coeff](const Number& by, bool invert) { coeff = invert ? coeff / by : coeff * by; };
     while (!open.empty()) {
         const auto [slot, invert] = open.back();

@@ -90,88 +90,57 @@ Current& current()
 
 namespace {
 
-thread_local Nodes* pendingRelease = nullptr;
+using Pending = WorkList<NodePtr, 16>;
 
-/// Takes part in the release that is running, or runs one until nothing is left.
-class ReleaseScope
+thread_local Pending* pendingRelease = nullptr;
+
+void handOver(std::span<NodePtr> children, Pending& pending) noexcept
 {
-public:
-    ReleaseScope() noexcept : outermost_(!pendingRelease)
-    {
-        if (outermost_)
-            pendingRelease = &own_;
-    }
-    ~ReleaseScope()
-    {
-        if (!outermost_)
-            return;
-        while (!own_.empty()) {
-            const NodePtr last = std::move(own_.back());
-            own_.pop_back();
-        }
-        pendingRelease = nullptr;
-    }
-    ReleaseScope(const ReleaseScope&) = delete;
-    ReleaseScope& operator=(const ReleaseScope&) = delete;
-
-    void add(NodePtr& child) noexcept
-    {
+    for (NodePtr& child : children) {
         if (child.use_count() != 1) {
             child.reset(); // so that the last of several slots of one parent sees the last reference
-            return;
+            continue;
         }
         try {
-            pendingRelease->push_back(std::move(child));
+            pending.push_back(std::move(child));
         } catch (const std::bad_alloc&) {
             // Dropped with the slot: the depth of this one subtree is on the stack.
         }
     }
+}
 
-private:
-    bool outermost_;
-    Nodes own_;
-};
+/// Takes part in the release that is running, or runs one until nothing is left.
+void releaseAll(std::span<NodePtr> first, std::span<NodePtr> second = {}) noexcept
+{
+    if (pendingRelease) {
+        handOver(first, *pendingRelease);
+        handOver(second, *pendingRelease);
+        return;
+    }
+    Pending own;
+    pendingRelease = &own;
+    handOver(first, own);
+    handOver(second, own);
+    while (!own.empty()) {
+        const NodePtr last = std::move(own.back());
+        own.pop_back();
+    }
+    pendingRelease = nullptr;
+}
+
+std::span<NodePtr> only(NodePtr& child) { return {&child, 1}; }
 
 } // namespace
 
 ExprImpl::Node::~Node() = default;
-
-void ExprImpl::Node::release(NodePtr& child) noexcept
-{
-    ReleaseScope scope;
-    scope.add(child);
-}
-
-void ExprImpl::Node::release(Nodes& children) noexcept
-{
-    ReleaseScope scope;
-    for (NodePtr& child : children)
-        scope.add(child);
-}
-
-ExprImpl::Unary::~Unary() { release(child); }
-ExprImpl::Binary::~Binary()
-{
-    ReleaseScope scope;
-    scope.add(left);
-    scope.add(right);
-}
-ExprImpl::FuncCall::~FuncCall() { release(args); }
-ExprImpl::Derivative::~Derivative() { release(child); }
-ExprImpl::List::~List() { release(items); }
-ExprImpl::UnitConversion::~UnitConversion()
-{
-    ReleaseScope scope;
-    scope.add(value);
-    scope.add(unit);
-}
-ExprImpl::Term::~Term()
-{
-    ReleaseScope scope;
-    release(num);
-    release(den);
-}
-ExprImpl::Sum::~Sum() { release(terms); }
+ExprImpl::Unary::~Unary() { releaseAll(only(child)); }
+ExprImpl::Binary::~Binary() { releaseAll(only(left), only(right)); }
+ExprImpl::FuncCall::~FuncCall() { releaseAll(args); }
+ExprImpl::Derivative::~Derivative() { releaseAll(only(child)); }
+ExprImpl::List::~List() { releaseAll(items); }
+ExprImpl::UnitConversion::~UnitConversion() { releaseAll(only(value), only(unit)); }
+ExprImpl::Term::~Term() { releaseAll(num, den); }
+ExprImpl::Sum::~Sum() { releaseAll(terms); }
 
 // Construction.
 
@@ -328,7 +297,7 @@ std::uint32_t hashAddress(const void* p) { return static_cast<std::uint32_t>(rei
 class ByIdentity
 {
 public:
-    explicit ByIdentity(const Nodes& nodes) : size_(nodes.size())
+    explicit ByIdentity(std::span<const NodePtr> nodes) : size_(nodes.size())
     {
         if (size_ > std::size(few_))
             many_.resize(size_);
@@ -410,21 +379,23 @@ bool ExprImpl::Sum::sameNode(const Node& other) const
     return constant == sum.constant && equalsWithoutOrder(terms, sum.terms);
 }
 
-bool ExprImpl::Node::equalsWithoutOrder(const Nodes& a, const Nodes& b)
+bool qxsymbolic::sameInAnyOrder(std::span<const NodePtr> a, std::span<const NodePtr> b)
 {
     if (a.size() != b.size())
         return false;
     if (a.size() <= 1)
-        return a == b;
+        return a.empty() || a[0] == b[0];
     ByIdentity x(a), y(b);
     return x == y;
 }
+
+bool ExprImpl::Node::equalsWithoutOrder(const Nodes& a, const Nodes& b) { return sameInAnyOrder(a, b); }
 
 bool ExprImpl::Node::equals(const NodePtr& other)
 {
     // Pairs of shared nodes are compared once: two graphs of n nodes may stand for trees of 2^n.
     using Pair = std::pair<Node*, Node*>;
-    std::vector<Pair> open{{this, other.get()}};
+    WorkList<Pair, 16> open{{this, other.get()}};
     std::set<Pair> seen;
     while (!open.empty()) {
         const auto [a, b] = open.back();
@@ -453,58 +424,64 @@ bool ExprImpl::Node::equals(const NodePtr& other)
 
 // Copying.
 
-ExprImpl::NodePtr ExprImpl::Node::rebuild(const NodePtr& slot, Nodes&&) const
+namespace {
+
+Nodes taken(std::span<NodePtr> children)
+{
+    return Nodes(std::make_move_iterator(children.begin()), std::make_move_iterator(children.end()));
+}
+
+} // namespace
+
+ExprImpl::NodePtr ExprImpl::Node::rebuild(const NodePtr& slot, std::span<NodePtr>) const
 {
     if (getChildCount() > 0)
         QX_RAISE("exprimpl", "Internal_error_symbolic_processing");
     return slot;
 }
 
-ExprImpl::NodePtr ExprImpl::Unary::rebuild(const NodePtr&, Nodes&& children) const
+ExprImpl::NodePtr ExprImpl::Unary::rebuild(const NodePtr&, std::span<NodePtr> children) const
 {
     return make<Unary>(rules, type, children[0]);
 }
-ExprImpl::NodePtr ExprImpl::Binary::rebuild(const NodePtr&, Nodes&& children) const
+ExprImpl::NodePtr ExprImpl::Binary::rebuild(const NodePtr&, std::span<NodePtr> children) const
 {
     return make<Binary>(rules, type, children[0], children[1]);
 }
-ExprImpl::NodePtr ExprImpl::FuncCall::rebuild(const NodePtr&, Nodes&& children) const
+ExprImpl::NodePtr ExprImpl::FuncCall::rebuild(const NodePtr&, std::span<NodePtr> children) const
 {
-    return make<FuncCall>(rules, name, std::move(children));
+    return make<FuncCall>(rules, name, taken(children));
 }
-ExprImpl::NodePtr ExprImpl::Derivative::rebuild(const NodePtr&, Nodes&& children) const
+ExprImpl::NodePtr ExprImpl::Derivative::rebuild(const NodePtr&, std::span<NodePtr> children) const
 {
     return make<Derivative>(rules, children[0], var);
 }
-ExprImpl::NodePtr ExprImpl::List::rebuild(const NodePtr&, Nodes&& children) const
+ExprImpl::NodePtr ExprImpl::List::rebuild(const NodePtr&, std::span<NodePtr> children) const
 {
-    return make<List>(rules, std::move(children));
+    return make<List>(rules, taken(children));
 }
-ExprImpl::NodePtr ExprImpl::Vector::rebuild(const NodePtr&, Nodes&& children) const
+ExprImpl::NodePtr ExprImpl::Vector::rebuild(const NodePtr&, std::span<NodePtr> children) const
 {
-    return make<Vector>(rules, std::move(children));
+    return make<Vector>(rules, taken(children));
 }
-ExprImpl::NodePtr ExprImpl::UnitConversion::rebuild(const NodePtr&, Nodes&& children) const
+ExprImpl::NodePtr ExprImpl::UnitConversion::rebuild(const NodePtr&, std::span<NodePtr> children) const
 {
     return make<UnitConversion>(rules, children[0], children[1]);
 }
-ExprImpl::NodePtr ExprImpl::Term::rebuild(const NodePtr&, Nodes&& children) const
+ExprImpl::NodePtr ExprImpl::Term::rebuild(const NodePtr&, std::span<NodePtr> children) const
 {
-    const auto middle = children.begin() + static_cast<std::ptrdiff_t>(num.size());
-    Nodes below(middle, children.end());
-    children.erase(middle, children.end());
-    return make<Term>(rules, std::move(children), std::move(below), coeff);
+    return make<Term>(rules, taken(children.first(num.size())), taken(children.subspan(num.size())), coeff);
 }
-ExprImpl::NodePtr ExprImpl::Sum::rebuild(const NodePtr&, Nodes&& children) const
+ExprImpl::NodePtr ExprImpl::Sum::rebuild(const NodePtr&, std::span<NodePtr> children) const
 {
-    return make<Sum>(rules, std::move(children), constant);
+    return make<Sum>(rules, taken(children), constant);
 }
 
 ExprImpl::NodePtr ExprImpl::Node::getCopy(const NodePtr& slot) const
 {
     return rebuildPostOrder(
         slot, [](const NodePtr&, NodePtr&) { return false; },
-        [](const NodePtr& node, Nodes&& children) { return node->rebuild(node, std::move(children)); });
+        [](const NodePtr& node, std::span<NodePtr> children) { return node->rebuild(node, children); });
 }
 
 ExprImpl::Nodes ExprImpl::Node::getCopy(const Nodes& nodes)
@@ -563,22 +540,32 @@ bool ExprImpl::NodeHashTable::getNode(std::uint32_t code, NodePtr& out) const
 
 void ExprImpl::NodeHashTable::clear() { *this = NodeHashTable(); }
 
-void ExprImpl::Node::makeCanonic(NodePtr& slot, NodeHashTable& table)
+bool qxsymbolic::shareEqual(NodePtr& root, ExprImpl::NodeHashTable& table, bool first)
 {
-    Rewriting walk;
+    Rewriting walk(!first);
     const Temporarily sharing(current().sharing, walk.mark());
-    rewritePostOrder(walk, slot, [&](NodePtr& node, bool) {
-        const std::uint32_t hash = node->getHashCode();
+    const std::uint64_t simplification = current().simplification;
+    bool good = true;
+    rewritePostOrder(walk, root, [&](NodePtr& node, bool) {
+        const bool settled = (simplification != 0 && node->settled == simplification) ||
+                             (first && node->lasting > 0 && isBareFactor(*node)); // a settled Sum's
+        const std::uint32_t hash = settled ? node->code : node->getHashCode();
         NodePtr& known = table.slot(hash);
-        if (known && equals(node, known))
-            node = known;
-        else
+        if (known && known != node && Node::equals(node, known)) {
+            good = good && !settled;
+            if (!settled)
+                node = known;
+        } else {
             known = node;
+        }
         node->code = hash;
         node->codeMark = walk.mark();
         return false;
     });
+    return good;
 }
+
+void ExprImpl::Node::makeCanonic(NodePtr& slot, NodeHashTable& table) { shareEqual(slot, table, false); }
 
 void ExprImpl::Node::dump(std::ostream& stream, int indent) const
 {

@@ -159,7 +159,7 @@ ExprImpl::NodePtr ExprImpl::FuncRules::subst(const NodePtr& root, const Nodes& p
                 out = *argument;
             return static_cast<bool>(out);
         },
-        [](const NodePtr& node, Nodes&& children) { return node->rebuild(node, std::move(children)); });
+        [](const NodePtr& node, std::span<NodePtr> children) { return node->rebuild(node, children); });
 }
 
 ExprImpl::NodePtr ExprImpl::FuncRules::diff(const std::string& name, const Nodes& args, const Nodes& argDerivs)
@@ -171,13 +171,14 @@ ExprImpl::NodePtr ExprImpl::FuncRules::diff(const std::string& name, const Nodes
     bool numbers = false;
     for (const NodePtr& arg : args)
         numbers = numbers || arg->type == Node::TypeConstant;
+    const RulesPtr self = shared_from_this();
     NodePtr sum;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const NodePtr& d = argDerivs[i];
         if (!numbers && d->type == Node::TypeConstant && d->getNumVal() == 0.0)
             continue;
-        const NodePtr product = qxsymbolic::makeBinary(shared_from_this(), Node::TypeMul, d, subst(rule->derivs[i], rule->params, args));
-        sum = sum ? qxsymbolic::makeBinary(shared_from_this(), Node::TypeAdd, sum, product) : product;
+        const NodePtr product = qxsymbolic::makeBinary(self, Node::TypeMul, d, subst(rule->derivs[i], rule->params, args));
+        sum = sum ? qxsymbolic::makeBinary(self, Node::TypeAdd, sum, product) : product;
     }
     return sum ? sum : constant(0.0);
 }

@@ -17,32 +17,22 @@ using Effect = Node::Effect;
 /// A factor alone that stands in a Sum as a Term: folding unwraps it there and wraps it again, which changes nothing.
 bool isWrappedFactor(const Node& node, std::uint64_t simplification)
 {
-    if (node.type != Node::TypeTerm)
+    if (!isBareFactor(node) || node.getChildCount() == 0)
         return false;
-    const auto& term = node.as<ExprImpl::Term>();
-    if (term.num.size() != 1 || !term.den.empty() || term.coeff != 1.0)
-        return false;
-    switch (term.num[0]->type) {
-    case Node::TypeFuncCall:
-    case Node::TypePow: return term.num[0]->settled == simplification;
-    default: return false;
-    }
+    const Node& factor = *node.childAt(0);
+    return (factor.type == Node::TypeFuncCall || factor.type == Node::TypePow) && factor.settled == simplification;
 }
 
 /// Whether the passes of the next rounds would leave this node as it is, given that those of this round did: they look at
-/// nothing but the node and what is below it.
-bool isSettled(const Node& node, std::uint64_t simplification)
+/// nothing but the node and what is below it. lasting becomes what Node::lasting says of the children.
+bool isSettled(const Node& node, std::uint64_t simplification, std::uint8_t& lasting)
 {
-    if (node.type == Node::TypeTerm) {
-        const auto& term = node.as<ExprImpl::Term>();
-        if (term.num.size() + term.den.size() == 0 || (term.den.empty() && term.num.size() == 1 && term.coeff == 1.0))
-            return false;
-    }
     const bool sum = node.type == Node::TypeSum;
     for (int i = 0, n = node.getChildCount(); i < n; ++i) {
         const Node& child = *node.childAt(i);
         if (child.settled != simplification && !(sum && isWrappedFactor(child, simplification)))
             return false;
+        lasting = std::min(lasting, child.lasting);
     }
     return true;
 }
@@ -61,9 +51,13 @@ bool ExprImpl::Node::simplify(NodePtr& slot, bool evalFuncs)
             return false;
         const Effect effect = before->simplifyStep(node, evalFuncs);
         changed = changed || effect == Effect::Change;
+        std::uint8_t level = evalFuncs ? 2 : 1;
         if (simplification != 0 && kept && effect == Effect::None && node.get() == before &&
-            isSettled(*before, simplification))
-            before->settled = simplification;
+            isSettled(*before, simplification, level)) {
+            before->lasting = before->type == TypeDerivative ? std::uint8_t(0) : level;
+            if (!isBareFactor(*before))
+                before->settled = simplification;
+        }
         return effect == Effect::Change;
     });
     return changed;
@@ -83,7 +77,6 @@ ExprImpl::Node::Effect ExprImpl::Binary::simplifyStep(NodePtr& slot, bool)
 
 ExprImpl::Node::Effect ExprImpl::Derivative::simplifyStep(NodePtr& slot, bool)
 {
-    const NodePtr keep(slot);
     if (child->type == TypeDerivative)
         return Effect::None;
     if (child->type == TypeIdentifier) {
@@ -100,7 +93,6 @@ ExprImpl::Node::Effect ExprImpl::Derivative::simplifyStep(NodePtr& slot, bool)
 
 ExprImpl::Node::Effect ExprImpl::FuncCall::simplifyStep(NodePtr& slot, bool evalFuncs)
 {
-    const NodePtr keep(slot);
     if (name == "d" && args.size() == 2) {
         if (args[0]->type == TypeConstant) {
             slot = rules->constant(0.0);
@@ -141,8 +133,11 @@ ExprImpl::Node::Effect ExprImpl::FuncCall::simplifyStep(NodePtr& slot, bool eval
 
 namespace {
 
+/// For each element of a list whether it goes.
+using Removals = WorkList<bool, 32>;
+
 /// Keeps the elements whose mark is not set, in order.
-void compress(Nodes& nodes, const std::vector<bool>& removed)
+void compress(Nodes& nodes, const Removals& removed)
 {
     std::size_t kept = 0;
     for (std::size_t i = 0; i < nodes.size(); ++i)
@@ -160,7 +155,7 @@ const NodePtr& baseOf(const NodePtr& factor) { return isPower(factor) ? factor->
 /// Moves powers with a negative constant exponent to the other side of the fraction; true if there were any.
 bool moveNegativePowers(const RulesPtr& rules, Nodes& from, Nodes& to)
 {
-    std::vector<bool> moved;
+    Removals moved;
     for (std::size_t i = 0; i < from.size(); ++i) {
         if (!isPower(from[i]))
             continue;
@@ -179,7 +174,7 @@ bool moveNegativePowers(const RulesPtr& rules, Nodes& from, Nodes& to)
 /// exp(u) in the denominator becomes exp(-u) in the numerator.
 bool moveExponentials(const RulesPtr& rules, Nodes& num, Nodes& den)
 {
-    std::vector<bool> moved;
+    Removals moved;
     for (std::size_t i = 0; i < den.size(); ++i) {
         if (den[i]->type != Node::TypeFuncCall)
             continue;
@@ -234,7 +229,7 @@ bool ExprImpl::Term::collectPowers()
     // Numerator factor i has the index i+1, denominator factor i the index -(i+1): within a group of one base the
     // denominators come first, and the last one is a numerator if there is any. It names the slot that keeps the power.
     using Member = std::pair<const Node*, int>;
-    std::vector<Member> members;
+    WorkList<Member, 16> members;
     members.reserve(num.size() + den.size());
     for (std::size_t i = 0; i < num.size(); ++i)
         members.emplace_back(baseOf(num[i]).get(), static_cast<int>(i) + 1);
@@ -242,7 +237,7 @@ bool ExprImpl::Term::collectPowers()
         members.emplace_back(baseOf(den[i]).get(), -static_cast<int>(i) - 1);
     std::sort(members.begin(), members.end());
 
-    std::vector<bool> goneNum, goneDen;
+    Removals goneNum, goneDen;
     const auto factorAt = [this](int index) -> NodePtr& {
         return index > 0 ? num[static_cast<std::size_t>(index - 1)] : den[static_cast<std::size_t>(-index - 1)];
     };
@@ -310,7 +305,6 @@ NodePtr cancelOverSum(const RulesPtr& rules, const NodePtr& S, const NodePtr& y)
 
 ExprImpl::Node::Effect ExprImpl::Term::simplifyStep(NodePtr& slot, bool)
 {
-    const NodePtr keep(slot);
     const bool spliced = updateFactors();
     bool changed = moveExponentials(rules, num, den);
     if (num.size() + den.size() >= 2)
@@ -338,7 +332,9 @@ namespace {
 
 const Number one(1);
 
-/// A term of a Sum as coefficient and factors; an Identifier is itself once.
+using Factors = std::span<const NodePtr>;
+
+/// A term of a Sum as coefficient and factors; an Identifier is itself once. The slot must outlive it.
 struct TermView
 {
     explicit TermView(const NodePtr& node)
@@ -346,22 +342,18 @@ struct TermView
         if (node->type == Node::TypeTerm) {
             const auto& term = node->as<ExprImpl::Term>();
             coeff = &term.coeff;
-            num = &term.num;
-            den = &term.den;
+            num = term.num;
+            den = term.den;
         } else {
-            single = {node};
-            num = &single;
-            den = &nothing;
+            num = Factors(&node, 1);
         }
     }
-    TermView(const TermView&) = delete;
-    TermView& operator=(const TermView&) = delete;
 
     const Number* coeff = &one;
-    const Nodes* num;
-    const Nodes* den;
-    Nodes single, nothing;
+    Factors num, den;
 };
+
+Nodes listOf(Factors factors) { return Nodes(factors.begin(), factors.end()); }
 
 std::uint32_t quotientHash(const NodePtr& node)
 {
@@ -374,13 +366,13 @@ std::uint32_t quotientHash(const NodePtr& node)
 
 bool ExprImpl::Sum::collectLikeTerms()
 {
-    std::vector<std::pair<std::uint32_t, std::size_t>> groups;
+    WorkList<std::pair<std::uint32_t, std::size_t>, 32> groups;
     groups.reserve(terms.size());
     for (std::size_t i = 0; i < terms.size(); ++i)
         groups.emplace_back(quotientHash(terms[i]), i);
     std::sort(groups.begin(), groups.end());
 
-    std::vector<bool> gone(terms.size(), false);
+    Removals gone(terms.size(), false);
     bool any = false;
     for (std::size_t from = 0, to; from < groups.size(); from = to) {
         for (to = from + 1; to < groups.size() && groups[to].first == groups[from].first; ++to)
@@ -393,13 +385,13 @@ bool ExprImpl::Sum::collectLikeTerms()
         bool added = false;
         for (std::size_t k = from + 1; k < to; ++k) {
             const TermView other(terms[groups[k].second]);
-            if (!equalsWithoutOrder(*first.num, *other.num) || !equalsWithoutOrder(*first.den, *other.den))
+            if (!sameInAnyOrder(first.num, other.num) || !sameInAnyOrder(first.den, other.den))
                 continue;
             sum = sum + *other.coeff;
             gone[groups[k].second] = added = true;
         }
         if (added) {
-            target = make<Term>(rules, Nodes(*first.num), Nodes(*first.den), sum);
+            target = make<Term>(rules, listOf(first.num), listOf(first.den), sum);
             any = true;
         }
     }
@@ -445,24 +437,27 @@ NodePtr pullOutMagnitude(const RulesPtr& rules, const ExprImpl::Sum& sum)
 class CommonFactors
 {
 public:
-    explicit CommonFactors(const Nodes& factors)
-        : factors_(factors), counts_(factors.size(), 1), seenBy_(factors.size(), 0), isCommon_(factors.size(), false)
+    explicit CommonFactors(Factors factors) : factors_(factors)
     {
-        for (std::size_t i = 0; i < factors.size(); ++i)
-            byHash_[hashOf(*factors[i], now_)] = i; // of two with one code the later one stands
+        entries_.reserve(factors.size());
+        for (const NodePtr& factor : factors)
+            entries_.push_back({hashOf(*factor, now_), 1, 0, false});
+        if (entries_.size() > few)
+            for (std::size_t i = 0; i < entries_.size(); ++i)
+                byHash_[entries_[i].hash] = i;
     }
 
     /// Counts the factors found in the list of term number k; false if none is.
-    bool count(const Nodes& list, std::size_t k)
+    bool count(Factors list, std::size_t k)
     {
         work(current(), list.size());
         bool any = false;
         for (const NodePtr& factor : list) {
             const std::size_t i = find(factor);
-            if (i == npos || seenBy_[i] == k)
+            if (i == npos || entries_[i].seenBy == k)
                 continue;
-            seenBy_[i] = k;
-            ++counts_[i];
+            entries_[i].seenBy = k;
+            ++entries_[i].count;
             any = true;
         }
         return any;
@@ -473,44 +468,59 @@ public:
     {
         Nodes result;
         for (std::size_t i = 0; i < factors_.size(); ++i) {
-            isCommon_[i] = counts_[i] == nTerms;
-            if (isCommon_[i])
+            entries_[i].isCommon = entries_[i].count == nTerms;
+            entries_[i].seenBy = npos;
+            if (entries_[i].isCommon)
                 result.push_back(factors_[i]);
         }
-        std::fill(seenBy_.begin(), seenBy_.end(), npos);
         return result;
     }
 
     /// The list of term number k without one occurrence of each common factor.
-    Nodes without(const Nodes& list, std::size_t k)
+    Nodes without(Factors list, std::size_t k)
     {
         work(current(), list.size());
         Nodes rest;
         rest.reserve(list.size());
         for (const NodePtr& factor : list) {
             const std::size_t i = find(factor);
-            if (i == npos || !isCommon_[i] || seenBy_[i] == k)
+            if (i == npos || !entries_[i].isCommon || entries_[i].seenBy == k)
                 rest.push_back(factor);
             else
-                seenBy_[i] = k;
+                entries_[i].seenBy = k;
         }
         return rest;
     }
 
 private:
+    struct Entry
+    {
+        std::uint32_t hash;
+        std::size_t count;
+        std::size_t seenBy; // the term that met the factor last
+        bool isCommon;
+    };
     static constexpr std::size_t npos = ~std::size_t(0);
+    static constexpr std::size_t few = 8; // are looked through one by one
 
+    /// Of two with one hash code the later one stands.
     std::size_t find(const NodePtr& factor) const
     {
-        const auto found = byHash_.find(hashOf(*factor, now_));
-        return found != byHash_.end() && Node::equals(factors_[found->second], factor) ? found->second : npos;
+        const std::uint32_t hash = hashOf(*factor, now_);
+        std::size_t i = npos;
+        if (entries_.size() > few) {
+            const auto found = byHash_.find(hash);
+            i = found != byHash_.end() ? found->second : npos;
+        } else {
+            for (std::size_t k = 0; k < entries_.size(); ++k)
+                i = entries_[k].hash == hash ? k : i;
+        }
+        return i != npos && Node::equals(factors_[i], factor) ? i : npos;
     }
 
     const Current now_ = current();
-    const Nodes& factors_;
-    std::vector<std::size_t> counts_;
-    std::vector<std::size_t> seenBy_; // the term that met each factor last
-    std::vector<bool> isCommon_;
+    const Factors factors_;
+    WorkList<Entry, 8> entries_;
     std::unordered_map<std::uint32_t, std::size_t> byHash_;
 };
 
@@ -520,15 +530,15 @@ NodePtr pullOutFactors(const RulesPtr& rules, const ExprImpl::Sum& sum)
     if (sum.terms.size() < 2 || sum.constant != 0.0)
         return NodePtr();
     const TermView first(sum.terms[0]);
-    CommonFactors above(*first.num), below(*first.den);
+    CommonFactors above(first.num), below(first.den);
     for (std::size_t k = 1; k < sum.terms.size(); ++k) {
         const TermView term(sum.terms[k]);
-        const bool anyAbove = above.count(*term.num, k);
-        const bool anyBelow = below.count(*term.den, k);
+        const bool anyAbove = above.count(term.num, k);
+        const bool anyBelow = below.count(term.den, k);
         if (!anyAbove && !anyBelow)
             return NodePtr();
     }
-    const Nodes num = above.common(sum.terms.size()), den = below.common(sum.terms.size());
+    Nodes num = above.common(sum.terms.size()), den = below.common(sum.terms.size());
     if (num.empty() && den.empty())
         return NodePtr();
 
@@ -536,9 +546,9 @@ NodePtr pullOutFactors(const RulesPtr& rules, const ExprImpl::Sum& sum)
     rest.reserve(sum.terms.size());
     for (std::size_t k = 0; k < sum.terms.size(); ++k) {
         const TermView term(sum.terms[k]);
-        rest.push_back(make<ExprImpl::Term>(rules, above.without(*term.num, k), below.without(*term.den, k), *term.coeff));
+        rest.push_back(make<ExprImpl::Term>(rules, above.without(term.num, k), below.without(term.den, k), *term.coeff));
     }
-    const NodePtr factor = make<ExprImpl::Term>(rules, num, den, one);
+    const NodePtr factor = make<ExprImpl::Term>(rules, std::move(num), std::move(den), one);
     const NodePtr inner = make<ExprImpl::Sum>(rules, std::move(rest), sum.constant);
     return make<ExprImpl::Term>(rules, Nodes{factor, inner}, Nodes(), one);
 }
@@ -547,7 +557,6 @@ NodePtr pullOutFactors(const RulesPtr& rules, const ExprImpl::Sum& sum)
 
 ExprImpl::Node::Effect ExprImpl::Sum::simplifyStep(NodePtr& slot, bool)
 {
-    const NodePtr keep(slot);
     const bool spliced = updateTerms();
     const bool changed = terms.size() >= 2 && collectLikeTerms();
     if (NodePtr result = pullOutMagnitude(rules, *this)) {

@@ -65,8 +65,8 @@ ExprImpl::NodePtr ExprImpl::Node::replaceVars(const NodePtr& slot, const ExprVar
         out = node;
         return true;
     };
-    return rebuildPostOrder(slot, mapped, [](const NodePtr& node, Nodes&& children) {
-        return node->rebuild(node, std::move(children));
+    return rebuildPostOrder(slot, mapped, [](const NodePtr& node, std::span<NodePtr> children) {
+        return node->rebuild(node, children);
     });
 }
 
