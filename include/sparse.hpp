@@ -19,6 +19,7 @@ namespace qxutil {
 class RunInfo;
 }
 
+class AssemblyPattern;
 class ExternalSparse;
 class ParallelSparse;
 
@@ -116,8 +117,9 @@ public:
     Sparse& zeros(unsigned long n) { return zeros(n, n, 0, true); }
     Sparse& eye(unsigned long m, unsigned long n);
     Sparse& eye(unsigned long n) { return eye(n, n); }
-    /// Sum of triplets; see llsparse::triplet2sparse. The number form gives every triplet the same value. More than
-    /// 4009617631 triplets raise "Size_input_vector_too_large", an index out of range "Internal_error_sparse".
+    /// Sum of triplets; see llsparse::triplet2sparse, and assemblypattern.hpp for the same list with other values. The
+    /// number form gives every triplet the same value. More than 4009617631 triplets raise "Size_input_vector_too_large",
+    /// an index out of range "Internal_error_sparse".
     void triplet2sparse(const IndexArray& rows, const IndexArray& cols, const Matrix<1>& vals, unsigned long m,
                         unsigned long n);
     void triplet2sparse(const IndexArray& rows, const IndexArray& cols, double val, unsigned long m, unsigned long n);
@@ -209,6 +211,7 @@ public:
     boost::shared_ptr<ExternalSparse> getExternalSparse() const;
 
 private:
+    friend class AssemblyPattern;
     template <class T>
     void install(const boost::shared_ptr<llsparse<T>>& store);
     void makeUnique();

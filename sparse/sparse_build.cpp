@@ -10,21 +10,6 @@ namespace {
 
 using namespace qxsparse;
 
-constexpr const char* outOfMemoryCreating = "Out_of_memory_creating_sparse_matrix";
-constexpr unsigned long mostTriplets = 4009617631;
-
-void checkLength(bool agree)
-{
-    if (!agree)
-        QX_RAISE("sparse", "Length_triplet_vectors_disagree");
-}
-
-void checkNotTooLarge(unsigned long count)
-{
-    if (count > mostTriplets)
-        QX_RAISE("sparse", "Size_input_vector_too_large");
-}
-
 /// All indices below `end`: one pass at memory speed.
 void checkIndices(const unsigned long* index, unsigned long count, unsigned long end)
 {

@@ -34,6 +34,21 @@ decltype(auto) guarded(const F& f, const char* outOfMemory = "Out_of_memory_oper
     }
 }
 
+constexpr const char* outOfMemoryCreating = "Out_of_memory_creating_sparse_matrix";
+constexpr unsigned long mostTriplets = 4009617631;
+
+inline void checkLength(bool agree)
+{
+    if (!agree)
+        QX_RAISE("sparse", "Length_triplet_vectors_disagree");
+}
+
+inline void checkNotTooLarge(unsigned long count)
+{
+    if (count > mostTriplets)
+        QX_RAISE("sparse", "Size_input_vector_too_large");
+}
+
 /// f on the live store of A, with its element type.
 template <class F>
 decltype(auto) visitStore(const Sparse& A, const F& f)

@@ -73,6 +73,10 @@ Assembly::Assembly(const NamedMesh& mesh, const HeatModel& model, const Effort& 
     for (const BoundaryFormula& q : model.flux)
         boundaries_.push_back(part<2>("edge of " + q.boundary, mesh.boundary(q.boundary),
                                       {read("flux on " + q.boundary, q.text)}));
+    if (!linear_) { // J is assembled in every step
+        pattern_ = AssemblyPattern(rows_, columns_, mesh.points.size(), mesh.points.size());
+        rows_ = columns_ = {};
+    }
 }
 
 template <int N>
@@ -182,14 +186,17 @@ void Assembly::assemblePart(const Part<N>& part, const std::vector<double>& u, s
 template <class T>
 void Assembly::assemble(const std::vector<double>& u, Sparse& J, std::vector<T>& F) const
 {
-    std::vector<T> triplets(rows_.size(), T(0.0));
+    std::vector<T> triplets(linear_ ? rows_.size() : pattern_.getCount(), T(0.0));
     std::vector<T> loads(loadNodes_.size(), T(0.0));
     assemblePart(body_, u, triplets, loads);
     for (const Part<2>& boundary : boundaries_)
         assemblePart(boundary, u, triplets, loads);
 
     const std::size_t n = mesh_.points.size();
-    J.triplet2sparse(rows_, columns_, triplets, n, n);
+    if (linear_)
+        J.triplet2sparse(rows_, columns_, triplets, n, n);
+    else
+        pattern_.assemble(triplets, J);
     F.assign(n, T(0.0));
     for (std::size_t k = 0; k < loads.size(); ++k)
         F[static_cast<std::size_t>(loadNodes_[k])] += loads[k];

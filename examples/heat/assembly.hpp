@@ -4,6 +4,7 @@
 #include "coefficient.hpp"
 #include "mesh.hpp"
 
+#include "assemblypattern.hpp"
 #include "sparse.hpp"
 
 #include <array>
@@ -92,7 +93,8 @@ private:
     Effort effort_;
     Part<3> body_;
     std::vector<Part<2>> boundaries_;
-    std::vector<unsigned long> rows_, columns_; // of all triplets
+    std::vector<unsigned long> rows_, columns_; // of all triplets; none once there is a pattern
+    AssemblyPattern pattern_;                   // where J is assembled more than once
     std::vector<int> loadNodes_;                // of all element vectors
     bool linear_ = true;
 };
