@@ -138,12 +138,12 @@ void pencil(const char* job, int n)
 
 void qxbench::benchmarks()
 {
-    for (const unsigned long n : {300ul, 2000ul}) {
+    for (const unsigned long n : {300ul, sized(2000ul, 400ul)}) {
         const double goal = n == 300 ? 1.3 : 1.08;
         gmresCase<double>("real", n, goal);
         gmresCase<cplx>("complex", n, goal);
     }
-    for (const int n : {200, 500}) {
+    for (const int n : {sized(200, 40), sized(500, 60)}) {
         pencil("N", n);
         pencil("V", n);
     }

@@ -76,10 +76,31 @@ void measure(const Triplets& t)
         .peer("CXSparse", [&] { cs.reset(cs_dl_multiply(&csA, &csB)); })
         .check(againstCs, 1e-12)
         .atMost(1.1)
-        .peer("Eigen", [&] { E = Ea * Eb; })
+        .peer("Eigen, which sorts", [&] { E = Ea * Eb; })
         .check(againstEigen, 1e-12)
         .atMost(1 / 2.5);
+    const auto sortedProduct = [&] {
+        Sparse P = A * B;
+        P.format(FormSorted, false);
+        return P;
+    };
+    BENCH("A*B with sorted columns, 1 thread/" + t.name)
+        .ours(oneThread(sortedProduct))
+        .peer("CXSparse, transposed twice", [&] {
+            CsPtr unsorted(cs_dl_multiply(&csA, &csB)), turned(cs_dl_transpose(unsorted.get(), 1));
+            unsorted.reset();
+            cs.reset(cs_dl_transpose(turned.get(), 1));
+        })
+        .check(againstCs, 1e-12)
+        .atMost(1.1)
+        .peer("Eigen", [&] { E = Ea * Eb; })
+        .check(againstEigen, 1e-12)
+        .atMost(1 / 2.5)
+        .peer("CHOLMOD", [&] { ch.reset(cholmod_l_ssmult(&chA, &chB, 0, 1, 1, &cholmod)); })
+        .check(againstCholmod, 1e-12)
+        .atMost(1.1);
     cs.reset();
+    ch.reset();
     E = EigenMatrix<long>();
     C = Sparse();
     scaling("A*B, 2 threads/" + t.name, product, 1.6);
@@ -130,10 +151,11 @@ void measure(const Triplets& t)
 
 void qxbench::benchmarks()
 {
+    introducePeers();
+    uses("CHOLMOD", std::to_string(CHOLMOD_MAIN_VERSION) + "." + std::to_string(CHOLMOD_SUB_VERSION) + "." +
+                        std::to_string(CHOLMOD_SUBSUB_VERSION));
     cholmod_l_start(&cholmod);
-    measure(poisson2d());
-    measure(poisson3d());
-    measure(hex27());
-    measure(randomColumns());
+    for (const auto& workload : {poisson2d, poisson3d, hex27, randomColumns})
+        measure(workload());
     cholmod_l_finish(&cholmod);
 }

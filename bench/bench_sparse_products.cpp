@@ -71,6 +71,11 @@ void products(const Triplets& t, const Sparse& A)
                     worst = std::max(worst, std::abs(y[i].real() - y1[i].real()));
                 return worst;
             }, 0.0)
+            .peer("Eigen, int indices, 2 threads", [&] {
+                Eigen::setNbThreads(2);
+                eigen();
+                Eigen::setNbThreads(1);
+            })
             .bytes(bytes)
             .threads(2);
         ExternalSparse::useBuiltIn(true);
@@ -131,6 +136,7 @@ void sweeps(const Triplets& t, Sparse& A)
 
 void qxbench::benchmarks()
 {
+    introducePeers();
     for (const auto& workload : {poisson2d, poisson3d, hex27, randomColumns}) {
         const Triplets t = workload();
         Sparse A = assemble(t);

@@ -171,7 +171,7 @@ void growth()
         tree.scan(text);
         tree.simp(false);
     };
-    for (int n = 1000; n <= 1000000; n *= 10) {
+    for (int n = 1000; n <= qxbench::sized(1000000, 1000); n *= 10) {
         const std::string large = sum(n), small = sum(n / 10);
         BENCH("growth/scan+simp-" + std::to_string(n))
             .ours([&] { simp(large); })

@@ -270,19 +270,25 @@ void measurePolling(const std::string& name, unsigned long edge, int dimensions,
 
 void qxbench::benchmarks()
 {
-    // First, while no thread has been started: a forked process has only one.
-    memory("3D 30^3 real", 30, 3, 0.0);
-    memory("3D 30^3 complex", 30, 3, cplx(0.0, 1.0));
+    const unsigned long square = sized(300ul, 40ul), cube = sized(30ul, 8ul), largeCube = sized(40ul, 10ul);
+    const auto name = [](unsigned long n, int dimensions, const char* type) {
+        return std::to_string(dimensions) + "D " + std::to_string(n) + "^" + std::to_string(dimensions) + " " + type;
+    };
+    const cplx imaginary(0.0, 1.0);
 
-    measure("2D 300^2 real", 300, 2, 0.0);
-    measure("2D 300^2 complex", 300, 2, cplx(0.0, 1.0));
-    measure("3D 30^3 real", 30, 3, 0.0);
-    measure("3D 30^3 complex", 30, 3, cplx(0.0, 1.0));
-    measureTeams("3D 30^3 real", 30, 3, 0.0);
-    measureTeams("3D 40^3 real", 40, 3, 0.0);
+    // First, while no thread has been started: a forked process has only one.
+    memory(name(cube, 3, "real"), cube, 3, 0.0);
+    memory(name(cube, 3, "complex"), cube, 3, imaginary);
+
+    measure(name(square, 2, "real"), square, 2, 0.0);
+    measure(name(square, 2, "complex"), square, 2, imaginary);
+    measure(name(cube, 3, "real"), cube, 3, 0.0);
+    measure(name(cube, 3, "complex"), cube, 3, imaginary);
+    measureTeams(name(cube, 3, "real"), cube, 3, 0.0);
+    measureTeams(name(largeCube, 3, "real"), largeCube, 3, 0.0);
 
 #ifdef QX_UMFPACK_POLLS_BLAS
-    measurePolling("2D 300^2 real", 300, 2, 0.0);
-    measurePolling("3D 30^3 real", 30, 3, 0.0);
+    measurePolling(name(square, 2, "real"), square, 2, 0.0);
+    measurePolling(name(cube, 3, "real"), cube, 3, 0.0);
 #endif
 }

@@ -3,6 +3,7 @@
 
 #include "report.hpp"
 #include "qxexception.hpp"
+#include "qxversion.hpp"
 
 #include <unistd.h>
 
@@ -20,8 +21,10 @@ namespace {
 struct Run
 {
     Effort effort;
+    bool quick = false;
     std::string filter;
     std::vector<Row> rows;
+    std::vector<std::pair<std::string, std::string>> versions;
 };
 Run run;
 
@@ -193,6 +196,16 @@ Case::~Case()
     Measurement::of(*this);
 }
 
+bool quick()
+{
+    return run.quick;
+}
+
+void uses(const std::string& name, const std::string& version)
+{
+    run.versions.emplace_back(name, version);
+}
+
 } // namespace qxbench
 
 int main(int argc, char** argv)
@@ -208,20 +221,28 @@ int main(int argc, char** argv)
             run.filter = argv[++i];
         else if (i + 1 < argc && word == "--rounds")
             run.effort.rounds = std::atoi(argv[++i]);
+        else if (word == "--quick")
+            run.quick = true;
         else if (i + 1 < argc && word == "--commit")
             commit = argv[++i];
         else if (i + 1 < argc && word == "--json")
             json = argv[++i];
         else {
-            std::cerr << "usage: " << program << " [--filter TEXT] [--rounds N] [--commit ID] [--json FILE]\n";
+            std::cerr << "usage: " << program << " [--quick] [--filter TEXT] [--rounds N] [--commit ID] [--json FILE]\n";
             return 2;
         }
     }
 
+    if (run.quick)
+        run.effort = quickEffort;
+    uses("qxkernel", qxkernel::version());
+
     benchmarks();
     showProgress("");
 
-    const Machine machine = thisMachine(commit);
+    Machine machine = thisMachine(commit);
+    machine.quick = run.quick;
+    machine.versions = run.versions;
     std::cout << program << "  ";
     printTables(std::cout, machine, run.rows);
     std::ofstream file(json);

@@ -84,6 +84,18 @@ template <class T> inline void keep(const T& value)
     asm volatile("" : : "r,m"(value) : "memory");
 }
 
+/// Whether this is a quick run, to see that everything works: cases take small sizes then, and times say little.
+bool quick();
+
+/// The size of a case: `full`, or `small` in a quick run.
+template <class T> inline T sized(T full, T small)
+{
+    return quick() ? small : full;
+}
+
+/// Notes the version of a peer, or of anything else that times depend on, for the heading and the JSON.
+void uses(const std::string& name, const std::string& version);
+
 /// Defined by each benchmark program.
 void benchmarks();
 

@@ -97,7 +97,7 @@ std::vector<std::vector<double>> interleaved(const std::vector<Work>& works, con
     }
 
     const int affordable = static_cast<int>(std::min(1e6, effort.caseSeconds / roundSeconds));
-    const int rounds = std::max(5, std::min(effort.rounds, affordable));
+    const int rounds = std::max(effort.leastRounds, std::min(effort.rounds, affordable));
     std::vector<std::vector<double>> times(works.size());
     for (int round = 0; round < rounds; ++round)
         for (std::size_t k = 0; k < works.size(); ++k) {

@@ -17,10 +17,13 @@ Spread spreadOf(std::vector<double> samples);
 
 struct Effort
 {
-    int rounds = 15;            ///< interleaved rounds of one case, at least 5
+    int rounds = 15;             ///< interleaved rounds of one case
     double sampleSeconds = 0.01; ///< calls are repeated until one sample is this long
-    double caseSeconds = 6.0;   ///< a case that would take longer gets fewer rounds
+    double caseSeconds = 2.5;    ///< a case that would take longer gets fewer rounds
+    int leastRounds = 3;         ///< but no fewer than these
 };
+/// Enough to see that a case works.
+constexpr Effort quickEffort{3, 0.001, 0.05, 2};
 
 /// Times of several pieces of work, in seconds a call, sample by sample: times[w][round].
 ///

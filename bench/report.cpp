@@ -170,6 +170,10 @@ void printTables(std::ostream& out, const Machine& m, const std::vector<Row>& ro
     out << m.compiler << "  " << m.flags << "  " << m.cpu << "  " << m.cores << " cores  " << m.date;
     if (!m.commit.empty())
         out << "  commit " << m.commit;
+    for (const auto& [name, version] : m.versions)
+        out << "  " << name << ' ' << version;
+    if (m.quick)
+        out << "\nA QUICK RUN: small sizes, few rounds; the times say little.";
     std::map<int, double> bandwidth;
     int rounds = 0;
     for (const Row& r : rows) {
@@ -201,8 +205,15 @@ void writeJson(std::ostream& out, const std::string& program, const Machine& m, 
 {
     out << "{\n  \"program\": " << json(program) << ",\n  \"machine\": {\"compiler\": " << json(m.compiler)
         << ", \"flags\": " << json(m.flags) << ", \"cpu\": " << json(m.cpu) << ", \"cores\": " << m.cores
-        << ", \"date\": " << json(m.date) << ", \"commit\": " << json(m.commit) << "},\n  \"rows\": [";
-    const char* separator = "\n";
+        << ", \"date\": " << json(m.date) << ", \"commit\": " << json(m.commit)
+        << ", \"quick\": " << (m.quick ? "true" : "false") << "},\n  \"versions\": {";
+    const char* separator = "";
+    for (const auto& [name, version] : m.versions) {
+        out << separator << json(name) << ": " << json(version);
+        separator = ", ";
+    }
+    out << "},\n  \"rows\": [";
+    separator = "\n";
     for (const Row& r : rows) {
         out << separator << "    {\"group\": " << json(r.group) << ", \"case\": " << json(r.name)
             << ", \"peer\": " << json(r.peer) << ", \"threads\": " << r.threads;

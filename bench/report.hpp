@@ -5,6 +5,7 @@
 
 #include <iosfwd>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qxbench {
@@ -40,6 +41,8 @@ struct Machine
     int cores = 1;
     std::string date;
     std::string commit;
+    bool quick = false; ///< times of a quick run say little
+    std::vector<std::pair<std::string, std::string>> versions{}; ///< of the library and its peers
 };
 Machine thisMachine(const std::string& commit);
 

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "sparse_workloads.hpp"
 
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <malloc.h>
+#include <sys/mman.h>
 
 namespace qxbench {
 
@@ -25,6 +29,36 @@ double memory(const char* key)
 }
 
 } // namespace
+
+void introducePeers()
+{
+    uses("Eigen", std::to_string(EIGEN_WORLD_VERSION) + "." + std::to_string(EIGEN_MAJOR_VERSION) + "." +
+                      std::to_string(EIGEN_MINOR_VERSION));
+    uses("CXSparse", std::to_string(CS_VER) + "." + std::to_string(CS_SUBVER) + "." + std::to_string(CS_SUBSUB));
+    Eigen::setNbThreads(1);
+}
+
+WarmMemory::WarmMemory(std::size_t bytes)
+{
+    mallopt(M_MMAP_MAX, 0); // everything from the heap
+    mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+    mallopt(M_TOP_PAD, 1 << 30);
+    if (void* block = std::malloc(bytes)) {
+        const auto page = reinterpret_cast<std::uintptr_t>(block) & ~std::uintptr_t{4095};
+        madvise(reinterpret_cast<void*>(page), bytes, MADV_HUGEPAGE);
+        std::memset(block, 1, bytes);
+        keep(block);
+        std::free(block);
+    }
+}
+
+WarmMemory::~WarmMemory()
+{
+    mallopt(M_MMAP_MAX, 65536);
+    mallopt(M_TOP_PAD, 128 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 128 * 1024);
+    malloc_trim(0);
+}
 
 void reportPeak(const char* name, double resultBytes, const std::function<void()>& work)
 {

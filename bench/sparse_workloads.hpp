@@ -3,6 +3,7 @@
 
 // Matrices of the sparse benchmarks, in the forms of the library and of its peers, and helpers to compare them.
 
+#include "harness.hpp"
 #include "qxparallel.hpp"
 #include "sparse.hpp"
 
@@ -10,9 +11,12 @@
 #include <suitesparse/cs.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <numeric>
 #include <random>
 #include <string>
 #include <utility>
@@ -27,8 +31,10 @@ using EigenMatrix = Eigen::SparseMatrix<double, Eigen::ColMajor, I>;
 struct CsRelease
 {
     void operator()(cs_dl* a) const { cs_dl_spfree(a); }
+    void operator()(cs_di* a) const { cs_di_spfree(a); }
 };
 using CsPtr = std::unique_ptr<cs_dl, CsRelease>;
+using CsIntPtr = std::unique_ptr<cs_di, CsRelease>;
 
 struct Triplets
 {
@@ -67,19 +73,22 @@ Triplets stencil(const std::string& name, long nx, long ny, long nz, const Takes
 
 inline Triplets poisson2d()
 {
-    return stencil("poisson2d-1000", 1000, 1000, 1, [](long x, long y, long z) { return z == 0 && x * x + y * y <= 1; });
+    const long n = sized(1000, 40);
+    return stencil("poisson2d-" + std::to_string(n), n, n, 1, [](long x, long y, long z) { return z == 0 && x * x + y * y <= 1; });
 }
 inline Triplets poisson3d()
 {
-    return stencil("poisson3d-60", 60, 60, 60, [](long x, long y, long z) { return x * x + y * y + z * z <= 1; });
+    const long n = sized(60, 12);
+    return stencil("poisson3d-" + std::to_string(n), n, n, n, [](long x, long y, long z) { return x * x + y * y + z * z <= 1; });
 }
 inline Triplets hex27()
 {
-    return stencil("stencil27-60", 60, 60, 60, [](long, long, long) { return true; });
+    const long n = sized(57, 10);
+    return stencil("stencil27-" + std::to_string(n), n, n, n, [](long, long, long) { return true; });
 }
 inline Triplets randomColumns()
 {
-    Triplets t{"random-200k", 200000, {}, {}, {}};
+    Triplets t{"random-" + std::to_string(sized(200, 2)) + "k", sized<Index>(200000, 2000), {}, {}, {}};
     std::mt19937_64 random(1);
     for (Index j = 0; j < t.n; ++j) {
         t.add(j, j, 20.0);
@@ -88,19 +97,63 @@ inline Triplets randomColumns()
     }
     return t;
 }
-/// Contributions of 8-node hexahedra, element by element: 64 triplets each.
-inline Triplets hexahedra(long n)
+
+/// Contributions of elements that are given by their nodes, element by element: all pairs of its nodes, column by column.
+template <std::size_t N>
+Triplets elementMatrices(const std::string& name, Index nodes, const std::vector<std::array<Index, N>>& elements)
 {
-    Triplets t{"hexahedra-" + std::to_string(n), Index((n + 1) * (n + 1) * (n + 1)), {}, {}, {}};
-    for (long e = 0; e < n * n * n; ++e) {
-        Index node[8];
-        for (long c = 0; c < 8; ++c)
-            node[c] = Index((e % n + (c & 1)) + (n + 1) * ((e / n) % n + ((c >> 1) & 1) + (n + 1) * (e / (n * n) + (c >> 2))));
-        for (int i = 0; i < 8; ++i)
-            for (int j = 0; j < 8; ++j)
-                t.add(node[j], node[i], i == j ? 8.0 : 1.0 / double(1 + i + j));
-    }
+    Triplets t{name, nodes, {}, {}, {}};
+    for (const auto& element : elements)
+        for (std::size_t i = 0; i < N; ++i)
+            for (std::size_t j = 0; j < N; ++j)
+                t.add(element[j], element[i], i == j ? 8.0 : 1.0 / double(1 + i + j));
     return t;
+}
+/// 8-node hexahedra of a cube, in the order of the mesh or in a random one.
+inline Triplets hexahedra(bool inMeshOrder)
+{
+    const Index n = sized<Index>(60, 10);
+    std::vector<std::array<Index, 8>> elements;
+    for (Index e = 0; e < n * n * n; ++e) {
+        std::array<Index, 8> node;
+        for (Index c = 0; c < 8; ++c)
+            node[c] = e % n + (c & 1) + (n + 1) * ((e / n) % n + ((c >> 1) & 1) + (n + 1) * (e / (n * n) + (c >> 2)));
+        elements.push_back(node);
+    }
+    if (!inMeshOrder)
+        std::shuffle(elements.begin(), elements.end(), std::mt19937_64(1));
+    return elementMatrices("hexahedra-" + std::to_string(n) + (inMeshOrder ? ", mesh order" : ", random order"),
+                           (n + 1) * (n + 1) * (n + 1), elements);
+}
+/// Tetrahedra: six a cube (Kuhn's division), nodes and elements shuffled among 200 neighbours each, so that numbers are near
+/// each other where nodes are, without a regular step, as mesh generators leave them.
+inline Triplets tetrahedra()
+{
+    const Index n = sized<Index>(50, 8), side = n + 1;
+    std::mt19937_64 random(1);
+    const auto shuffledNearby = [&](auto& list) {
+        for (std::size_t k = 0; k < list.size(); k += 200)
+            std::shuffle(list.begin() + long(k), list.begin() + long(std::min(k + 200, list.size())), random);
+    };
+    std::vector<Index> number(side * side * side);
+    std::iota(number.begin(), number.end(), Index{0});
+    shuffledNearby(number);
+    std::vector<std::array<Index, 4>> elements;
+    const Index steps[3] = {1, side, side * side};
+    for (Index z = 0; z < n; ++z)
+        for (Index y = 0; y < n; ++y)
+            for (Index x = 0; x < n; ++x) {
+                int axes[3] = {0, 1, 2};
+                do { // along the edges of the cube in each order of the axes
+                    Index node = x + side * (y + side * z);
+                    std::array<Index, 4> element{number[node]};
+                    for (std::size_t k = 0; k < 3; ++k)
+                        element[k + 1] = number[node += steps[axes[k]]];
+                    elements.push_back(element);
+                } while (std::next_permutation(axes, axes + 3));
+            }
+    shuffledNearby(elements);
+    return elementMatrices("tetrahedra-" + std::to_string(elements.size() / 1000) + "k", side * side * side, elements);
 }
 /// Every triplet four times, pass by pass.
 inline Triplets fourTimes(const Triplets& once)
@@ -109,6 +162,18 @@ inline Triplets fourTimes(const Triplets& once)
     for (int k = 0; k < 4; ++k)
         for (Index e = 0; e < once.row.size(); ++e)
             t.add(once.row[e], once.col[e], once.val[e] / double(k + 1));
+    return t;
+}
+/// Every triplet four times: four cursors take turns, each a quarter of the list ahead of the one before it.
+inline Triplets fourCursors(const Triplets& once)
+{
+    Triplets t{once.name + ", four cursors", once.n, {}, {}, {}};
+    const Index length = once.row.size();
+    for (Index k = 0; k < length; ++k)
+        for (Index cursor = 0; cursor < 4; ++cursor) {
+            const Index e = (k + cursor * (length / 4)) % length;
+            t.add(once.row[e], once.col[e], once.val[e] / double(cursor + 1));
+        }
     return t;
 }
 
@@ -150,6 +215,7 @@ double fingerprint(Index n, const P* colPtr, const R* row, const double* val)
 }
 inline double fingerprint(const Sparse& A) { return fingerprint(A.getN(), A.getColPtr(), A.getRow(), A.getDoubleVal()); }
 inline double fingerprint(const cs_dl& A) { return fingerprint(Index(A.n), A.p, A.i, A.x); }
+inline double fingerprint(const cs_di& A) { return fingerprint(Index(A.n), A.p, A.i, A.x); }
 template <class I>
 double fingerprint(const EigenMatrix<I>& A)
 {
@@ -165,6 +231,20 @@ void withThreads(int threads, const F& work)
     work();
     qxbase::setAvailableThreads(before);
 }
+
+/// Notes the versions of Eigen and CXSparse, and that Eigen takes one thread until told otherwise.
+void introducePeers();
+
+/// While it lives, freed memory stays with the process on huge pages, for ours and for every peer alike: times without the
+/// page faults of fresh memory.
+class WarmMemory
+{
+public:
+    explicit WarmMemory(std::size_t bytes);
+    ~WarmMemory();
+    WarmMemory(const WarmMemory&) = delete;
+    WarmMemory& operator=(const WarmMemory&) = delete;
+};
 
 /// Prints by how much the process's peak memory exceeds what it held before work, beside a size to compare with.
 void reportPeak(const char* name, double resultBytes, const std::function<void()>& work);

@@ -108,6 +108,22 @@ TEST(Report, JsonHoldsEveryFigureAndQuotesTexts)
     EXPECT_THAT(text, HasSubstr("\"commit\": \"abc\""));
 }
 
+TEST(Report, NamesVersionsAndSaysWhenTheRunWasQuick)
+{
+    Machine m{"gcc", "-O2", "cpu", 2, "2000-01-01", "abc"};
+    std::ostringstream full, quick, quickTable;
+    m.versions = {{"qxkernel", "1.2.3"}, {"Peer \"x\"", "4"}};
+    writeJson(full, "bench_x", m, {});
+    m.quick = true;
+    writeJson(quick, "bench_x", m, {});
+    printTables(quickTable, m, {});
+
+    EXPECT_THAT(full.str(), HasSubstr(R"("versions": {"qxkernel": "1.2.3", "Peer \"x\"": "4"})"));
+    EXPECT_THAT(full.str(), HasSubstr(R"("quick": false)"));
+    EXPECT_THAT(quick.str(), HasSubstr(R"("quick": true)"));
+    EXPECT_THAT(quickTable.str(), AllOf(HasSubstr("A QUICK RUN"), HasSubstr("qxkernel 1.2.3")));
+}
+
 TEST(Report, KnowsTheMachine)
 {
     const Machine m = thisMachine("abc");

@@ -35,6 +35,16 @@ TEST_F(BenchProgram, PrintsATableAndWritesJson)
     EXPECT_EQ(o.err, "");
 }
 
+TEST_F(BenchProgram, AQuickRunTakesTheSmallSizesAndSaysSo)
+{
+    const Outcome o = run(QX_BENCH_SAMPLE, {"--filter", "size", "--quick", "--json", scratch.path("b.json")});
+
+    EXPECT_EQ(o.status, 0) << o.out << o.err;
+    EXPECT_THAT(o.out, AllOf(HasSubstr("size 10"), HasSubstr("A QUICK RUN")));
+    EXPECT_THAT(json(), AllOf(HasSubstr("\"quick\": true"), HasSubstr("\"sample's peer\": \"7.8\"")));
+    EXPECT_THAT(sample("size").out, HasSubstr("size 1000"));
+}
+
 TEST_F(BenchProgram, AMissedGoalIsToldAndIsNoFailure)
 {
     const Outcome o = sample("slow");
