@@ -38,3 +38,7 @@ distributed:
 	tools/bootstrap distributed
 	cmake --preset release -DQX_DISTRIBUTED=ON $(if $(PETSC_DIR),-DPETSC_DIR=$(PETSC_DIR))
 	cmake --build --preset release --target qx_distributed
+
+demo-distributed:
+	tools/bootstrap demo-distributed
+	tools/demo_distributed

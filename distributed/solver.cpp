@@ -123,7 +123,6 @@ struct SolverState
     void prepare(Mat K);
     void requireOptionsUsed();
     void span(Owned<MatNullSpace, MatNullSpaceDestroy>& space, const std::vector<std::vector<Scalar>>& vectors) const;
-    std::vector<Scalar> expanded(Vec z, bool lifted) const;
 };
 
 SolverState::~SolverState()
@@ -249,25 +248,6 @@ void SolverState::span(Owned<MatNullSpace, MatNullSpaceDestroy>& space,
     });
 }
 
-/// Together: values at the unknowns of this rank.
-std::vector<Scalar> SolverState::expanded(Vec z, bool lifted) const
-{
-    std::vector<Scalar> values(u.numbers.size());
-    detail::collectively(*u.session, [&] {
-        QX_PETSC(VecScatterBegin(u.scatter.get(), z, u.local.get(), INSERT_VALUES, SCATTER_FORWARD));
-        QX_PETSC(VecScatterEnd(u.scatter.get(), z, u.local.get(), INSERT_VALUES, SCATTER_FORWARD));
-        const PetscScalar* free = nullptr;
-        QX_PETSC(VecGetArrayRead(u.local.get(), &free));
-        for (std::size_t k = 0; k < values.size(); ++k) {
-            values[k] = lifted ? u.particular[k] : Scalar(0.0);
-            for (std::size_t e = u.rowStart[k]; e < u.rowStart[k + 1]; ++e)
-                values[k] += u.entries[e].factor * free[u.entries[e].free];
-        }
-        QX_PETSC(VecRestoreArrayRead(u.local.get(), &free));
-    });
-    return values;
-}
-
 Solver::Solver(const Unknowns& unknowns, const SolverOptions& options)
 {
     detail::together(*unknowns.state()->session,
@@ -347,7 +327,7 @@ Solution Solver::solve(const Assembly& system)
                                            {"Iterations", std::to_string(iterations)},
                                            {"Residual", qxutil::toString(result.residual)}});
     });
-    result.values = s.expanded(z.get(), system.options().lifted);
+    result.values = s.u.expanded(z.get(), system.options().lifted);
     return result;
 }
 

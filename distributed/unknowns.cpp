@@ -172,6 +172,24 @@ void makeVectors(UnknownsState& u)
 
 } // namespace
 
+std::vector<Scalar> UnknownsState::expanded(Vec z, bool lifted) const
+{
+    std::vector<Scalar> values(numbers.size());
+    detail::collectively(*session, [&] {
+        QX_PETSC(VecScatterBegin(scatter.get(), z, local.get(), INSERT_VALUES, SCATTER_FORWARD));
+        QX_PETSC(VecScatterEnd(scatter.get(), z, local.get(), INSERT_VALUES, SCATTER_FORWARD));
+        const PetscScalar* free = nullptr;
+        QX_PETSC(VecGetArrayRead(local.get(), &free));
+        for (std::size_t k = 0; k < values.size(); ++k) {
+            values[k] = lifted ? particular[k] : Scalar(0.0);
+            for (std::size_t e = rowStart[k]; e < rowStart[k + 1]; ++e)
+                values[k] += entries[e].factor * free[entries[e].free];
+        }
+        QX_PETSC(VecRestoreArrayRead(local.get(), &free));
+    });
+    return values;
+}
+
 Unknowns::Unknowns(const Session& session, std::span<const Index> numbers, std::size_t owned, const Conditions& conditions,
                    const UnknownsOptions& options)
 {
@@ -203,6 +221,25 @@ std::size_t Unknowns::size() const { return state_->numbers.size(); }
 std::size_t Unknowns::owned() const { return state_->owned; }
 std::span<const Scalar> Unknowns::particular() const { return state_->particular; }
 const std::vector<ConditionPlace>& Unknowns::redundant() const { return state_->redundant; }
+
+std::vector<Scalar> Unknowns::admissible(std::span<const Scalar> values) const
+{
+    const UnknownsState& u = *state_;
+    detail::together(*u.session, [&] {
+        if (values.size() != u.numbers.size())
+            detail::raiseCount("values", u.numbers.size(), values.size());
+    });
+    Owned<Vec, VecDestroy> z(u.session);
+    detail::collectively(*u.session, [&] {
+        QX_PETSC(VecDuplicate(u.like.get(), z.put()));
+        PetscScalar* free = nullptr;
+        QX_PETSC(VecGetArrayWrite(z.get(), &free));
+        for (std::size_t k = 0; k < u.home.size(); ++k)
+            free[k] = values[u.home[k]] - u.particular[u.home[k]];
+        QX_PETSC(VecRestoreArrayWrite(z.get(), &free));
+    });
+    return u.expanded(z.get(), true);
+}
 
 std::vector<std::pair<Index, Scalar>> Unknowns::row(std::size_t k) const
 {

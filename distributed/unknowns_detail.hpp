@@ -55,6 +55,9 @@ struct UnknownsState
     detail::Owned<Vec, VecDestroy> like;  ///< what vectors of the free unknowns are copies of
     detail::Owned<Vec, VecDestroy> local; ///< values of the free unknowns listed
     detail::Owned<VecScatter, VecScatterDestroy> scatter;
+
+    /// Together: Null z, and particular where it is wanted, at the unknowns of this rank.
+    std::vector<Scalar> expanded(Vec z, bool lifted) const;
 };
 
 } // namespace QX_SCALAR_NAMESPACE

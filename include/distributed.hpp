@@ -190,6 +190,9 @@ public:
 
     /// A solution of the conditions, one value for each of numbers.
     std::span<const Scalar> particular() const;
+    /// Together: particular + Null z for the z that gives free unknowns the values handed in, one for each of numbers: a
+    /// start that obeys the conditions. Those of other ranks' unknowns do not count. Raises "Wrong_number_of_values".
+    std::vector<Scalar> admissible(std::span<const Scalar> values) const;
     /// The row of Null of numbers[k]: caller's numbers of z, ascending, and factors.
     std::vector<std::pair<Index, Scalar>> row(std::size_t k) const;
     /// Conditions that follow from others and were left out, in the order of ranks and conditions.

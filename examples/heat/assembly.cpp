@@ -130,7 +130,10 @@ Assembly::Values<T> Assembly::evaluate(const Coefficient& c, const Points& point
         if (point.empty())
             throw;
         const std::size_t k = std::stoul(point);
-        const std::string where = cell.empty() ? "" : " in " + cell + " " + std::to_string(firstCell + k / pointsOfCell + 1);
+        std::size_t number = firstCell + k / pointsOfCell;
+        if (pointsOfCell == 3 && !mesh_.numbers.empty())
+            number = static_cast<std::size_t>(mesh_.numbers[number]);
+        const std::string where = cell.empty() ? "" : " in " + cell + " " + std::to_string(number + 1);
         const std::string u = cell.empty() ? "" : ", u = " + toText(points.u[k]);
         throw EvaluationError(c.name() + " fails" + where + " at x = " + toText(points.x[k]) + ", y = " +
                               toText(points.y[k]) + u + explain(e));

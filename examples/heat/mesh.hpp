@@ -15,6 +15,7 @@ struct NamedMesh : Mesh
 {
     using Edge = std::array<int, 2>;
     std::map<std::string, std::vector<Edge>> boundaries;
+    std::vector<long> numbers; ///< of the triangles of a part, in the whole mesh; empty: their own
 
     /// The edges of a boundary; raises std::invalid_argument that lists the names there are.
     const std::vector<Edge>& boundary(const std::string& name) const;

@@ -366,6 +366,31 @@ TEST(Unknowns, ACancelOfTheFirstRankIsACancelOfAll)
     EXPECT_THROW(line.with(c, {.run = &run}), qxbase::CancelException);
 }
 
+TEST(Unknowns, AStartIsMadeToObeyTheConditions)
+{
+    Model m = Model::random(60, 6);
+    m.addRandomConditions(7);
+    std::size_t owned = 0;
+    const std::vector<Index> numbers = m.numbersOf(world().rank(), world().size(), owned);
+    const Unknowns u = m.unknownsOn(world());
+    std::vector<Scalar> start;
+    for (const Index n : numbers)
+        start.push_back(0.1 * static_cast<double>(n));
+
+    const std::vector<Scalar> made = u.admissible(start);
+
+    const std::vector<Scalar> all = gatheredValues(world(), numbers, made, owned, m.count);
+    for (const Model::Condition& c : m.conditions) {
+        Scalar value = 0.0;
+        for (const auto& [unknown, by] : c.entries)
+            value += by * all[static_cast<std::size_t>(unknown)];
+        EXPECT_NEAR(std::abs(value - c.value), 0.0, 1e-12);
+    }
+    EXPECT_EQ(all[59], start.empty() ? all[59] : Scalar(0.1 * 59.0)); // in no condition
+    start.push_back(0.0);
+    EXPECT_EQ(failureOf([&] { u.admissible(start); }).getId(), "Wrong_number_of_values");
+}
+
 TEST(Unknowns, ARowThatIsNotThereIsRefused)
 {
     const Line line(2);
