@@ -23,6 +23,9 @@ public:
                       double* G) = 0;
     /// Asked before each evaluation; true ends the run with a qxbase::CancelException.
     virtual bool isCancelled() { return false; }
+    /// Told before an evaluation and at the end that `count` iterations are over, when that is news: the point evaluated last
+    /// is where the last of them ended. Only of an optimizer that counts them in its workspace while it runs, as the free one does.
+    virtual void onIteration(int count);
 };
 
 /// Driver of the optimizer for nonlinear programs:

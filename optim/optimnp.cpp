@@ -15,7 +15,30 @@ namespace {
 constexpr const char* kOutOfMemory = "Out of memory in optimization";
 constexpr double kMostEntries = 1e8;
 
-using NPRelay = Relay<OptimNPCallback>;
+/// A relay that also tells of iterations.
+class NPRelay : public Relay<OptimNPCallback>
+{
+public:
+    NPRelay(OptimNPCallback& callback, OptimState& state)
+        : Relay(callback, state.getRunInfo()), state_(state), told_(count())
+    {
+    }
+    void tellIterations(OptimNPCallback& callback)
+    {
+        const int now = count();
+        if (now == told_)
+            return;
+        told_ = now;
+        if (now > 0)
+            callback.onIteration(now);
+    }
+
+private:
+    int count() const { return state_.getIwLength() > kMajorIterations ? state_.getIw()[kMajorIterations] : 0; }
+
+    OptimState& state_;
+    int told_;
+};
 
 extern "C" {
 /// The user's function as the optimizer calls it.
@@ -23,7 +46,9 @@ static void evaluateForOptimizer(int* status, const int* n, const double* x, con
                                  const int* needG, const int* lenG, double* G, char* cu, const int*, int*, const int*,
                                  double*, const int*, HiddenLength)
 {
-    NPRelay::of(cu).run(status, [&](OptimNPCallback& callback, int& state) {
+    NPRelay& relay = static_cast<NPRelay&>(NPRelay::of(cu));
+    relay.run(status, [&](OptimNPCallback& callback, int& state) {
+        relay.tellIterations(callback);
         callback.eval(state, *n, x, *needF > 0, *nF, F, *needG > 0, *lenG, G);
     });
 }
@@ -100,6 +125,8 @@ struct Work
 
 OptimNPCallback::~OptimNPCallback() = default;
 
+void OptimNPCallback::onIteration(int) {}
+
 void OptimNP::solve(const Callback& callback, const StatePtr& state, const qxbase::Prop& prop, int nF, int n,
                     const Ints& iAfun, const Ints& jAvar, const Doubles& A, const Ints& iGfun, const Ints& jGvar,
                     Doubles& x, const Doubles& xlow, const Doubles& xupp, Doubles& xmul, Ints& xstate, Doubles& F,
@@ -133,7 +160,7 @@ try {
 
     const PrintFileScope printFile(*state);
     const bool reserved = prepare(*state, prop, *lib, nF, n, neA, neG);
-    NPRelay relay(*callback, state->getRunInfo());
+    NPRelay relay(*callback, *state);
     const int warm = coldStart ? 0 : 2;
     const double objAdd = 0.0;
     int infeasible = 0;
@@ -172,6 +199,7 @@ try {
     message.swap(end.message);
 
     relay.rethrow(kOutOfMemory, "Unknown exception in optimization");
+    relay.tellIterations(*callback);
     if (!known)
         QX_RAISE("optimnp", message, "Error code:", code);
     if (end.state == ExitState::Failed || (end.state == ExitState::Stopped && state->isStopOn()))
@@ -201,7 +229,7 @@ try {
     Doubles values(room);
     const PrintFileScope printFile(*state);
     const bool reserved = prepare(*state, prop, *lib, nF, n, len, len);
-    NPRelay relay(*callback, state->getRunInfo());
+    NPRelay relay(*callback, *state);
     int code = 82, neA = 0, neG = 0;
     if (reserved) {
         CallArguments c(*state);

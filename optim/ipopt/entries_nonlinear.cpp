@@ -201,6 +201,8 @@ try {
     settings.print = options.integer("Major print level", 1) > 0 ? printfile::find(options.integer("Print file", 0)) : nullptr;
     settings.printEvery = options.integer("Major print frequency", 1);
     settings.warm = request.warm;
+    options.setIterations(0);
+    settings.iterationsDone = options.adrMajorIterations();
 
     request.start.x.assign(x, x + count);
     request.start.zL.assign(count, 0.0);

@@ -144,3 +144,5 @@ void OptionStore::setIterations(int count)
     iw_[kMinorIterations] = count;
     iw_[kMajorIterations] = count;
 }
+
+int* OptionStore::adrMajorIterations() { return iw_ + kMajorIterations; }

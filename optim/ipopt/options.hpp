@@ -32,8 +32,9 @@ public:
     /// The last line for a property was this one: lineIs("maximize", "on").
     bool lineIs(std::string_view property, std::string_view value) const;
 
-    /// Where a caller looks for the iteration counts.
+    /// Where a caller looks for the iteration counts; the one of major iterations, for a run that counts there.
     void setIterations(int count);
+    int* adrMajorIterations();
 
 private:
     int lencw_, leniw_, lenrw_;

@@ -64,6 +64,8 @@ static Bool iterationOf(Index, Index count, Number f, Number violation, Number d
 {
     Run& run = runOf(data);
     run.iterations = count;
+    if (run.settings.iterationsDone != nullptr)
+        *run.settings.iterationsDone = count;
     if (run.settings.print != nullptr && count % std::max(run.settings.printEvery, 1) == 0)
         std::fprintf(run.settings.print, "%6d %22.14e %10.2e %10.2e %10.2e %10.2e %10.2e\n", count, f, violation, dual, mu,
                      step, alpha);

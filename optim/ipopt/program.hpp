@@ -43,6 +43,7 @@ struct Settings
     double infinity = 1e20;
     std::FILE* print = nullptr;
     int printEvery = 1;
+    int* iterationsDone = nullptr; ///< where the count stands while the run goes on
 };
 
 /// Start and end of a run. lambda, zL, zU: multipliers of constraints and bounds, grad f + J^T lambda - zL + zU = 0.

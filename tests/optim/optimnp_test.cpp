@@ -53,7 +53,9 @@ public:
         }
     }
     bool isCancelled() override { return cancelled; }
+    void onIteration(int count) override { iterations.emplace_back(count, calls); }
 
+    std::vector<std::pair<int, int>> iterations; ///< count, evaluations before it was told
     int calls = 0, firstStatus = -9;
     std::vector<int> sizes;
     std::vector<bool> wanted;
@@ -169,6 +171,25 @@ TEST_F(OptimNPTest, ResultsComeBackInTheCallersArrays)
     EXPECT_EQ(p.majors, 5);
     EXPECT_EQ(p.inform, 1);
     EXPECT_EQ(p.message, "Optimality conditions satisfied.");
+}
+
+TEST_F(OptimNPTest, TellsOfIterationsBeforeTheNextEvaluationAndAtTheEnd)
+{
+    script->onNonlinear = [&](const NonlinearCall& call) {
+        double f[2], g[2];
+        for (const int done : {0, 0, 1, 1, 3}) {
+            call.iw[421] = done;
+            call.evaluate(0, call.x, true, f, true, g);
+        }
+        call.iw[421] = 4;
+    };
+    state->init();
+    state->getIw()[421] = 7; // what an earlier run left
+    script->majorIterations = 7;
+
+    solve();
+
+    EXPECT_THAT(callback->iterations, ElementsAre(std::pair(1, 2), std::pair(3, 4), std::pair(4, 5)));
 }
 
 TEST_F(OptimNPTest, WarmStartIsTwo)

@@ -32,8 +32,13 @@ constexpr bool countsMalloc = true;
 
 void count() { allocations.fetch_add(1, std::memory_order_relaxed); }
 
-bool isDue()
+std::atomic<const char*> codeFrom{nullptr}, codeTo{nullptr}; // whose allocations may fail; null: everybody's
+
+bool isDue(const void* caller)
 {
+    if (const char* const from = codeFrom.load(std::memory_order_relaxed))
+        if (caller < static_cast<const void*>(from) || caller >= static_cast<const void*>(codeTo.load()))
+            return false;
     if (remaining.load(std::memory_order_relaxed) <= 0)
         return sticky.load(std::memory_order_relaxed) && failed.load(std::memory_order_relaxed);
     if (remaining.fetch_sub(1) != 1)
@@ -42,9 +47,9 @@ bool isDue()
     return true;
 }
 
-void* take(std::size_t size, std::size_t alignment)
+void* take(std::size_t size, std::size_t alignment, const void* caller)
 {
-    const bool fails = isDue();
+    const bool fails = isDue(caller);
     void* block = fails ? nullptr : qxtest::takeGuarded(std::max<std::size_t>(size, 1));
     if (fails || block || !countsMalloc)
         count();
@@ -61,9 +66,9 @@ void* take(std::size_t size, std::size_t alignment)
     return block;
 }
 
-void* takeOrThrow(std::size_t size, std::size_t alignment)
+void* takeOrThrow(std::size_t size, std::size_t alignment, const void* caller)
 {
-    if (void* block = take(size, alignment))
+    if (void* block = take(size, alignment, caller))
         return block;
     throw std::bad_alloc();
 }
@@ -113,15 +118,16 @@ extern "C" const char* __tsan_default_options()
     return "allocator_may_return_null=1 ignore_noninstrumented_modules=1";
 }
 
+#define QX_CALLER __builtin_return_address(0)
 // clang-format off
-void* operator new(std::size_t n) { return takeOrThrow(n, 0); }
-void* operator new[](std::size_t n) { return takeOrThrow(n, 0); }
-void* operator new(std::size_t n, std::align_val_t a) { return takeOrThrow(n, std::size_t(a)); }
-void* operator new[](std::size_t n, std::align_val_t a) { return takeOrThrow(n, std::size_t(a)); }
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return take(n, 0); }
-void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return take(n, 0); }
-void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return take(n, std::size_t(a)); }
-void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return take(n, std::size_t(a)); }
+void* operator new(std::size_t n) { return takeOrThrow(n, 0, QX_CALLER); }
+void* operator new[](std::size_t n) { return takeOrThrow(n, 0, QX_CALLER); }
+void* operator new(std::size_t n, std::align_val_t a) { return takeOrThrow(n, std::size_t(a), QX_CALLER); }
+void* operator new[](std::size_t n, std::align_val_t a) { return takeOrThrow(n, std::size_t(a), QX_CALLER); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return take(n, 0, QX_CALLER); }
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return take(n, 0, QX_CALLER); }
+void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return take(n, std::size_t(a), QX_CALLER); }
+void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return take(n, std::size_t(a), QX_CALLER); }
 void operator delete(void* p) noexcept { give(p); }
 void operator delete[](void* p) noexcept { give(p); }
 void operator delete(void* p, std::size_t) noexcept { give(p); }
@@ -137,6 +143,12 @@ void operator delete[](void* p, std::align_val_t, const std::nothrow_t&) noexcep
 // clang-format on
 
 namespace qxtest {
+
+void failOnlyIn(const void* from, const void* to)
+{
+    codeTo = static_cast<const char*>(to);
+    codeFrom = static_cast<const char*>(from);
+}
 
 long allocationCount() { return allocations.load(); }
 long liveAllocations() { return live.load(); }

@@ -18,6 +18,10 @@ long allocationCount();
 /// Blocks from operator new that have not been deleted. Equal before and after a piece of work: nothing leaked.
 long liveAllocations();
 
+/// From now on only allocations by code between two addresses, such as those of one library, count for faults and may
+/// fail; null: all.
+void failOnlyIn(const void* from, const void* to);
+
 /// Lets the n-th allocation from now on (n >= 1) fail with std::bad_alloc; with andAllLater, every one after it too.
 /// The destructor ends it. One at a time.
 class AllocFault
