@@ -10,6 +10,7 @@
 #include "support/options.hpp"
 
 #include <algorithm>
+#include <array>
 #include <boost/make_shared.hpp>
 #include <cctype>
 #include <cmath>
@@ -143,8 +144,14 @@ public:
             best_ = p;
             bestSum_ = sum;
         }
+        lastSum_ = sum;
+        if (solution_.evaluations == 1)
+            onIteration(0); // the start
+    }
+    void onIteration(int count) override
+    {
         if (options_.progress)
-            options_.progress(solution_.evaluations, sum, 0.0);
+            options_.progress(count, lastSum_, 0.0);
     }
 
     const std::vector<double>& best() const { return best_; }
@@ -155,7 +162,7 @@ private:
     const SolveOptions& options_;
     Solution& solution_;
     std::vector<double> best_;
-    double bestSum_ = 0.0;
+    double bestSum_ = 0.0, lastSum_ = 0.0;
 };
 
 /// The inverse of a positive definite matrix with ones on its diagonal. False where the data do not determine it.
@@ -224,6 +231,30 @@ void optimise(Regression& regression, const Fit& fit, const SolveOptions& option
     if (s.cancelled && !callback->best().empty())
         s.x = callback->best();
     s.solved = !s.cancelled && s.code == 1;
+}
+
+/// The model over a column alone. Raises qxbase::Exception where it needs another one too.
+std::vector<double> modelOver(const Fit& fit, const std::vector<double>& parameters, const std::string& over,
+                              const std::vector<double>& at)
+{
+    std::vector<std::string> names{over};
+    for (const Variable& p : fit.parameters)
+        names.push_back(p.name);
+    qx::Formulas formulas(names);
+    for (const auto& [name, text] : fit.definitions)
+        formulas.define(name, text);
+    const qx::Formula formula = formulas.add(fit.model);
+    const qx::Program program = formulas.compile();
+    qx::Points points(at.size());
+    points.set(over, at);
+    for (std::size_t k = 0; k < parameters.size(); ++k)
+        points.set(fit.parameters[k].name, parameters[k]);
+    std::vector<double> values(at.size());
+    qx::Options options;
+    options.onFailure = qx::OnFailure::nan;
+    options.keepReal = true;
+    program.evaluate(points, formula, values, options);
+    return values;
 }
 
 } // namespace
@@ -307,6 +338,29 @@ FitResult fitParameters(const Fit& fit, const Table& data, const SolveOptions& o
             r.correlation[a][b] = inverse(a, b) / std::sqrt(inverse(a, a) * inverse(b, b));
     }
     return r;
+}
+
+std::vector<std::array<double, 2>> fittedCurve(const Fit& fit, const FitResult& r, const Table& data, const std::string& over)
+{
+    const std::vector<double>& t = data.column(over);
+    std::vector<std::array<double, 2>> curve;
+    if (t.empty())
+        return curve;
+    const auto [low, high] = std::minmax_element(t.begin(), t.end());
+    constexpr std::size_t count = 401;
+    std::vector<double> at(count), value;
+    for (std::size_t i = 0; i < count; ++i)
+        at[i] = *low + (*high - *low) * static_cast<double>(i) / (count - 1);
+    try {
+        value = modelOver(fit, r.solution.x, over, at);
+    } catch (const qxbase::Exception&) { // other columns count too: the model has values at the data alone
+        at = t;
+        value = r.fitted;
+    }
+    for (std::size_t i = 0; i < at.size(); ++i)
+        curve.push_back({at[i], value[i]});
+    std::sort(curve.begin(), curve.end());
+    return curve;
 }
 
 void printReport(std::ostream& out, const Fit& fit, const FitResult& r)

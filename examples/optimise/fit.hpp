@@ -5,6 +5,7 @@
 #include "solve.hpp"
 #include "support/csv.hpp"
 
+#include <array>
 #include <iosfwd>
 
 namespace examples {
@@ -38,6 +39,11 @@ std::string observedColumn(const Fit& fit, const Table& data);
 /// and correlations come from s^2 (J^T W J)^-1 with s^2 = sum / (rows - parameters): Draper, Smith, Applied Regression
 /// Analysis, 3rd ed., Wiley 1998, section 24.1. Raises UsageError, FileError, qxbase::Exception.
 FitResult fitParameters(const Fit& fit, const Table& data, const SolveOptions& options);
+
+/// Points (column, model) of the fitted curve, ascending: over the column's range where the model needs no other column,
+/// otherwise at the data. NaN where the model has no value.
+std::vector<std::array<double, 2>> fittedCurve(const Fit& fit, const FitResult& result, const Table& data,
+                                               const std::string& over);
 
 void printReport(std::ostream& out, const Fit& fit, const FitResult& result);
 void printJson(std::ostream& out, const Fit& fit, const FitResult& result);

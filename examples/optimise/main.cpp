@@ -93,7 +93,7 @@ Task readTask(Options& options, int argc, char** argv)
                   [&](const std::string& v) { t.options.iterations = wholeNumber(v, 0, 1000000); });
     options.flag("--check", "compare the gradients with differences, and do no more", t.check);
     options.flag("--json", "the answer for programs", t.json);
-    options.flag("--progress", "a line for each evaluation on the standard error stream", t.progress);
+    options.flag("--progress", "a line for each iteration on the standard error stream", t.progress);
     options.text("--plot", "FILE.svg", "draw a problem of two variables, or a fit", t.plot);
     options.text("--print", "FILE", "the optimizer's own protocol, appended", t.options.printFile);
     options.text("--library", "FOLDER", "where the optimizer library is, libqxsnopt.dylib", t.library);

@@ -10,7 +10,6 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
-#include <numeric>
 #include <ostream>
 
 namespace examples {
@@ -233,13 +232,14 @@ void drawFit(std::ostream& out, const Fit& fit, const FitResult& result, const T
     x.widen(0.05);
     v.widen(0.08);
     Paper paper(out, x, v, fit.observed + " near " + fit.model, over, fit.observed);
-    std::vector<std::size_t> order(t.size());
-    std::iota(order.begin(), order.end(), 0u);
-    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return t[a] < t[b]; });
-    Line curve;
-    for (const std::size_t i : order)
-        curve.push_back({t[i], result.fitted[i]});
-    paper.lines({curve}, "fill=\"none\" stroke=\"#d40000\" stroke-width=\"2\"", false);
+    std::vector<Line> pieces(1); // parted where the model has no value
+    for (const auto& [at, value] : fittedCurve(fit, result, data, over)) {
+        if (std::isfinite(value))
+            pieces.back().push_back({at, value});
+        else if (!pieces.back().empty())
+            pieces.emplace_back();
+    }
+    paper.lines(pieces, "fill=\"none\" stroke=\"#d40000\" stroke-width=\"2\"", false);
     for (std::size_t i = 0; i < t.size(); ++i)
         paper.dot(t[i], y[i], 3, "fill=\"#0057b8\"");
     char note[120];

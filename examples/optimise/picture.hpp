@@ -10,7 +10,7 @@
 namespace examples {
 
 /// Draws a problem of two variables as an SVG picture: level lines of the objective, what the constraints forbid, their
-/// boundaries, the points that were looked at and the end. Raises UsageError for another number of variables.
+/// boundaries, the iterates and the end. Raises UsageError for another number of variables.
 void drawLandscape(std::ostream& out, const Model& model, const Solution& solution);
 
 /// Draws the observations and the fitted curve over a column as an SVG picture.

@@ -46,10 +46,20 @@ public:
             bestF_ = f;
             bestViolation_ = violation;
         }
+        last_.assign(x, x + model_.n());
+        lastF_ = total[0];
+        lastViolation_ = violation;
+        if (path.empty())
+            iterationEnded(0); // the start
+    }
+
+    /// The point that was looked at last is where an iteration ended.
+    void iterationEnded(int count)
+    {
         if (path.size() < 100000)
-            path.emplace_back(x, x + model_.n());
+            path.push_back(last_);
         if (options_.progress)
-            options_.progress(evaluations, total[0], violation);
+            options_.progress(count, lastF_, lastViolation_);
     }
 
     long evaluations = 0;
@@ -60,6 +70,8 @@ private:
     const Model& model_;
     const SolveOptions& options_;
     double bestF_ = 0.0, bestViolation_ = kUnbounded;
+    std::vector<double> last_;
+    double lastF_ = 0.0, lastViolation_ = 0.0;
 };
 
 class NonlinearFunctions : public OptimNPCallback
@@ -85,6 +97,7 @@ public:
             total_[static_cast<std::size_t>(e.row)] += e.value * x[e.column];
         track_.add(x, total_);
     }
+    void onIteration(int count) override { track_.iterationEnded(count); }
 
 private:
     const Model& model_;
@@ -252,6 +265,8 @@ Solution solveFrom(const Model& model, const SolveOptions& options, const std::v
     s.solved = !s.cancelled && (s.code == 1 || s.code == 2 || s.code == 4);
     s.evaluations = track.evaluations;
     s.path = std::move(track.path);
+    if (!s.path.empty() && s.path.back() != s.x)
+        s.path.push_back(s.x);
     return s;
 }
 

@@ -18,7 +18,7 @@ struct SolveOptions
     bool general = false;    ///< treat a quadratic problem like any other
     std::string printFile;
     qxutil::RunInfo* run = nullptr;
-    /// Hears of each evaluation: its number, the objective, the largest violation.
+    /// Hears of each iteration: its number, the objective, the largest violation.
     std::function<void(long, double, double)> progress;
 };
 
@@ -33,7 +33,7 @@ struct Solution
     int iterations = 0;
     long evaluations = 0;
     double violation = 0.0;
-    std::vector<std::vector<double>> path; ///< the points that were looked at, in order
+    std::vector<std::vector<double>> path; ///< the iterates, from the start to the end
 };
 
 /// Optimises from the start of the problem and from starts - 1 random points; gives the best end.

@@ -16,7 +16,7 @@ public:
     virtual bool at(const double* x, double* out) = 0;
 };
 
-/// A list of steps on numbers where real arithmetic suffices, the evaluation of trees otherwise.
+/// The compiler's list of definitions where real arithmetic suffices, the evaluation of trees otherwise.
 /// The graph is lent and must outlive the result.
 std::unique_ptr<Values> makeValues(const Graph& graph, const std::vector<EvalNodePtr>& expressions);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "examples/program.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -90,7 +91,7 @@ TEST(Optimise, ProgressGoesToTheErrorStream)
     const Outcome o = optimise({"--minimise", "x^4", "--variables", "x=1", "--progress"});
 
     EXPECT_EQ(o.status, 0);
-    EXPECT_THAT(o.err, HasSubstr("     1                   1  violation 0.00e+00\n"));
+    EXPECT_THAT(o.err, HasSubstr("     0                   1  violation 0.00e+00\n     1  "));
 }
 
 TEST(Optimise, AnInterruptGivesTheBestPointSoFar)
@@ -192,6 +193,24 @@ TEST(OptimiseFit, DrawsTheCurveAndRespectsRanges)
     EXPECT_EQ(o.status, 0) << o.err;
     EXPECT_NEAR(numberAfter(o.out, "b1  "), 220, 1e-3);
     EXPECT_THAT(ScratchDirectory::read(scratch.path("f.svg")), AllOf(HasSubstr("<path"), HasSubstr("R^2 = 0.99")));
+}
+
+TEST(OptimiseFit, DrawsASmoothCurveWhereTheModelNeedsOneColumn)
+{
+    const ScratchDirectory scratch;
+    const std::string data = scratch.file("d.csv", "t,u,y\n0,1,1\n1,2,3\n2,1,4\n");
+    const auto segments = [&](const std::string& model) {
+        const Outcome o = optimise({"--fit", data, "--model", model, "--observed", "y", "--variables", "a=1,b=1", "--plot",
+                                    scratch.path("f.svg")});
+        EXPECT_EQ(o.status, 0) << o.err;
+        const std::string svg = ScratchDirectory::read(scratch.path("f.svg"));
+        const std::size_t path = svg.find(" d=\"", svg.find("stroke=\"#d40000\""));
+        const std::string points = svg.substr(path, svg.find("/>", path) - path);
+        return std::count(points.begin(), points.end(), 'L');
+    };
+
+    EXPECT_EQ(segments("a+b*t"), 400);
+    EXPECT_EQ(segments("a*u+b*t"), 2) << "the values at the data, where u is known";
 }
 
 TEST(OptimiseFit, ParametersThatTheDataDoNotDetermineHaveNoErrors)

@@ -380,7 +380,8 @@ TEST_F(FormulaOptimum, CancelGivesTheBestPointSoFar)
 
     EXPECT_TRUE(s.cancelled);
     EXPECT_FALSE(s.solved);
-    EXPECT_EQ(s.F[0], *std::min_element(seen.begin(), seen.end()));
+    EXPECT_LE(s.F[0], *std::min_element(seen.begin(), seen.end()));
+    EXPECT_EQ(seen.size(), 9u) << "the start and eight iterations";
 }
 
 TEST_F(FormulaOptimum, UndefinedRegionsAreAvoided)
