@@ -34,6 +34,17 @@ bool allReal(const Complex* values, std::size_t n)
     return real;
 }
 
+/// Where the values of each argument lie.
+template <class T, class Arg, class Where>
+std::vector<const T*> pointersOf(const std::vector<Arg>& args, const Where& where)
+{
+    std::vector<const T*> pointers;
+    pointers.reserve(args.size());
+    for (const Arg& arg : args)
+        pointers.push_back(where(arg));
+    return pointers;
+}
+
 } // namespace
 
 ExternFun::ExternFun(const std::string& name, int nArgs, const std::string& complexName,
@@ -58,7 +69,6 @@ unsigned ExternFun::complex(const std::vector<const Complex*>& args, std::size_t
 {
     if (complexName_.empty()) {
         std::vector<std::vector<double>> reals;
-        std::vector<const double*> pointers;
         for (const Complex* arg : args) {
             if (!allReal(arg, n))
                 return kFunKind;
@@ -66,8 +76,7 @@ unsigned ExternFun::complex(const std::vector<const Complex*>& args, std::size_t
             for (std::size_t i = 0; i < n; ++i)
                 values[i] = arg[i].real();
         }
-        for (const auto& values : reals)
-            pointers.push_back(values.data());
+        const auto pointers = pointersOf<double>(reals, [](const auto& values) { return values.data(); });
         std::vector<double> result(n);
         const unsigned bits = real(pointers, n, result.data());
         std::copy(result.begin(), result.end(), out);
@@ -95,33 +104,25 @@ bool ExternFun::unaryInto(double* out, const double* x, unsigned shape, std::siz
 
 unsigned ExternFun::operator()(const std::vector<D>& args, int which) const
 {
-    std::vector<const double*> pointers;
-    for (const D& arg : args)
-        pointers.push_back(arg.get());
+    const auto pointers = pointersOf<double>(args, [](const D& arg) { return arg.get(); });
     return real(pointers, 1, args[static_cast<std::size_t>(which) - 1].get());
 }
 
 unsigned ExternFun::operator()(const std::vector<C>& args, int which) const
 {
-    std::vector<const Complex*> pointers;
-    for (const C& arg : args)
-        pointers.push_back(arg.get());
+    const auto pointers = pointersOf<Complex>(args, [](const C& arg) { return arg.get(); });
     return complex(pointers, 1, args[static_cast<std::size_t>(which) - 1].get());
 }
 
 unsigned ExternFun::operator()(const std::vector<DA>& args, Size size, int which) const
 {
-    std::vector<const double*> pointers;
-    for (const DA& arg : args)
-        pointers.push_back(arg->data());
+    const auto pointers = pointersOf<double>(args, [](const DA& arg) { return arg->data(); });
     return real(pointers, size, args[static_cast<std::size_t>(which) - 1]->data());
 }
 
 unsigned ExternFun::operator()(const std::vector<CA>& args, Size size, int which) const
 {
-    std::vector<const Complex*> pointers;
-    for (const CA& arg : args)
-        pointers.push_back(arg->data());
+    const auto pointers = pointersOf<Complex>(args, [](const CA& arg) { return arg->data(); });
     return complex(pointers, size, args[static_cast<std::size_t>(which) - 1]->data());
 }
 

@@ -29,7 +29,7 @@ std::vector<std::string> CompiledFormulas::feed(ExprComp& compiler, std::span<co
         const std::string text = item(formula).tree->getExpr();
         add(text, item(formula).tree);
         for (const std::string& name : gradient)
-            add("d(" + text + ',' + name + ')', derivative(formula, variable(name)).tree);
+            add(std::string("d(").append(text).append(1, ',').append(name).append(1, ')'), derivative(formula, variable(name)).tree);
     }
     return outputs;
 }

@@ -190,3 +190,35 @@ TEST(Exception, AddTakesPairsOfTextAndInteger)
     EXPECT_EQ(e.getId(1), "Internal_error_in_UMFPACK");
     EXPECT_EQ(e.getArgs(1), (qxbase::ExceptionArgs{{"Error_code", "-8"}, {"Step", "2"}}));
 }
+
+TEST(Exception, IntegersOfEveryWidthAreKeptAsDecimalText)
+{
+    const auto kept = [](const Exception& e) { return e.getArgs(0).front().second; };
+
+    EXPECT_EQ(kept(Exception("m", 1, "Id", "k", -7)), "-7");
+    EXPECT_EQ(kept(Exception("m", 1, "Id", "k", -5000000000L)), "-5000000000");
+    EXPECT_EQ(kept(Exception("m", 1, "Id", "k", 18446744073709551615UL)), "18446744073709551615");
+    const Exception pairs("m", 1, "Id", std::vector<std::pair<std::string, int>>{{"a", 1}, {"b", -2}});
+    EXPECT_EQ(pairs.getArgs(0), (qxbase::ExceptionArgs{{"a", "1"}, {"b", "-2"}}));
+}
+
+TEST(Exception, TextHasALineForEachEntryInnermostFirst)
+{
+    Exception e("inner", 7, "Divide_by_zero", qxbase::ExceptionArgs{{"Name", "x"}, {"Point", "3"}});
+    e.add("middle", 12, "In_formula");
+    e.add("outer", 13, "Stopped", qxbase::ExceptionArgs{{"key", ""}});
+
+    EXPECT_EQ(e.toString(), "inner:7 Divide_by_zero (Name = x, Point = 3)\nmiddle:12 In_formula\nouter:13 Stopped (key)\n");
+}
+
+TEST(ErrInfo, AppendedToAnEmptyRecordIsTheOther)
+{
+    ErrInfo empty, other;
+    other.newLine("file", 3);
+    other["k"] = "v";
+
+    empty.append(other);
+
+    ASSERT_EQ(empty.size(), 1u);
+    EXPECT_EQ(empty.get(0, "k"), "v");
+}

@@ -133,6 +133,19 @@ TEST(QxStringPool, CopiesAreIndependent)
     EXPECT_EQ(copy.size(), 2);
 }
 
+TEST(QxStringPool, AssignedToItselfStays)
+{
+    QxStringPool pool;
+    pool.getHandle("a");
+    const int b = pool.getHandle("b");
+    const QxStringPool& same = pool;
+
+    pool = same;
+
+    EXPECT_EQ(pool.size(), 2);
+    EXPECT_EQ(pool.getString(b), "b");
+}
+
 TEST(QxStringPool, AFailingAllocationChangesNothing)
 {
     const std::string text(50, 't');
@@ -237,6 +250,21 @@ TEST(RunLog, PassesProgressMessagesAndParametersToTheListener)
     EXPECT_EQ(recorder.lines, (std::vector<std::string>{"UMFPACK Step=2", "UMFPACK 25%", "UMFPACK: half of the half"}));
     EXPECT_EQ(*log.adrLastProgress(), 50);
     EXPECT_EQ(*log.adrParamValue(), 2);
+}
+
+TEST(RunLog, AListenerNeedsToListenToNothing)
+{
+    qxutil::RunListener deaf;
+    qxutil::RunInfo info(&deaf);
+    qxutil::RunLog log(info);
+
+    log.init("Title");
+    log.addMessage("text");
+    log.setParam("Step", 2);
+    log.setProgress(0.5);
+
+    EXPECT_EQ(log.getParam(), 2);
+    EXPECT_EQ(log.getFraction(), 0.5);
 }
 
 TEST(RunLog, WhatIsWrittenThroughTheAddressesIsTheState)

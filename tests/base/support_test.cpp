@@ -112,14 +112,13 @@ TEST(AllocFault, IsOverBeforeTheIdentifierOfAFailureIsRead)
 
 namespace {
 
-/// Bytes of stack from the frame of the first call to that of the last. Volatile use keeps every frame.
+/// Bytes of stack from the frame of the first call to that of the last. Each frame is used again after the call below it.
 std::size_t descend(int levels, const volatile char* top)
 {
     volatile char frame[4096];
-    frame[0] = static_cast<char>(levels);
-    if (levels > 0)
-        return descend(levels - 1, top);
-    return static_cast<std::size_t>(top - frame) + static_cast<std::size_t>(frame[0]);
+    frame[0] = 0;
+    const std::size_t below = levels > 0 ? descend(levels - 1, top) : static_cast<std::size_t>(top - frame);
+    return below + static_cast<std::size_t>(frame[0]);
 }
 
 } // namespace

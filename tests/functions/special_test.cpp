@@ -364,6 +364,7 @@ TEST(QxMath, IncompleteGammaHasItsLimitsAndRefusals)
     EXPECT_EQ(qxmath::gammainc(3.0, 0.0), 1.0);
     EXPECT_EQ(qxmath::gammainc(inf, 2.0), 1.0);
     EXPECT_EQ(qxmath::gammainc(2.0, inf), 0.0);
+    EXPECT_TRUE(std::isnan(qxmath::gammainc(inf, inf)));
     EXPECT_TRUE(std::isnan(qxmath::gammainc(kNaN, 1.0)));
     EXPECT_TRUE(std::isnan(qxmath::gammainc(1.0, kNaN)));
     EXPECT_EQ(idOf([] { qxmath::gammainc(-1.0, 1.0); }), "Argument 1 must be nonnegative.");
@@ -378,6 +379,10 @@ TEST(QxMath, IncompleteBetaHasItsLimitsAndRefusals)
     EXPECT_EQ(qxmath::betainc(1.0, 2.0, 3.0), 1.0);
     EXPECT_EQ(qxmath::betainc(0.5, inf, 1.0), 0.0);
     EXPECT_EQ(qxmath::betainc(0.5, 1.0, inf), 1.0);
+    EXPECT_TRUE(std::isnan(qxmath::betainc(0.5, inf, inf)));
+    for (const double x : {0.0, 1.0}) // the ends hold for any shape
+        for (const double a : {0.5, inf})
+            EXPECT_EQ(qxmath::betainc(x, a, inf), x) << a;
     EXPECT_TRUE(std::isnan(qxmath::betainc(kNaN, 1.0, 1.0)));
     EXPECT_TRUE(std::isnan(qxmath::betainc(0.5, kNaN, 1.0)));
     EXPECT_EQ(idOf([] { qxmath::betainc(1.5, 1.0, 1.0); }), "Argument 1 must be in [0,1], inclusive.");
