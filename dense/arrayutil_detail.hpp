@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <string_view>
 
 namespace qxarray_detail {
@@ -45,26 +46,55 @@ bool isSquare(const Array<T, 2>& A) { return A.extent(0) == A.extent(1); }
 int workSize(double answer);
 inline int workSize(const cplx& answer) { return workSize(answer.real()); }
 
+/// Elements for the length of a call, not initialised: few stand in the frame, more are allocated.
+template <class T, unsigned long few>
+class Scratch
+{
+public:
+    explicit Scratch(unsigned long size)
+    {
+        if (size > few)
+            many_.resize(size);
+    }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+    T* data() { return many_.size() != 0 ? many_.data() : reinterpret_cast<T*>(frame_); }
+
+private:
+    static_assert(few * sizeof(T) < 12 * 1024, "threads of 128 KiB call LAPACK too");
+    alignas(16) std::byte frame_[few * sizeof(T)];
+    Array<T, 1> many_;
+};
+
+/// Problems with no dimension above this are small. Then no routine works by blocks, and work arrays of smallWork elements
+/// are all that any of them can use: 2 n^2 + 8 n + 16 is the largest demand, that of ggevx with condition numbers.
+constexpr int smallDimension = 16;
+constexpr int smallWork = 2 * smallDimension * smallDimension + 8 * smallDimension + 16;
+
 /// Runs the calls one after the other on one work array. Each call(work, lwork) is first asked for its size, with
-/// lwork = workQuery; the array is allocated before the first of them does its work, so that a failure changes nothing.
+/// lwork = workQuery; the array is there before the first of them does its work, so that a failure changes nothing. Small
+/// problems are not asked: the answer takes as long as their work. dimension: the largest of the problem.
 constexpr int workQuery = -1;
 template <class T, class... Calls>
-void withSpareWorkspace(int spare, Calls... calls)
+void withSpareWorkspace(int dimension, int spare, Calls... calls)
 {
-    int size = 1;
-    const auto ask = [&size](auto& call) {
-        T answer(0);
-        call(&answer, workQuery);
-        size = std::max(size, workSize(answer));
-    };
-    (ask(calls), ...);
-    Array<T, 1> work(static_cast<unsigned long>(size) + static_cast<unsigned long>(spare));
+    int size = smallWork;
+    if (dimension > smallDimension) {
+        size = 1;
+        const auto ask = [&size](auto& call) {
+            T answer(0);
+            call(&answer, workQuery);
+            size = std::max(size, workSize(answer));
+        };
+        (ask(calls), ...);
+    }
+    Scratch<T, smallWork + smallDimension> work(static_cast<unsigned long>(size) + static_cast<unsigned long>(spare));
     (calls(work.data(), size), ...);
 }
 template <class T, class... Calls>
-void withWorkspace(Calls... calls)
+void withWorkspace(int dimension, Calls... calls)
 {
-    withSpareWorkspace<T>(0, calls...);
+    withSpareWorkspace<T>(dimension, 0, calls...);
 }
 
 /// An array as routines take it that reduce a matrix to bidiagonal form. There the product of a complex matrix with a row
@@ -74,13 +104,11 @@ template <class T, int N>
 class WithSpareColumn
 {
 public:
-    explicit WithSpareColumn(Array<T, N>& A) : original_(A)
+    explicit WithSpareColumn(Array<T, N>& A)
+        : original_(A), copy_(copies && A.size() != 0 ? A.size() + A.extent(0) : 0)
     {
-        if (copies && A.size() != 0) {
-            copy_.resize(A.extent(0), A.size() / A.extent(0) + 1);
-            std::copy_n(A.data(), A.size(), copy_.data());
-            std::fill(copy_.data() + A.size(), copy_.end(), T(0));
-        }
+        if (copies && A.size() != 0)
+            std::fill_n(std::copy_n(A.data(), A.size(), copy_.data()), A.extent(0), T(0));
     }
     T* data() { return copies && original_.size() != 0 ? copy_.data() : original_.data(); }
     /// What the routine left goes to the original.
@@ -95,15 +123,19 @@ public:
 private:
     static constexpr bool copies = std::is_same_v<T, cplx>;
     Array<T, N>& original_;
-    Array<T, 2> copy_;
+    Scratch<T, copies ? 72 : 1> copy_;
 };
 
 /// Work array that complex routines want beside the complex one.
 template <class T>
-Array<double, 1> realWork(unsigned long n)
+class RealWork : public Scratch<double, std::is_same_v<T, cplx> ? 8 * smallDimension : 1>
 {
-    return Array<double, 1>(std::is_same_v<T, cplx> ? n : 0ul);
-}
+public:
+    explicit RealWork(unsigned long n)
+        : Scratch<double, std::is_same_v<T, cplx> ? 8 * smallDimension : 1>(std::is_same_v<T, cplx> ? n : 0)
+    {
+    }
+};
 
 /// NaN, in both parts of a complex number.
 template <class T>

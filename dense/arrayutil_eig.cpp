@@ -28,9 +28,9 @@ int standardEig(const char* jobvl, const char* jobvr, Array<T, 2>& A, typename L
     const int ldvl = resizeVectors(jobvl, VL, A.extent(0)), ldvr = resizeVectors(jobvr, VR, A.extent(0));
     if (n == 0)
         return 0;
-    Array<double, 1> rwork = realWork<T>(2 * A.extent(0));
+    RealWork<T> rwork(2 * A.extent(0));
     int info = 0;
-    withWorkspace<T>([&](T* work, int lwork) {
+    withWorkspace<T>(n, [&](T* work, int lwork) {
         Lapack<T>::geev(jobvl, jobvr, &n, A.data(), &lda, w, VL.data(), &ldvl, VR.data(), &ldvr, work, &lwork,
                         rwork.data(), &info);
     });
@@ -77,9 +77,9 @@ int generalizedEig(const char* jobvl, const char* jobvr, Array<T, 2>& A, Array<T
         savedA = A;
         savedB = B;
     }
-    Array<double, 1> rwork = realWork<T>(8 * A.extent(0));
+    RealWork<T> rwork(8 * A.extent(0));
     int info = 0;
-    withWorkspace<T>([&](T* work, int lwork) {
+    withWorkspace<T>(n, [&](T* work, int lwork) {
         Lapack<T>::ggev(jobvl, jobvr, &n, A.data(), &ld, B.data(), &ld, alpha, beta.data(), VL.data(), &ldvl,
                         VR.data(), &ldvr, work, &lwork, rwork.data(), &info);
         if constexpr (retries)
@@ -141,9 +141,9 @@ int schurForm(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ, typename Lapack<T>::Va
                          &lwork, &info);
     };
     if (wantQ)
-        withWorkspace<T>(hessenbergCall(A, tau), hessenbergQCall(A, tau, Q), iteration);
+        withWorkspace<T>(n, hessenbergCall(A, tau), hessenbergQCall(A, tau, Q), iteration);
     else
-        withWorkspace<T>(hessenbergCall(A, tau), iteration);
+        withWorkspace<T>(n, hessenbergCall(A, tau), iteration);
     return info;
 }
 
@@ -192,7 +192,7 @@ void triangularizeB(Array<T, 2>& A, Array<T, 2>& B, Array<T, 2>& Q)
     Array<T, 1> tau(n);
     int info = 0;
     withWorkspace<T>(
-        [&](T* work, int lwork) { Lapack<T>::geqrf(&n, &n, B.data(), &n, tau.data(), work, &lwork, &info); },
+        n, [&](T* work, int lwork) { Lapack<T>::geqrf(&n, &n, B.data(), &n, tau.data(), work, &lwork, &info); },
         [&](T* work, int lwork) {
             Lapack<T>::ormqr("L", Lapack<T>::adjointLetter, &n, &n, &n, B.data(), &n, tau.data(), A.data(), &n, work,
                              &lwork, &info, 1, 1);
@@ -307,7 +307,7 @@ int eig(Array<double, 2>& A, Array<double, 2>& B, Array<double, 1>& alphar, Arra
     Array<double, 1> lscale(n), rscale(n);
     Array<int, 1> iwork(A.extent(0) + 6), bwork(n);
     int ilo = 0, ihi = 0, info = 0;
-    withWorkspace<double>([&](double* work, int lwork) {
+    withWorkspace<double>(n, [&](double* work, int lwork) {
         dggevx_("B", "N", "N", "E", &n, A.data(), &ld, B.data(), &ld, alphar.data(), alphai.data(), beta.data(),
                 nullptr, &one, nullptr, &one, &ilo, &ihi, lscale.data(), rscale.data(), abnrm, bbnrm, rconde.data(),
                 nullptr, work, &lwork, iwork.data(), bwork.data(), &info, 1, 1, 1, 1);
@@ -411,9 +411,9 @@ int hess(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ)
         return 0;
     Array<T, 1> tau(A.extent(0));
     if (wantQ)
-        withWorkspace<T>(hessenbergCall(A, tau), hessenbergQCall(A, tau, Q));
+        withWorkspace<T>(rows(A), hessenbergCall(A, tau), hessenbergQCall(A, tau, Q));
     else
-        withWorkspace<T>(hessenbergCall(A, tau));
+        withWorkspace<T>(rows(A), hessenbergCall(A, tau));
     clearBelow(A, 1);
     return 0;
 }

@@ -39,7 +39,7 @@ int qr(Array<T, 2>& A, Array<T, 1>& tau, int flags)
     tau.resize(static_cast<unsigned long>(std::min(m, n)));
     int info = 0;
     if (tau.size() != 0)
-        withWorkspace<T>([&](T* work, int lwork) {
+        withWorkspace<T>(std::max(m, n), [&](T* work, int lwork) {
             Lapack<T>::geqrf(&m, &n, A.data(), &lda, tau.data(), work, &lwork, &info);
         });
     return judge(info, flags);
@@ -57,9 +57,9 @@ int qr(Array<T, 2>& A, Array<T, 1>& tau, Array<int, 1>& jpvt, int flags)
         return 0;
     }
     jpvt = 0; // every column is free to move
-    Array<double, 1> rwork = realWork<T>(2 * A.extent(1));
+    RealWork<T> rwork(2 * A.extent(1));
     int info = 0;
-    withWorkspace<T>([&](T* work, int lwork) {
+    withWorkspace<T>(std::max(m, n), [&](T* work, int lwork) {
         Lapack<T>::geqp3(&m, &n, A.data(), &lda, jpvt.data(), tau.data(), work, &lwork, rwork.data(), &info);
     });
     return judge(info, flags);
@@ -82,7 +82,7 @@ int q(Array<T, 2>& A, const Array<T, 1>& tau, int flags)
     const int m = rows(A), n = columns(A), k = lapackInt(tau.size()), lda = leading(A);
     int info = 0;
     if (A.size() != 0)
-        withWorkspace<T>([&](T* work, int lwork) {
+        withWorkspace<T>(std::max(m, n), [&](T* work, int lwork) {
             Lapack<T>::orgqr(&m, &n, &k, A.data(), &lda, tau.data(), work, &lwork, &info);
         });
     return judge(info, flags);
@@ -111,10 +111,12 @@ int svd(const char* jobu, const char* jobvt, Array<T, 2>& A, Array<T, 2>& U, Arr
             setIdentity(VT);
         return 0;
     }
-    Array<double, 1> rwork = realWork<T>(5 * k);
+    RealWork<T> rwork(5 * k);
     WithSpareColumn a(A), u(U), vt(VT);
     int info = 0;
-    withSpareWorkspace<T>(a.spare(m, n), [&](T* work, int lwork) {
+    // The size of the work array shows where it takes what overwrites A: asked for whatever the dimension.
+    const int dimension = isOption(jobu, "O") || isOption(jobvt, "O") ? INT_MAX : std::max(m, n);
+    withSpareWorkspace<T>(dimension, a.spare(m, n), [&](T* work, int lwork) {
         Lapack<T>::gesvd(jobu, jobvt, &m, &n, a.data(), &lda, s.data(), u.data(), &ldu, vt.data(), &ldvt, work, &lwork,
                          rwork.data(), &info);
     });

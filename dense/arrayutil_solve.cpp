@@ -55,7 +55,7 @@ int linsolv(Array<T, 2>& A, Array<T, N>& B, int flags)
         return judge(-7, flags);
 
     const int n = rows(A), nrhs = rightHandSides(B), lda = leading(A), ldb = leading(B);
-    Array<int, 1> ipiv(n);
+    Scratch<int, 64> ipiv(A.extent(0));
     int info = 0;
     Lapack<T>::gesv(&n, &nrhs, A.data(), &lda, ipiv.data(), B.data(), &ldb, &info);
     if (info > 0 && !(flags & RaisePositive))
@@ -130,12 +130,13 @@ int leastSquares(Array<T, 2>& A, const Array<T, N>& B, Array<T, N>& X, double rc
         return 0;
     }
     const int m = rows(A), n = columns(A), nrhs = rightHandSides(B), lda = leading(A), ldb = leading(B);
-    Array<double, 1> s(std::min(m, n));
-    Array<double, 1> rwork = realWork<T>(5 * s.size());
+    const auto smaller = static_cast<unsigned long>(std::min(m, n));
+    Scratch<double, smallDimension> s(smaller);
+    RealWork<T> rwork(5 * smaller);
     WithSpareColumn a(A);
     WithSpareColumn b(solution);
     int rank = 0, info = 0;
-    withSpareWorkspace<T>(a.spare(m, n), [&](T* work, int lwork) {
+    withSpareWorkspace<T>(std::max({m, n, nrhs}), a.spare(m, n), [&](T* work, int lwork) {
         Lapack<T>::gelss(&m, &n, &nrhs, a.data(), &lda, b.data(), &ldb, s.data(), &rcond, &rank, work, &lwork,
                          rwork.data(), &info);
     });

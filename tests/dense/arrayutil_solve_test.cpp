@@ -435,7 +435,8 @@ TEST(LapackSizes, AnExtentOfAnEmptyMatrixBeyondTheIntegersThrows)
 TYPED_TEST(Solve, AllocationFailurePassesThroughAndLeavesTheMatrices)
 {
     using T = TypeParam;
-    const Array<T, 2> A0 = randomMatrix<T>(6, 6, 14), B0 = randomMatrix<T>(6, 2, 15);
+    // Large enough for work arrays that do not stand in the frame.
+    const Array<T, 2> A0 = randomMatrix<T>(70, 70, 14), B0 = randomMatrix<T>(70, 2, 15);
     Array<T, 2> A = A0, B = B0, X;
     Array<int, 1> ipiv;
     const std::function<void()> operations[] = {
