@@ -94,7 +94,6 @@ void* __libc_calloc(std::size_t, std::size_t);
 void* __libc_realloc(void*, std::size_t);
 void* __libc_memalign(std::size_t, std::size_t);
 
-// clang-format off
 void* malloc(std::size_t n) noexcept { return count(), __libc_malloc(n); }
 void* calloc(std::size_t n, std::size_t size) noexcept { return count(), __libc_calloc(n, size); }
 void* realloc(void* p, std::size_t n) noexcept { return count(), __libc_realloc(p, n); }
@@ -105,7 +104,6 @@ int posix_memalign(void** out, std::size_t a, std::size_t n) noexcept
     void* const block = memalign(a, n);
     return block ? (*out = block, 0) : ENOMEM;
 }
-// clang-format on
 }
 #endif
 
@@ -119,7 +117,6 @@ extern "C" const char* __tsan_default_options()
 }
 
 #define QX_CALLER __builtin_return_address(0)
-// clang-format off
 void* operator new(std::size_t n) { return takeOrThrow(n, 0, QX_CALLER); }
 void* operator new[](std::size_t n) { return takeOrThrow(n, 0, QX_CALLER); }
 void* operator new(std::size_t n, std::align_val_t a) { return takeOrThrow(n, std::size_t(a), QX_CALLER); }
@@ -140,7 +137,6 @@ void operator delete(void* p, const std::nothrow_t&) noexcept { give(p); }
 void operator delete[](void* p, const std::nothrow_t&) noexcept { give(p); }
 void operator delete(void* p, std::align_val_t, const std::nothrow_t&) noexcept { give(p); }
 void operator delete[](void* p, std::align_val_t, const std::nothrow_t&) noexcept { give(p); }
-// clang-format on
 
 namespace qxtest {
 
