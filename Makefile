@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: LicenseRef-qxkernel
 # The words people type. Each installs what is missing first (tools/bootstrap says what it does).
-.PHONY: demo check bench docs evidence install python distributed demo-distributed
+.PHONY: demo check bench docs evidence install uninstall package python distributed demo-distributed
 
 demo:
 	tools/bootstrap demo
@@ -25,9 +25,14 @@ docs:
 
 install:
 	tools/bootstrap install
-	cmake --preset release
-	cmake --build --preset release --target qx_installed
-	cmake --install build/release $(if $(PREFIX),--prefix "$(PREFIX)")
+	tools/install $(if $(PREFIX),"$(PREFIX)")
+
+uninstall:
+	tools/install --remove
+
+package:
+	tools/bootstrap package
+	tools/package
 
 python:
 	tools/bootstrap python
