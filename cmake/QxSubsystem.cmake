@@ -68,22 +68,23 @@ function(qx_finish_library)
   set_target_properties(qxkernel PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
     INSTALL_RPATH "$ORIGIN")
   target_compile_features(qxkernel INTERFACE cxx_std_20)
-  # What is exported is what cmake/exports.txt lists. Symbols carry the major version: two versions of the library in one
-  # process do not meet.
+  # What is exported is what cmake/exports.txt lists; tools/check_exports.py warns of what is new, and where it runs, that is
+  # exported too until it is listed. Symbols carry the major version: two versions of the library in one process do not meet.
   set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.txt)
   set(map ${PROJECT_BINARY_DIR}/qxkernel.map)
-  file(READ ${exports} names_exported)
-  string(REGEX REPLACE "([^\n]+)\n" "    \"\\1\";\n" names_exported "${names_exported}")
-  file(GENERATE OUTPUT ${map} CONTENT
-    "QXKERNEL_${PROJECT_VERSION_MAJOR} {\n  global: extern \"C++\" {\n${names_exported}  };\n  local: *;\n};\n")
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports})
-  target_link_options(qxkernel PRIVATE LINKER:--version-script=${map})
-  set_target_properties(qxkernel PROPERTIES LINK_DEPENDS ${map})
   find_program(QX_PYTHON3 python3)
   if(QX_PYTHON3 AND PROJECT_IS_TOP_LEVEL)
-    add_custom_command(TARGET qxkernel POST_BUILD VERBATIM
-      COMMAND ${QX_PYTHON3} ${PROJECT_SOURCE_DIR}/tools/check_exports.py ${PROJECT_BINARY_DIR} --note)
+    add_custom_command(TARGET qxkernel PRE_LINK VERBATIM
+      COMMAND ${QX_PYTHON3} ${PROJECT_SOURCE_DIR}/tools/check_exports.py ${PROJECT_BINARY_DIR} --map ${map})
+  else()
+    file(READ ${exports} listed)
+    string(REGEX REPLACE "([^\n]+)\n" "    \"\\1\";\n" listed "${listed}")
+    file(GENERATE OUTPUT ${map} CONTENT
+      "QXKERNEL_${PROJECT_VERSION_MAJOR} {\n  global: extern \"C++\" {\n${listed}  };\n  local: *;\n};\n")
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports})
   endif()
+  target_link_options(qxkernel PRIVATE LINKER:--version-script=${map})
+  set_target_properties(qxkernel PROPERTIES LINK_DEPENDS ${exports})
   target_link_libraries(qxkernel PRIVATE qx_flags ${private} OpenMP::OpenMP_CXX ${CMAKE_DL_LIBS} Threads::Threads
     PUBLIC $<BUILD_INTERFACE:Boost::headers>)
   target_include_directories(qxkernel PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>

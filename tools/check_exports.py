@@ -11,7 +11,9 @@ lists one that is gone, and when a marked symbol stands in neither list. Symbols
 usage: check_exports.py BUILD_DIR                    the check
        check_exports.py BUILD_DIR --export REGEX     adds the marked symbols that match and stand in neither list to the first
        check_exports.py BUILD_DIR --inside REGEX     adds their names to the second
-       check_exports.py BUILD_DIR --note             only says which marked symbols stand in neither list
+       check_exports.py BUILD_DIR --prune            drops listed symbols that no object defines and no tag of this version has
+       check_exports.py BUILD_DIR --map FILE         for the build: the version script of the listed symbols and, with a warning,
+                                                     of those that stand in neither list
 """
 import pathlib
 import re
@@ -21,7 +23,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 EXPORTS = ROOT / "cmake" / "exports.txt"
 INSIDE = ROOT / "cmake" / "not_exported.txt"
-FOREIGN = ("std::", "boost::", "__gnu_cxx::", ".gomp_critical_user_", "_Z")  # _Z: lambdas that cannot be demangled
+FOREIGN = ("std::", "boost::", "__", ".gomp_critical_user_", "_Z")  # __: the compiler's; _Z: lambdas without a readable name
 OPERATOR = re.compile(r"operator ?(\(\)|\[\]|<=>|->\*?|<<=?|>>=?|<=?|>=?|[^\w\s(<>]+)")
 DATA = re.compile(r"^(?:vtable|typeinfo|typeinfo name|VTT|guard variable) for |^(?:non-)?virtual thunk to ")
 
@@ -77,11 +79,14 @@ def write(path, lines):
     path.write_text("\n".join(head + sorted(lines)) + "\n")
 
 
+def major():
+    return re.search(r"VERSION (\d+)\.", (ROOT / "CMakeLists.txt").read_text().split("project(", 1)[1])[1]
+
+
 def last_tag():
     """The last tag of this major version, None where there is none (or no git)."""
-    major = re.search(r"VERSION (\d+)\.", (ROOT / "CMakeLists.txt").read_text().split("project(", 1)[1])[1]
     try:
-        tags = output("git", "-C", str(ROOT), "tag", "--list", f"v{major}.*", "--sort=version:refname").split()
+        tags = output("git", "-C", str(ROOT), "tag", "--list", f"v{major()}.*", "--sort=version:refname").split()
     except (OSError, subprocess.CalledProcessError):
         return None
     return tags[-1] if tags else None
@@ -92,8 +97,17 @@ def main():
     folders = [row.split()[0] for row in (build / "uses.txt").read_text().splitlines() if row]
     objects = [str(o) for f in folders for o in sorted((build / f / "CMakeFiles" / f"qx_{f}.dir").rglob("*.o"))]
     listed, inside = read(EXPORTS), read(INSIDE)
-    unjudged = {s for s in marked(objects) - listed if not (n := name_of(s)).startswith(FOREIGN) and n not in inside}
+    defined = marked(objects)
+    unjudged = {s for s in defined - listed if not (n := name_of(s)).startswith(FOREIGN) and n not in inside}
 
+    tag = last_tag()
+    promised = set(output("git", "-C", str(ROOT), "show", f"{tag}:cmake/exports.txt").splitlines()) if tag else set()
+
+    if action == "--prune":
+        gone = listed - defined - promised
+        write(EXPORTS, listed - gone)
+        print("\n".join(sorted(gone)) or "nothing to drop")
+        return
     if action in ("--export", "--inside"):
         chosen = {s for s in unjudged if re.search(pattern, s)}
         if action == "--export":
@@ -102,20 +116,19 @@ def main():
             write(INSIDE, inside | {name_of(s) for s in chosen})
         print("\n".join(sorted(chosen)) or "nothing matches")
         return
-    if action == "--note":
+    if action == "--map":
         if unjudged:
-            print("exports: in neither list of cmake/, so not exported (tools/check_exports.py tells how to add them):")
-            print("\n".join("  " + s for s in sorted(unjudged)[:20] + ["..."] * (len(unjudged) > 20)))
+            print("exports: in neither list of cmake/ (tools/check_exports.py tells how to add them):")
+            print("\n".join(["  " + s for s in sorted(unjudged)[:20]] + ["  ..."] * (len(unjudged) > 20)))
+        names = "".join(f'    "{s}";\n' for s in sorted(listed | unjudged))
+        pathlib.Path(pattern).write_text(f'QXKERNEL_{major()} {{\n  global: extern "C++" {{\n{names}  }};\n  local: *;\n}};\n')
         return
 
     there = exported(str(build / "libqxkernel.so"))
     errors = [f"listed but not exported: {s}" for s in sorted(listed - there)]
     errors += [f"exported but not listed: {s}" for s in sorted(there - listed)]
     errors += [f"marked QX_API but in neither list: {s}" for s in sorted(unjudged)]
-    tag = last_tag()
-    if tag:
-        before = output("git", "-C", str(ROOT), "show", f"{tag}:cmake/exports.txt").splitlines()
-        errors += [f"gone since {tag}: {s}" for s in sorted(set(before) - listed)]
+    errors += [f"gone since {tag}: {s}" for s in sorted(promised - listed)]
     print("\n".join(errors) or f"exports: {len(there)} symbols, as listed; nothing gone since {tag or 'the first tag, still to come'}")
     sys.exit("exports: see the head of tools/check_exports.py" if errors else 0)
 
