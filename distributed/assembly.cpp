@@ -102,7 +102,7 @@ struct AssemblyState
     Sparse mergePatterns();
     std::vector<Scalar> sumBatches(std::size_t count) const;
     std::vector<Scalar> condensedLoad() const;
-    void makeMatrix(const Sparse& whole, const std::vector<Scalar>& values);
+    void makeMatrix(Sparse whole, std::vector<Scalar> values);
     void makeRightSide(const std::vector<Scalar>& values);
 };
 
@@ -187,8 +187,8 @@ std::vector<Scalar> AssemblyState::condensedLoad() const
     return b;
 }
 
-/// Together.
-void AssemblyState::makeMatrix(const Sparse& whole, const std::vector<Scalar>& values)
+/// Together. What is not needed any more is released on the way: this is where memory is short.
+void AssemblyState::makeMatrix(Sparse whole, std::vector<Scalar> values)
 {
     const std::size_t count = whole.getNnz();
     std::vector<PetscInt> row, column;
@@ -200,6 +200,7 @@ void AssemblyState::makeMatrix(const Sparse& whole, const std::vector<Scalar>& v
                 row[k] = u.freeRow[i];
                 column[k] = u.freeRow[whole.getRow()[k]];
             }
+        whole.clear();
     });
     Owned<Mat, MatDestroy> made(u.session);
     detail::collectively(*u.session, [&] {
@@ -310,7 +311,7 @@ void Assembly::finish()
             values.assign(detail::valuesOf(whole), detail::valuesOf(whole) + whole.getNnz());
     });
     if (isNew)
-        s.makeMatrix(whole, values);
+        s.makeMatrix(std::move(whole), std::move(values));
     else
         detail::collectively(*s.u.session,
                              [&] { QX_PETSC(MatSetValuesCOO(s.matrix.get(), values.data(), INSERT_VALUES)); });

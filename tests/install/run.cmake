@@ -70,6 +70,25 @@ if(files OR NOT EXISTS ${work}/runtime/${LIBDIR}/libqxkernel.so.${SOVERSION})
   message(FATAL_ERROR "the component runtime is not the library alone: ${files}")
 endif()
 
+# The libraries for many ranks, where they were built, in a project of their own.
+if(EXISTS ${prefix}/${LIBDIR}/pkgconfig/qxkernel_mpi_real.pc)
+  file(MAKE_DIRECTORY ${work}/ranks)
+  file(WRITE ${work}/ranks/main.cpp "#include <distributed.hpp>\n"
+    "int main() { qx::distributed::Session s; qx::distributed::Conditions c; c.fix(0, 2.0);\n"
+    "  const std::vector<qx::distributed::Index> one{0};\n"
+    "  return qx::distributed::Unknowns(s, one, 1, c).particular()[0] == 2.0 ? 0 : 1; }\n")
+  file(WRITE ${work}/ranks/CMakeLists.txt "cmake_minimum_required(VERSION 3.25)\nproject(ranks LANGUAGES C CXX)\n"
+    "find_package(qxkernel REQUIRED)\nadd_executable(ranks main.cpp)\n"
+    "target_link_libraries(ranks PRIVATE qxkernel::mpi_real)\n")
+  run(${CMAKE_COMMAND} -S ${work}/ranks -B ${work}/ranks/build -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -G Ninja)
+  run(${CMAKE_COMMAND} --build ${work}/ranks/build)
+  run(${work}/ranks/build/ranks)
+  run(pkg-config --cflags --libs qxkernel_mpi_real)
+  if(NOT output MATCHES "qxkernel_mpi" OR NOT output MATCHES "-lqxkernel")
+    message(FATAL_ERROR "the package file of the libraries for many ranks says ${output}")
+  endif()
+endif()
+
 # As part of another project: no tests, examples or installation, and nobody asks for GoogleTest.
 file(MAKE_DIRECTORY ${work}/parent)
 file(WRITE ${work}/parent/CMakeLists.txt "cmake_minimum_required(VERSION 3.25)\nproject(parent LANGUAGES C CXX)\n"
