@@ -7,7 +7,8 @@ set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/package)
 set(CPACK_GENERATOR TGZ DEB)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime dev)
-set(CPACK_INSTALL_CMAKE_PROJECTS "${PROJECT_BINARY_DIR};qxkernel;runtime;/" "${PROJECT_BINARY_DIR};qxkernel;dev;/")
+set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/QxPackageKind.cmake)
 
 # Debian's names: the runtime package carries the soname, so that two major versions can be there.
 set(CPACK_DEB_COMPONENT_INSTALL ON)
