@@ -3,6 +3,7 @@
 
 #include "dae.hpp"
 
+#include "base/nearestname_detail.hpp"
 #include "exprtree.hpp"
 #include "qxexception.hpp"
 #include "text_detail.hpp"
@@ -96,7 +97,10 @@ int Dae::findVar(const ExprVar& var) const
             return found->second;
         found = varIndex_.find(entry.var.get());
     }
-    QX_RAISE("dae", "Unknown_variable_name", "Name", var.getName());
+    std::vector<std::string> known;
+    for (const Var& v : vars_)
+        known.push_back(v.var->getName());
+    QX_RAISE("dae", "Unknown_variable_name", qxbase::unknownName(var.getName(), known));
 }
 
 void Dae::getVarOccurrences(const ExprTree& tree, std::vector<VarOrder>& pairs) const

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "evalconst.hpp"
 
+#include "base/nearestname_detail.hpp"
 #include "evalflags.hpp"
 #include "evalfun.hpp"
 #include "evalrep.hpp"
@@ -64,7 +65,7 @@ void ConstVarEvaluator::eval(const VarEvaluatorPtr&, const std::string& name, un
         *number = std::complex<double>(0.0, 1.0);
         rep->setEvaluated();
     } else {
-        QX_RAISE("evalconst", "Unknown_variable_name", "Name", name);
+        QX_RAISE("evalconst", "Unknown_variable_name", qxbase::unknownName(name, qxeval::namesOf(values_)));
     }
 }
 

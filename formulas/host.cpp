@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "host_detail.hpp"
 
+#include "base/nearestname_detail.hpp"
 #include "evalrep.hpp"
 #include "evalshadow.hpp"
-#include "names_detail.hpp"
 #include "nodemaker.hpp"
 #include "qxexception.hpp"
 
@@ -70,7 +70,7 @@ void Host::eval(const VarEvaluatorPtr&, const std::string& name, unsigned, const
 {
     const auto found = names_.indexOfVariable.find(name);
     if (found == names_.indexOfVariable.end())
-        raiseUnknown("Unknown_variable_name", name, names_.valueNames());
+        QX_RAISE("formulas", "Unknown_variable_name", qxbase::unknownName(name, names_.valueNames()));
     const PointColumn* const column = columns_ != nullptr ? (*columns_)[found->second] : nullptr;
     if (column == nullptr)
         QX_RAISE("formulas", "Variable_without_values", "Name", name);
@@ -91,7 +91,7 @@ FunObjPtr Host::getFun(const std::string& name, int nArgs)
 {
     const auto found = names_.functions->find(name);
     if (found == names_.functions->end())
-        raiseUnknown("Unknown_function_name", name, names_.functionNames());
+        QX_RAISE("formulas", "Unknown_function_name", qxbase::unknownName(name, names_.functionNames()));
     const FunObjPtr& f = found->second;
     if (f->nArgs() != nArgs)
         QX_RAISE("formulas", "Wrong_number_of_function_arguments",
@@ -102,7 +102,7 @@ FunObjPtr Host::getFun(const std::string& name, int nArgs)
 
 FunObjPtr Host::getStringFun(const std::string& name, int, const std::vector<std::string>&, const std::vector<int>&)
 {
-    raiseUnknown("Unknown_function_name", name, {});
+    QX_RAISE("formulas", "Unknown_function_name", "Name", name);
 }
 
 Worker::Worker(const Names& names, const NodeMakerPtr& maker, std::size_t block)

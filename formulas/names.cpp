@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "names_detail.hpp"
 
-#include "qxexception.hpp"
-
 #include <algorithm>
-#include <cctype>
-#include <limits>
 
 namespace qx {
 
@@ -14,59 +10,12 @@ namespace {
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-/// Edit distance with swaps of neighbours (the optimal string alignment distance), three rows of the table at a time.
-std::size_t distance(const std::string& a, const std::string& b)
-{
-    const std::size_t n = b.size();
-    std::vector<std::size_t> before(n + 1), above(n + 1), row(n + 1);
-    for (std::size_t j = 0; j <= n; ++j)
-        row[j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        before.swap(above);
-        above.swap(row);
-        row[0] = i;
-        for (std::size_t j = 1; j <= n; ++j) {
-            row[j] = std::min({above[j] + 1, row[j - 1] + 1, above[j - 1] + (a[i - 1] != b[j - 1] ? 1u : 0u)});
-            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
-                row[j] = std::min(row[j], before[j - 2] + 1);
-        }
-    }
-    return row[n];
-}
-
 } // namespace
 
 bool isName(const std::string& name)
 {
     return !name.empty() && isLetter(name[0]) &&
            std::all_of(name.begin(), name.end(), [](char c) { return isLetter(c) || isDigit(c); });
-}
-
-std::string nearestName(const std::string& name, const std::vector<std::string>& known)
-{
-    constexpr std::size_t farthest = 2, longest = 200;
-    std::string nearest;
-    std::size_t least = farthest + 1;
-    if (name.size() > longest)
-        return nearest;
-    for (const std::string& k : known) {
-        if (k.size() > name.size() + farthest || name.size() > k.size() + farthest)
-            continue;
-        const std::size_t d = distance(name, k);
-        if (d < least && 2 * d < std::max(name.size(), k.size())) {
-            least = d;
-            nearest = k;
-        }
-    }
-    return nearest;
-}
-
-void raiseUnknown(const char* id, const std::string& name, const std::vector<std::string>& known)
-{
-    qxbase::ExceptionArgs args{{"Name", name}};
-    if (const std::string nearest = nearestName(name, known); !nearest.empty())
-        args.emplace_back("Nearest", nearest);
-    QX_RAISE("formulas", id, args);
 }
 
 } // namespace qx

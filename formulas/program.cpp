@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "program_detail.hpp"
 
+#include "base/nearestname_detail.hpp"
 #include "eval/treebuilder_detail.hpp"
 #include "evalnodes.hpp"
 #include "evaltreeset.hpp"
 #include "evaluation_detail.hpp"
 #include "guarded_detail.hpp"
-#include "names_detail.hpp"
 #include "nodemaker.hpp"
 #include "ownfunction_detail.hpp"
 #include "qxexception.hpp"
@@ -100,7 +100,7 @@ private:
     {
         for (const std::string& name : names)
             if (names_.indexOfVariable.count(name) == 0 && names_.definitions.count(name) == 0)
-                raiseUnknown("Unknown_variable_name", name, names_.valueNames());
+                QX_RAISE("formulas", "Unknown_variable_name", qxbase::unknownName(name, names_.valueNames()));
     }
 
     void readDefinition(const std::string& name, const std::string& expression)
@@ -209,7 +209,7 @@ std::size_t CompiledFormulas::variable(const std::string& name) const
 {
     const auto found = names_.indexOfVariable.find(name);
     if (found == names_.indexOfVariable.end())
-        raiseUnknown("Unknown_variable_name", name, names_.variables);
+        QX_RAISE("formulas", "Unknown_variable_name", qxbase::unknownName(name, names_.variables));
     return found->second;
 }
 

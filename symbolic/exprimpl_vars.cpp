@@ -3,6 +3,7 @@
 
 #include "exprimpl_detail.hpp"
 #include "array.hpp"
+#include "base/nearestname_detail.hpp"
 #include "qxexception.hpp"
 
 #include <set>
@@ -144,7 +145,7 @@ void ExprImpl::Node::boolEval(const std::vector<std::string>& names, const std::
             while (i < names.size() && names[i] != name)
                 ++i;
             if (i == names.size())
-                QX_RAISE("exprimpl", "Unknown_variable_name", "Name", name);
+                QX_RAISE("exprimpl", "Unknown_variable_name", qxbase::unknownName(name, names));
             work[s] = values[i];
             continue;
         }

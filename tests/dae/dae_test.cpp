@@ -185,6 +185,20 @@ TEST(Dae, UnknownThatWasNeverAddedIsRefusedByName)
     }
 }
 
+TEST(Dae, OfTheKnownUnknownsTheNearestIsOffered)
+{
+    const auto dae = makeDae({"speed", "angle"}, {"speed-angel"});
+    dae->getStore()->getVar("angel")->setType(ExprVar::TypeDifferentiated);
+    dae->syncVars();
+
+    try {
+        occurrences(*dae, 0);
+        FAIL() << "nothing raised";
+    } catch (const qxbase::Exception& e) {
+        EXPECT_THAT(e.getArgs(0), ElementsAre(testing::Pair("Name", "angel"), testing::Pair("Nearest", "angle")));
+    }
+}
+
 TEST(Dae, NameAddedTwiceLeadsToTheFirstEntry)
 {
     const auto dae = makeDae({"x", "x"}, {"x"});

@@ -75,6 +75,12 @@ TEST(EvalConst, RaisesForUnknownNames)
     EXPECT_EQ(raisedArgument(function, "Name"), "nothing");
 }
 
+TEST(EvalConst, OffersTheNearestKnownName)
+{
+    EXPECT_EQ(raisedArgument([] { EvalConst({"radius=2"}).evalExpr("2*raduis"); }, "Nearest"), "radius");
+    EXPECT_EQ(raisedArgument([] { EvalConst().evalExpr("sqr(2)"); }, "Nearest"), "sqrt");
+}
+
 TEST(EvalConst, RaisesForWrongArgumentCounts)
 {
     const auto count = [] { EvalConst().evalExpr("atan2(1)"); };

@@ -233,6 +233,11 @@ TEST(BoolEval, RefusesWhatItCannotCombine)
     EXPECT_EQ(argsOf([] { boolEval("a^2+b^2"); }), (qxbase::ExceptionArgs{{"Name", "Binary"}}));
     EXPECT_EQ(idOf([] { boolEval("c"); }), "Unknown_variable_name");
     EXPECT_EQ(argsOf([] { boolEval("a+c"); }), (qxbase::ExceptionArgs{{"Name", "c"}}));
+    ExprTree misspelt;
+    misspelt.scan("switch1*vlave");
+    Table none;
+    EXPECT_EQ(argsOf([&] { misspelt.boolEval({"switch1", "valve"}, {table({1}), table({1})}, none); }),
+              (qxbase::ExceptionArgs{{"Name", "vlave"}, {"Nearest", "valve"}}));
     ExprTree tree;
     tree.scan("a+b");
     Table result;
