@@ -18,6 +18,9 @@ struct MatrixMarketOptions
     unsigned long maxSize = 1ul << 24;
     /// Files that announce more entries, or elements of an array, are refused. Their memory is taken as they arrive.
     unsigned long maxEntries = 0x1ffffffe;
+    /// A Hermitian matrix has a real diagonal, and files that claim otherwise are refused. True: the imaginary parts, rounding
+    /// of the program that wrote the file say, are dropped instead.
+    bool dropImaginaryDiagonal = false;
 };
 
 /// Reads and writes matrices in the Matrix Market exchange format: coordinate and array; real, integer, complex and
@@ -29,7 +32,8 @@ struct MatrixMarketOptions
 /// is the decimal point whatever the locale.
 ///
 /// A file that is not well-formed is refused: "Invalid_matrix_file" from "matrixmarket" with "File", "Line" and
-/// "Reason", and "Limit" for a number out of range. Further failures: "Cannot_open_matrix_file", "Cannot_write_matrix_file" with "File",
+/// "Reason", and "Limit" for a count out of range; a value beyond the doubles is refused too, "inf" and "nan" are values.
+/// Further failures: "Cannot_open_matrix_file" with "File" and "Reason", "Cannot_write_matrix_file" with "File",
 /// "Out_of_memory_creating_sparse_matrix". `name` stands for the file in messages.
 /// Source: Boisvert, Pozo, Remington, The Matrix Market Exchange Formats: Initial Design, NISTIR 5935, 1996.
 QX_API Sparse readMatrixMarket(std::istream& stream, const std::string& name,

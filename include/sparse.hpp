@@ -35,7 +35,7 @@ class ParallelSparse;
 /// Failures come from "sparse" unless llsparse.hpp names them, and leave operands and this matrix as they were:
 /// "Size_sparse_matrices_disagree", "Size_vector_sparse_matrix_disagree", "Length_triplet_vectors_disagree",
 /// "Out_of_memory_creating_sparse_matrix" (triplet2sparse, flat2sparse), "Out_of_memory_operation_sparse_matrix" (all
-/// others), "Internal_error_sparse" (any other failure, and an index out of range, with "Index" and "Size"). More than
+/// others), "Internal_error_sparse" (any other failure, and an index out of range, with "Index", "Size" and "Limit"). More than
 /// 2^32 - 2 rows or columns are refused as memory is, with "Size" and "Limit". A Symmetric or Hermitian store that is not
 /// square is refused where it would arise, and by products and sweeps: "Internal_error_sparse" with "Rows" and "Columns".
 /// Further failures stand at their members.
@@ -107,7 +107,7 @@ public:
     /// Column offsets and rows as int to out[0] (stored n + 1) and out[1] (nnz). "Matrix_too_large_for_JNI_interface".
     void getIdx(std::vector<int*>& out) const;
     /// Appends for each entry of a real matrix, logical column by column, (j, i) if its value is positive, else
-    /// (j, -1 - i). Complex matrices and sizes beyond int: "Internal_error_sparse".
+    /// (j, -1 - i). "Internal_error_sparse" with "Reason" for complex matrices, with "Size" and "Limit" for sizes beyond int.
     void getVectorPair(std::vector<std::pair<int, int>>& out) const;
 
     // --- Construction ---------------------------------------------------------------------------------------------
@@ -118,8 +118,8 @@ public:
     Sparse& eye(unsigned long m, unsigned long n);
     Sparse& eye(unsigned long n) { return eye(n, n); }
     /// Sum of triplets; see llsparse::triplet2sparse, and assemblypattern.hpp for the same list with other values. The
-    /// number form gives every triplet the same value. More than 4009617631 triplets raise "Size_input_vector_too_large",
-    /// an index out of range "Internal_error_sparse".
+    /// number form gives every triplet the same value. More than 4009617631 triplets raise "Size_input_vector_too_large" with
+    /// "Size" and "Limit", an index out of range "Internal_error_sparse".
     void triplet2sparse(const IndexArray& rows, const IndexArray& cols, const Matrix<1>& vals, unsigned long m,
                         unsigned long n);
     void triplet2sparse(const IndexArray& rows, const IndexArray& cols, double val, unsigned long m, unsigned long n);

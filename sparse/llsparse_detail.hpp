@@ -36,12 +36,15 @@ inline unsigned long extent(unsigned long a, unsigned long b = 0)
     return sum;
 }
 
-/// Raises "Internal_error_sparse" unless index < size.
-[[noreturn]] void refuseIndex(unsigned long index, unsigned long size);
+/// Raises an identifier with "Size" and "Limit", the largest that is allowed.
+[[noreturn]] void refuseSize(const char* id, unsigned long size, unsigned long limit);
+/// Raises "Internal_error_sparse" with "Index", "Size" and "Limit", the last index ("none" where there is none), unless
+/// index < size.
+[[noreturn]] void refuseIndex(const std::string& index, unsigned long size);
 inline void checkIndex(unsigned long index, unsigned long size)
 {
     if (index >= size)
-        refuseIndex(index, size);
+        refuseIndex(std::to_string(index), size);
 }
 /// A summand A = S + S^T must be square: "Internal_error_sparse" with the sizes.
 void checkSquare(Symm_t symm, unsigned long m, unsigned long n);

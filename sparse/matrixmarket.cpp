@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cerrno>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -101,6 +104,8 @@ public:
         const std::size_t taken = qxutil::scanDouble(w, value);
         if (w.empty() || taken != w.size())
             refuse("value is not a number");
+        if (!std::isfinite(value) && w.find_first_of("0123456789") != w.npos) // not "inf" or "nan"
+            refuse("value is out of range");
         constexpr double exact = 9007199254740992.0; // 2^53
         if (whole && (w.find_first_not_of("+-0123456789") != w.npos || !(std::abs(value) <= exact)))
             refuse("value is not an integer that a double can hold");
@@ -160,20 +165,23 @@ Head readHead(Lines& lines)
     return head;
 }
 
-void readValue(Lines& lines, Content& c, bool diagonal)
+void readValue(Lines& lines, Content& c, bool diagonal, const MatrixMarketOptions& options)
 {
     const double re = c.head.field == Field::Pattern ? 1.0 : lines.number(c.head.field == Field::Integer);
     if (c.isReal()) {
         c.re.push_back(re);
         return;
     }
-    const double im = lines.number(false);
-    if (c.head.shape == Shape::Hermitian && diagonal && im != 0.0)
-        lines.refuse("a Hermitian matrix has a real diagonal");
+    double im = lines.number(false);
+    if (c.head.shape == Shape::Hermitian && diagonal && im != 0.0) {
+        if (!options.dropImaginaryDiagonal)
+            lines.refuse("a Hermitian matrix has a real diagonal");
+        im = 0.0;
+    }
     c.z.emplace_back(re, im);
 }
 
-void readCoordinates(Lines& lines, Content& c, unsigned long count)
+void readCoordinates(Lines& lines, Content& c, unsigned long count, const MatrixMarketOptions& options)
 {
     for (unsigned long k = 0; k < count; ++k) {
         if (!lines.nextData())
@@ -185,12 +193,12 @@ void readCoordinates(Lines& lines, Content& c, unsigned long count)
             lines.refuse("diagonal entry of a skew-symmetric file");
         c.row.push_back(i - 1);
         c.col.push_back(j - 1);
-        readValue(lines, c, i == j);
+        readValue(lines, c, i == j, options);
         lines.end();
     }
 }
 
-void readElements(Lines& lines, Content& c)
+void readElements(Lines& lines, Content& c, const MatrixMarketOptions& options)
 {
     for (unsigned long j = 0; j < c.n; ++j) {
         const unsigned long first = !c.head.triangular() ? 0 : c.head.shape == Shape::SkewSymmetric ? j + 1 : j;
@@ -199,7 +207,7 @@ void readElements(Lines& lines, Content& c)
                 lines.refuse("file ends before the last element");
             c.row.push_back(i);
             c.col.push_back(j);
-            readValue(lines, c, i == j);
+            readValue(lines, c, i == j, options);
             lines.end();
         }
     }
@@ -222,9 +230,9 @@ Content read(std::istream& stream, const std::string& name, const MatrixMarketOp
     if (c.head.triangular() && c.m != c.n)
         lines.refuse("a symmetric matrix is square");
     if (coordinate)
-        readCoordinates(lines, c, count);
+        readCoordinates(lines, c, count, options);
     else
-        readElements(lines, c);
+        readElements(lines, c, options);
     if (lines.nextData())
         lines.refuse("more data than announced");
     if (stream.bad())
@@ -298,13 +306,28 @@ auto creating(const F& f)
     }
 }
 
+[[noreturn]] void refuseFile(const std::string& path, const std::string& reason)
+{
+    QX_RAISE("matrixmarket", "Cannot_open_matrix_file", qxbase::ExceptionArgs{{"File", path}, {"Reason", reason}});
+}
+
+/// A directory opens like a file, and then has nothing to read.
+void refuseDirectory(const std::string& path)
+{
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored))
+        refuseFile(path, std::make_error_code(std::errc::is_a_directory).message());
+}
+
 template <class Read>
 auto fromFile(const std::string& path, const Read& readStream)
 {
     return creating([&] {
+        refuseDirectory(path);
+        errno = 0;
         std::ifstream file(path, std::ios::binary);
         if (!file)
-            QX_RAISE("matrixmarket", "Cannot_open_matrix_file", "File", path);
+            refuseFile(path, std::generic_category().message(errno));
         return readStream(file);
     });
 }
@@ -313,9 +336,10 @@ template <class Write>
 void toFile(const std::string& path, const Write& writeStream)
 {
     creating([&] {
+        errno = 0;
         std::ofstream file(path, std::ios::binary);
         if (!file)
-            QX_RAISE("matrixmarket", "Cannot_open_matrix_file", "File", path);
+            refuseFile(path, std::generic_category().message(errno));
         writeStream(file);
         file.close();
         if (!file)

@@ -22,10 +22,17 @@ void checkMixture(const Sparse& A, const Sparse& B)
         QX_RAISE("sparse", "Symmetry_sparse_matrices_disagree");
 }
 
-void refuseIndex(unsigned long index, unsigned long size)
+void refuseIndex(const std::string& index, unsigned long size)
 {
     QX_RAISE("sparse", "Internal_error_sparse",
-             qxbase::ExceptionArgs{{"Index", std::to_string(index)}, {"Size", std::to_string(size)}});
+             qxbase::ExceptionArgs{{"Index", index},
+                                   {"Size", std::to_string(size)},
+                                   {"Limit", size == 0 ? "none" : std::to_string(size - 1)}});
+}
+
+void refuseSize(const char* id, unsigned long size, unsigned long limit)
+{
+    QX_RAISE("sparse", id, qxbase::ExceptionArgs{{"Size", std::to_string(size)}, {"Limit", std::to_string(limit)}});
 }
 
 void checkSquare(Symm_t symm, unsigned long m, unsigned long n)
@@ -378,8 +385,7 @@ bool Sparse::posDiag() const
 
 unsigned long Sparse::nonZeros(unsigned long k, int* mask) const
 {
-    if (k >= getM())
-        QX_RAISE("sparse", "Internal_error_sparse");
+    checkIndex(k, getM());
     return visitStore(*this, [&](const auto& s) {
         unsigned long count = 0;
         const auto mark = [&](unsigned long j) {
@@ -411,8 +417,10 @@ void Sparse::getIdx(std::vector<int*>& out) const
 {
     visitStore(*this, [&](const auto& s) {
         constexpr unsigned long limit = std::numeric_limits<int>::max();
-        if (s.m > limit || s.n >= limit || s.nnz() > limit || out.size() < 2)
-            QX_RAISE("sparse", "Matrix_too_large_for_JNI_interface");
+        if (s.m > limit || s.n >= limit || s.nnz() > limit)
+            refuseSize("Matrix_too_large_for_JNI_interface", std::max({s.m, s.n, s.nnz()}), limit);
+        if (out.size() < 2)
+            refuseSize("Matrix_too_large_for_JNI_interface", 2, out.size());
         const auto narrow = [](unsigned long i) { return static_cast<int>(i); };
         std::transform(s.colPtr, s.colPtr + s.n + 1, out[0], narrow);
         std::transform(s.row, s.row + s.nnz(), out[1], narrow);
@@ -423,8 +431,10 @@ void Sparse::getVectorPair(std::vector<std::pair<int, int>>& out) const
 {
     guarded([&] {
         constexpr unsigned long limit = std::numeric_limits<int>::max();
-        if (!real || getM() > limit || getN() > limit)
-            QX_RAISE("sparse", "Internal_error_sparse");
+        if (!real)
+            QX_RAISE("sparse", "Internal_error_sparse", "Reason", "pairs are made of real entries");
+        if (getM() > limit || getN() > limit)
+            refuseSize("Internal_error_sparse", std::max(getM(), getN()), limit);
         const Sparse byColumn = convertToCol(*this);
         const RealStore& s = *byColumn.dSp;
         out.reserve(out.size() + s.nnz());

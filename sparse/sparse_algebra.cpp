@@ -420,7 +420,7 @@ Sparse subMatrix(const Sparse& A, const Array<int, 1>& rows, const Array<int, 1>
         const auto checkList = [](const Array<int, 1>& list, unsigned long end) {
             for (int i : list)
                 if (i < 0 || static_cast<unsigned long>(i) >= end)
-                    QX_RAISE("sparse", "Internal_error_sparse");
+                    refuseIndex(std::to_string(i), end);
         };
         checkList(rows, A.getM());
         checkList(cols, A.getN());

@@ -46,7 +46,7 @@ inline void checkLength(bool agree)
 inline void checkNotTooLarge(unsigned long count)
 {
     if (count > mostTriplets)
-        QX_RAISE("sparse", "Size_input_vector_too_large");
+        refuseSize("Size_input_vector_too_large", count, mostTriplets);
 }
 
 /// f on the live store of A, with its element type.

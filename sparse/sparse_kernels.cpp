@@ -60,7 +60,8 @@ void yPlusAMulx(Matrix<1>& y, const Sparse& A, const Matrix<2>& x, Trans_t trans
 {
     checkVectors(y, A, x.size(0), trans);
     if (col >= x.size(1))
-        QX_RAISE("sparse", "Size_vector_sparse_matrix_disagree");
+        QX_RAISE("sparse", "Size_vector_sparse_matrix_disagree",
+                 qxbase::ExceptionArgs{{"Index", std::to_string(col)}, {"Size", std::to_string(x.size(1))}});
     selectyPlusAMulx(y, A, x, trans, col);
 }
 

@@ -5,12 +5,15 @@
 #include "sparse_testing.hpp"
 
 #include "support/alloc_fault.hpp"
+#include "support/failure.hpp"
 
+#include <cerrno>
 #include <cfloat>
 #include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -268,12 +271,51 @@ TEST(MatrixMarket, RefusesMoreThanTheCallerAllowsBeforeTakingMemory)
 TEST(MatrixMarket, FilesThatCannotBeOpenedOrWrittenAreNamed)
 {
     EXPECT_EQ(raised([] { readMatrixMarket("/no/such/file.mtx"); }, true), "matrixmarket:Cannot_open_matrix_file");
+    EXPECT_EQ(failureOf([] { readMatrixMarket("/no/such/file.mtx"); }).getArgs(0),
+              (qxbase::ExceptionArgs{{"File", "/no/such/file.mtx"}, {"Reason", std::strerror(ENOENT)}}));
     EXPECT_EQ(raised([] { writeMatrixMarket("/no/such/file.mtx", Sparse()); }), "Cannot_open_matrix_file");
     std::ostringstream broken;
     broken.setstate(std::ios::badbit);
     EXPECT_EQ(raised([&] { writeMatrixMarket(broken, Sparse()); }), "Cannot_write_matrix_file");
     const Sparse flat = [] { Sparse A = sparseOf(1, 2, {{0, 1, 1.0}}); A.getptrD()->symm = Symmetric; return A; }();
     EXPECT_EQ(raised([&] { written(flat); }), "Matrix_not_square");
+}
+
+TEST(MatrixMarket, ADirectoryIsRefusedByNameAndReason)
+{
+    const std::string folder = std::filesystem::temp_directory_path();
+    const qxbase::ExceptionArgs wanted{{"File", folder}, {"Reason", std::strerror(EISDIR)}};
+
+    EXPECT_EQ(failureOf([&] { readMatrixMarket(folder); }).getArgs(0), wanted);
+    EXPECT_EQ(failureOf([&] { readMatrixMarketArray(folder); }).getArgs(0), wanted);
+    EXPECT_EQ(failureOf([&] { writeMatrixMarket(folder, Sparse()); }).getArgs(0), wanted);
+    EXPECT_EQ(raised([&] { readMatrixMarket(folder); }), "Cannot_open_matrix_file");
+}
+
+TEST(MatrixMarket, ValuesBeyondTheDoublesAreRefusedAndInfinitiesAreValues)
+{
+    for (const char* value : {"1e999", "-1e999", "1e309", "17976931348623159e300"})
+        EXPECT_EQ(refusal(general + "1 1 1\n1 1 " + value + "\n"), "3: value is out of range") << value;
+    EXPECT_EQ(readText(general + "1 1 1\n1 1 -inf\n").getDoubleVal()[0], -HUGE_VAL);
+    EXPECT_EQ(readText(general + "1 1 1\n1 1 1.7976931348623157e308\n").getDoubleVal()[0], DBL_MAX);
+    EXPECT_EQ(readText(general + "1 1 1\n1 1 1e-999\n").getDoubleVal()[0], 0.0); // what rounding gives
+}
+
+TEST(MatrixMarket, AnImaginaryDiagonalOfAHermitianFileIsDroppedOnRequest)
+{
+    const std::string text = "%%MatrixMarket matrix coordinate complex hermitian\n2 2 3\n1 1 4 1e-17\n2 1 1 2\n2 2 6 -3\n";
+    ASSERT_EQ(refusal(text), "3: a Hermitian matrix has a real diagonal");
+
+    const Sparse A = readText(text, {.dropImaginaryDiagonal = true});
+    const Sparse H = readText(text, {.expand = false, .dropImaginaryDiagonal = true});
+
+    EXPECT_EQ(written(A), "%%MatrixMarket matrix coordinate complex general\n2 2 4\n1 1 4 0\n2 1 1 2\n1 2 1 -2\n2 2 6 0\n");
+    EXPECT_EQ(H.getSymm(), Hermitian);
+    EXPECT_EQ(written(H), "%%MatrixMarket matrix coordinate complex hermitian\n2 2 3\n1 1 4 0\n2 1 1 2\n2 2 6 0\n");
+    // Elsewhere it is no diagonal of a Hermitian matrix: left alone.
+    EXPECT_EQ(written(readText("%%MatrixMarket matrix coordinate complex symmetric\n1 1 1\n1 1 4 1\n",
+                               {.dropImaginaryDiagonal = true})),
+              "%%MatrixMarket matrix coordinate complex general\n1 1 1\n1 1 4 1\n");
 }
 
 TEST(MatrixMarket, RoundTripsThroughAFile)

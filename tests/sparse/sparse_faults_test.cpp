@@ -5,6 +5,7 @@
 #include "sparse_testing.hpp"
 
 #include "parallelsparse.hpp"
+#include "support/failure.hpp"
 #include "support/alloc_fault.hpp"
 
 #include <cmath>
@@ -340,6 +341,34 @@ TEST(SparseRange, FewTripletsInVeryManyRowsTakeMemoryForTheTripletsOnly)
 }
 
 // --- Arguments that do not fit ------------------------------------------------------------------------------------
+
+TEST(SparseArguments, AnIndexOutOfRangeIsToldWithSizeAndLimit)
+{
+    const Sparse A = sparseOf(2, 3, {{0, 1, 3.0}});
+    const auto args = [](const char* index, const char* size, const char* limit) {
+        return qxbase::ExceptionArgs{{"Index", index}, {"Size", size}, {"Limit", limit}};
+    };
+    const std::vector<Index> beyond = {2}, first = {0};
+    const Array<int, 1> none(0);
+    Array<int, 1> negative(1), third(1);
+    negative[0] = -1;
+    third[0] = 3;
+    int mask[3] = {};
+
+    const auto triplet = failureOf([&] { Sparse B; B.triplet2sparse(beyond, first, 1.0, 2, 3); });
+    const auto row = failureOf([&] { A.nonZeros(5, mask); });
+    const auto emptyRow = failureOf([&] { sparseOf(0, 3, {}).nonZeros(0, mask); });
+    const auto below = failureOf([&] { subMatrix(A, negative, none); });
+    const auto column = failureOf([&] { subMatrix(A, none, third); });
+
+    EXPECT_EQ(triplet.getArgs(0), args("2", "2", "1"));
+    EXPECT_EQ(row.getArgs(0), args("5", "2", "1"));
+    EXPECT_EQ(emptyRow.getArgs(0), args("0", "0", "none"));
+    EXPECT_EQ(below.getArgs(0), args("-1", "2", "1"));
+    EXPECT_EQ(column.getArgs(0), args("3", "3", "2"));
+    for (const auto& e : {triplet, row, emptyRow, below, column})
+        EXPECT_EQ(e.getId(), "Internal_error_sparse");
+}
 
 TEST(SparseArguments, RowsThatDoNotExistAndMissingMatricesAreRefused)
 {
