@@ -15,6 +15,7 @@
 #include "support/fileerror.hpp"
 #include "support/options.hpp"
 #include "support/picture.hpp"
+#include "support/program.hpp"
 
 #include "qxexception.hpp"
 
@@ -77,12 +78,12 @@ Task readTask(Options& options, int argc, char** argv)
     });
     options.value("--inputs", "X,Y", "the variables, in the order of the array",
                   [&](const std::string& v) { t.law.inputs = split(v, ','); });
-    options.value("--define", "NAME=FORMULA", "a name that formulas may use; can be given again",
+    options.values("--define", "NAME=FORMULA", "a name that formulas may use; can be given again",
                   [&](const std::string& v) { t.law.definitions.push_back(Formula::parse(v)); });
     options.value("--gradient", "X,Y", "adds the derivatives of each formula by these inputs",
                   [&](const std::string& v) { t.law.gradient = split(v, ','); });
     options.flag("--prefix", "formulas are prefix text, as + x * 2 y", t.law.prefix);
-    options.text("--output", "FILE", "where the class goes; also -o (NAME.class)", t.output);
+    options.text("-o,--output", "FILE", "where the class goes (NAME.class)", t.output);
     options.flag("--main", "adds a driver: java NAME values... [how often]", t.withMain);
     options.flag("--list", "print the flat list of definitions", t.list);
     options.value("--eval", "A,B", "interpret at this point", [&](const std::string& v) {
@@ -100,12 +101,7 @@ Task readTask(Options& options, int argc, char** argv)
     options.text("--title", "TEXT", "above the picture (the formula)", t.title);
     options.text("--unit", "TEXT", "above the colour bar", t.unit);
 
-    std::vector<std::string> words(argv, argv + argc);
-    std::replace(words.begin() + 1, words.end(), std::string("-o"), std::string("--output"));
-    std::vector<const char*> pointers;
-    for (const std::string& word : words)
-        pointers.push_back(word.c_str());
-    const std::vector<std::string> formulas = options.read(argc, pointers.data());
+    const std::vector<std::string> formulas = options.read(argc, argv);
     if (options.helpWanted())
         return t;
     if (formulas.empty())
@@ -250,26 +246,18 @@ void work(const Task& task)
 int main(int argc, char** argv)
 {
     Options options("compile", "FORMULA...", "Compiles formulas to a Java class with one static method.");
-    try {
-        const Task task = readTask(options, argc, argv);
-        if (options.helpWanted())
-            std::cout << options.help();
-        else
-            work(task);
-        return 0;
-    } catch (const UsageError& e) {
-        std::cerr << "compile: " << e.what() << '\n';
-        return 2;
-    } catch (const LawError& e) {
-        std::cerr << "compile: " << e.what() << '\n';
-    } catch (const FileError& e) {
-        std::cerr << "compile: " << e.what() << '\n';
-    } catch (const qxbase::Exception& e) {
-        std::cerr << "compile: " << e.getId()
-                  << (e.size() && !e.getArgs(0).empty() ? ": " + e.getArgs(0).front().first + e.getArgs(0).front().second : "")
-                  << '\n';
-    } catch (const std::bad_alloc&) {
-        std::cerr << "compile: out of memory\n";
-    }
-    return 1;
+    return guarded(
+        options,
+        [&] {
+            const Task task = readTask(options, argc, argv);
+            if (options.helpWanted())
+                std::cout << options.help();
+            else
+                work(task);
+            return 0;
+        },
+        [](const qxbase::Exception& e) {
+            const bool explained = e.size() && !e.getArgs(0).empty();
+            return e.getId() + (explained ? ": " + e.getArgs(0).front().first + e.getArgs(0).front().second : "");
+        });
 }

@@ -28,7 +28,7 @@ class Evaluation
 public:
     Evaluation(const Table& table, const std::vector<Formula>& definitions, const std::vector<Formula>& formulas,
                const EvaluationOptions& options)
-        : table_(table), options_(options), host_(table.names)
+        : table_(table), options_(options), host_(table.variables())
     {
         addTables(host_, options.tables);
         for (const Formula& d : definitions)
@@ -43,8 +43,8 @@ public:
     std::vector<Column> run()
     {
         qx::Points points(table_.rows());
-        for (std::size_t k = 0; k < table_.names.size(); ++k)
-            points.set(table_.names[k], table_.columns[k]);
+        for (const std::string& x : table_.variables())
+            points.set(x, table_.column(x));
         std::vector<qx::Output> outputs;
         for (std::size_t k = 0; k < columns_.size(); ++k) {
             if (options_.complex)

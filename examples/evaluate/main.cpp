@@ -16,6 +16,9 @@
 #include "support/fileerror.hpp"
 #include "support/options.hpp"
 #include "support/picture.hpp"
+#include "support/program.hpp"
+
+#include "language.hpp"
 
 #include <algorithm>
 #include <array>
@@ -25,7 +28,8 @@
 #include <fstream>
 #include <iostream>
 #include <limits>
-#include <new>
+#include <set>
+#include <utility>
 
 namespace {
 
@@ -39,7 +43,7 @@ struct Task
     EvaluationOptions options;
     std::string output;
     std::vector<std::string> keep;
-    bool summary = false;
+    bool functions = false, summary = false;
     std::string plot;
     std::string triangles;
     std::string curve;
@@ -51,14 +55,14 @@ struct Task
 Task readTask(Options& options, int argc, char** argv)
 {
     Task t;
-    options.value("--define", "NAME=FORMULA", "a name that formulas may use; can be given again",
+    options.values("--define", "NAME=FORMULA", "a name that formulas may use; can be given again",
                   [&](const std::string& v) {
                       const Formula f = Formula::parse(v);
                       if (f.name == f.text)
                           throw UsageError("'" + v + "' has no NAME=");
                       t.definitions.push_back(f);
                   });
-    options.value("--table", "NAME=FILE,METHOD,OUTSIDE", kTableHelp, [&](const std::string& v) {
+    options.values("--table", "NAME=FILE,METHOD,OUTSIDE", kTableHelp, [&](const std::string& v) {
         for (NamedTable& table : NamedTable::parse(v))
             t.options.tables.push_back(std::move(table));
     });
@@ -74,6 +78,7 @@ Task readTask(Options& options, int argc, char** argv)
     options.text("--output", "FILE", "where the values go (standard output)", t.output);
     options.value("--keep", "COLUMNS", "columns of the input to repeat in the output, as x,y",
                   [&](const std::string& v) { t.keep = split(v, ','); });
+    options.flag("--functions", "print what formulas may contain: functions and operators", t.functions);
     options.flag("--summary", "print smallest, mean and largest value instead of all", t.summary);
     options.text("--plot", "FILE.svg", "draw a formula over the triangles, columns x and y", t.plot);
     options.text("--triangles", "FILE.csv", "corners a, b, c: row numbers of the points, from 1", t.triangles);
@@ -83,7 +88,7 @@ Task readTask(Options& options, int argc, char** argv)
     options.text("--unit", "TEXT", "above the colour bar", t.unit);
 
     const std::vector<std::string> words = options.read(argc, argv);
-    if (options.helpWanted())
+    if (options.helpWanted() || t.functions)
         return t;
     if (words.size() < 2)
         throw UsageError("a table of points and at least one formula are needed, see evaluate --help");
@@ -96,6 +101,13 @@ Task readTask(Options& options, int argc, char** argv)
     t.points = words.front();
     for (std::size_t k = 1; k < words.size(); ++k)
         t.formulas.push_back(Formula::parse(words[k]));
+    std::set<std::string> kept;
+    for (const std::string& name : t.keep)
+        if (!kept.insert(name).second)
+            throw UsageError("--keep: '" + name + "' is there twice");
+    for (const Formula& f : t.formulas)
+        if (kept.count(f.name) != 0)
+            throw UsageError("--keep: there is a formula '" + f.name + "'");
     return t;
 }
 
@@ -139,6 +151,8 @@ void printSummary(const Task& task, const Table& table, const std::vector<Column
             high = std::max(high, v);
             sum += v;
         }
+        if (std::isnan(sum)) // nothing of such a column can be compared; printf may give a NaN a sign
+            low = high = sum = std::numeric_limits<double>::quiet_NaN();
         // Adding 0 turns -0 into 0.
         std::printf("%-*s  %14.6g %14.6g %14.6g\n", static_cast<int>(width), c.name.c_str(), low + 0.0,
                     sum / static_cast<double>(table.rows()) + 0.0, high + 0.0);
@@ -233,8 +247,27 @@ void drawCurves(const Task& task, const Table& table, const std::vector<Column>&
         throw FileError(task.curve, "cannot be written");
 }
 
+void printLanguage(std::ostream& out)
+{
+    const auto padded = [](std::string text, std::size_t width) {
+        text.resize(std::max(width, text.size() + 2), ' ');
+        return text;
+    };
+    for (const qx::FunctionInfo& f : qx::languageFunctions()) {
+        out << padded(f.name + "(" + f.arguments + ")", 18) << f.formula << '\n';
+        for (const auto& [key, value] : {std::pair("domain", f.domain), {"derivative", f.derivative}, {"accuracy", f.accuracy}})
+            if (!value.empty())
+                out << std::string(18, ' ') << padded(key, 12) << value << '\n';
+    }
+    out << "\nOperators, from the weakest to the strongest:\n";
+    for (const qx::OperatorInfo& o : qx::languageOperators())
+        out << "  " << o.strength << "  " << padded(o.sign, 18) << padded(o.meaning, 57) << padded(o.example, 14) << o.reads << '\n';
+}
+
 void run(const Task& task)
 {
+    if (task.functions)
+        return printLanguage(std::cout);
     const Table table = readCsv(task.points);
     for (const std::string& name : task.keep)
         table.column(name); // a missing column is told before any work
@@ -256,23 +289,15 @@ void run(const Task& task)
 
 int main(int argc, char** argv)
 {
-    try {
-        Options options("evaluate", "POINTS.csv FORMULA...",
-                        "Evaluates formulas at the points of a table. A formula is an expression of the columns and\n"
-                        "definitions, or NAME=EXPRESSION.");
+    Options options("evaluate", "POINTS.csv FORMULA...",
+                    "Evaluates formulas at the points of a table. A formula is an expression of the columns and\n"
+                    "definitions, or NAME=EXPRESSION.");
+    return guarded(options, [&] {
         const Task task = readTask(options, argc, argv);
         if (options.helpWanted())
             std::cout << options.help();
         else
             run(task);
-        return std::cout.flush() ? 0 : 1;
-    } catch (const UsageError& e) {
-        std::cerr << "evaluate: " << e.what() << '\n';
-        return 2;
-    } catch (const std::bad_alloc&) {
-        std::cerr << "evaluate: out of memory\n";
-    } catch (const std::exception& e) {
-        std::cerr << "evaluate: " << e.what() << '\n';
-    }
-    return 1;
+        return 0;
+    });
 }

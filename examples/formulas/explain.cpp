@@ -46,7 +46,7 @@ constexpr Wording kWordings[] = {
     {"Can_only_diff_wrt_variables", "the second argument of d must be the name of a variable"},
     {"Internal_error_callback", "calls with texts as arguments need a Java virtual machine"},
     {"Unexpected_NaN", "the value is undefined"},
-    {"Infinite_value", "the value is infinite"},
+    {"Infinite_value", "the value is infinite: a division by zero, or a number too large"},
 };
 
 std::string filled(std::string text, const qxbase::ExceptionArgs& args)

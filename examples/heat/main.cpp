@@ -26,6 +26,7 @@
 #include "support/fileerror.hpp"
 #include "support/options.hpp"
 #include "support/picture.hpp"
+#include "support/program.hpp"
 #include "vtu.hpp"
 #include "watch.hpp"
 
@@ -37,7 +38,6 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
-#include <new>
 
 namespace {
 
@@ -71,22 +71,22 @@ Task readTask(Options& options, int argc, char** argv)
     const auto boundaryFormula = [&](std::vector<BoundaryFormula>& list) {
         return [&list](const std::string& v) { list.push_back(BoundaryFormula::parse(v)); };
     };
-    options.value("--define", "NAME=FORMULA", "a name that formulas may use; can be given again", [&](const std::string& v) {
+    options.values("--define", "NAME=FORMULA", "a name that formulas may use; can be given again", [&](const std::string& v) {
         const Formula f = Formula::parse(v);
         if (f.name == f.text)
             throw UsageError("'" + v + "' has no NAME=");
         t.model.definitions.push_back(f);
     });
-    options.value("--table", "NAME=FILE,METHOD,OUTSIDE", kTableHelp, [&](const std::string& v) {
+    options.values("--table", "NAME=FILE,METHOD,OUTSIDE", kTableHelp, [&](const std::string& v) {
         for (NamedTable& table : NamedTable::parse(v))
             t.model.tables.push_back(std::move(table));
     });
     options.text("--k", "FORMULA", "conductivity, of x, y and u (1)", t.model.conductivity);
     options.text("--source", "FORMULA", "heat made in the body, of x, y and u (0)", t.model.source);
-    options.value("--flux", "BOUNDARY: FORMULA", "heat that enters there, of x, y and u", boundaryFormula(t.model.flux));
-    options.value("--fixed", "BOUNDARY: FORMULA", "u there, of x and y", boundaryFormula(t.model.fixed));
-    options.value("--mean", "BOUNDARY: FORMULA", "mean of u over the boundary", boundaryFormula(t.model.mean));
-    options.value("--periodic", "A,B", "u is the same on two boundaries", [&](const std::string& v) {
+    options.values("--flux", "BOUNDARY: FORMULA", "heat that enters there, of x, y and u", boundaryFormula(t.model.flux));
+    options.values("--fixed", "BOUNDARY: FORMULA", "u there, of x and y", boundaryFormula(t.model.fixed));
+    options.values("--mean", "BOUNDARY: FORMULA", "mean of u over the boundary", boundaryFormula(t.model.mean));
+    options.values("--periodic", "A,B", "u is the same on two boundaries", [&](const std::string& v) {
         const std::vector<std::string> pair = split(v, ',');
         if (pair.size() != 2)
             throw UsageError("'" + v + "' are not two boundaries");
@@ -186,36 +186,24 @@ void run(const Task& task)
         std::fprintf(stderr, "  %-18s %8.1f ms  %3.0f %%\n", name.c_str(), 1e3 * seconds, 100.0 * seconds / total);
 }
 
-int fail(int status, const std::string& message)
-{
-    watch.phase("");
-    std::cerr << "heat: " << message << '\n';
-    return status;
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    try {
-        Options options("heat", "MESH.msh", "Solves -div(k grad u) = f on a mesh in Gmsh's MSH 4.1 format.");
+    Options options("heat", "MESH.msh", "Solves -div(k grad u) = f on a mesh in Gmsh's MSH 4.1 format.");
+    return guarded(options, [&] {
         const Task task = readTask(options, argc, argv);
         if (options.helpWanted()) {
             std::cout << options.help();
-            return std::cout.flush() ? 0 : 1;
+            return 0;
         }
         std::signal(SIGINT, onInterrupt);
-        task.complex ? run<std::complex<double>>(task) : run<double>(task);
+        try {
+            task.complex ? run<std::complex<double>>(task) : run<double>(task);
+        } catch (...) {
+            watch.phase(""); // what is shown of the work gives way to what is said of the failure
+            throw;
+        }
         return 0;
-    } catch (const UsageError& e) {
-        return fail(2, e.what());
-    } catch (const qxbase::CancelException&) {
-        return fail(130, "stopped");
-    } catch (const qxbase::Exception& e) {
-        return fail(1, e.toString());
-    } catch (const std::bad_alloc&) {
-        return fail(1, "out of memory");
-    } catch (const std::exception& e) {
-        return fail(1, e.what());
-    }
+    });
 }

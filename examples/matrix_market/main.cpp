@@ -8,6 +8,8 @@
 // Builds on: ten_lines.   Run: matrix_market MATRIX.mtx [PATTERN.svg]
 // Expect: the head line, norms and symmetry, the norm of A applied to ones, the residual after sweeps, a picture.
 
+#include "support/program.hpp"
+
 #include "matrixmarket.hpp"
 #include "qxexception.hpp"
 
@@ -120,22 +122,23 @@ void draw(const Sparse& A, const std::string& path)
 
 int main(int argc, char** argv)
 {
-    if (argc < 2 || argc > 3) {
-        std::fprintf(stderr, "usage: matrix_market MATRIX.mtx [PATTERN.svg]\n");
-        return 2;
-    }
-    try {
-        const Sparse A = readMatrixMarket(argv[1]);
+    examples::Options options("matrix_market", "MATRIX.mtx [PATTERN.svg]", "Explains, relaxes and draws a sparse matrix.");
+    return examples::guarded(options, [&] {
+        const std::vector<std::string> words = options.read(argc, argv);
+        if (options.helpWanted()) {
+            std::cout << options.help();
+            return 0;
+        }
+        if (words.empty() || words.size() > 2)
+            throw examples::UsageError("a matrix is needed, see matrix_market --help");
+        const Sparse A = readMatrixMarket(words[0]);
         printFacts(A);
         multiply(A);
         relax(A);
-        if (argc == 3)
-            draw(A, argv[2]);
-    } catch (const qxbase::Exception& e) {
-        std::fprintf(stderr, "matrix_market: %s\n", e.toString().c_str());
-        return 1;
-    }
-    return 0;
+        if (words.size() == 2)
+            draw(A, words[1]);
+        return 0;
+    });
 }
 
 // Try: omega 1.5 in relax; readMatrixMarket with expand = false, and what the head line says then.

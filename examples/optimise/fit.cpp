@@ -35,8 +35,8 @@ public:
             formulas_.define(name, text);
         formula_ = formulas_.add(fit.model);
         program_.emplace(formulas_.compile());
-        for (std::size_t c = 0; c < data.names.size(); ++c)
-            points_.set(data.names[c], data.columns[c]);
+        for (const std::string& x : data.variables())
+            points_.set(x, data.column(x));
         weight_.assign(data.rows(), 1.0);
         if (!fit.weights.empty())
             weight_ = data.column(fit.weights);
@@ -93,7 +93,7 @@ public:
 private:
     static std::vector<std::string> namesOf(const Fit& fit, const Table& data)
     {
-        std::vector<std::string> names = data.names;
+        std::vector<std::string> names = data.variables();
         for (const Variable& p : fit.parameters) {
             if (data.find(p.name) >= 0)
                 throw UsageError("the parameter " + p.name + " is a column of " + data.file);

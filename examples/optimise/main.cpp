@@ -26,12 +26,12 @@
 #include "qxexception.hpp"
 #include "support/fileerror.hpp"
 #include "support/options.hpp"
+#include "support/program.hpp"
 
 #include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
-#include <new>
 #include <unistd.h>
 
 namespace {
@@ -70,9 +70,9 @@ Task readTask(Options& options, int argc, char** argv)
     options.value("--variables", "LIST", "\"x=START in [LOW,HIGH], y\"; of a fit, its parameters", [&](const std::string& v) {
         t.problem.variables = parseVariables(v);
     });
-    options.value("--subject-to", "CONSTRAINT", "two formulas with <=, >= or = between them; can be given again",
+    options.values("--subject-to", "CONSTRAINT", "two formulas with <=, >= or = between them; can be given again",
                   [&](const std::string& v) { t.problem.constraints.push_back(parseConstraint(v)); });
-    options.value("--define", "NAME=FORMULA", "a name that formulas may use; can be given again", [&](const std::string& v) {
+    options.values("--define", "NAME=FORMULA", "a name that formulas may use; can be given again", [&](const std::string& v) {
         const Formula f = Formula::parse(v);
         if (f.name == f.text)
             throw UsageError("'" + v + "' has no NAME=");
@@ -87,7 +87,7 @@ Task readTask(Options& options, int argc, char** argv)
                   [&](const std::string& v) { t.options.starts = wholeNumber(v, 1, 1000000); });
     options.value("--tolerance", "NUMBER", "of optimality and, up to 1e-7, of constraints (1e-8)", [&](const std::string& v) {
         if (!fromText(v, t.options.tolerance) || !(t.options.tolerance > 0.0))
-            throw UsageError("--tolerance: '" + v + "' is no positive number");
+            throw UsageError("'" + v + "' is no positive number");
     });
     options.value("--iterations", "N", "at most so many (1000)",
                   [&](const std::string& v) { t.options.iterations = wholeNumber(v, 0, 1000000); });
@@ -175,24 +175,17 @@ int run(Task& task)
 
 int main(int argc, char** argv)
 {
-    try {
-        Options options("optimise", "",
-                        "Finds the smallest or largest value of a formula under constraints, or fits a formula to data.\n"
-                        "Ends with 0 for an answer, 3 when the optimizer stopped early, 1 for a failure, 2 for bad options.");
-        Task task = readTask(options, argc, argv);
-        if (!options.helpWanted())
-            return std::cout.flush() ? run(task) : 1;
-        std::cout << options.help();
-        return std::cout.flush() ? 0 : 1;
-    } catch (const UsageError& e) {
-        std::cerr << "optimise: " << e.what() << '\n';
-        return 2;
-    } catch (const qxbase::Exception& e) {
-        std::cerr << "optimise: it cannot be done\n" << explain(e) << '\n';
-    } catch (const std::bad_alloc&) {
-        std::cerr << "optimise: out of memory\n";
-    } catch (const std::exception& e) {
-        std::cerr << "optimise: " << e.what() << '\n';
-    }
-    return 1;
+    Options options("optimise", "",
+                    "Finds the smallest or largest value of a formula under constraints, or fits a formula to data.\n"
+                    "Ends with 0 for an answer, 3 when the optimizer stopped early, 1 for a failure, 2 for bad options.");
+    return guarded(
+        options,
+        [&] {
+            Task task = readTask(options, argc, argv);
+            if (!options.helpWanted())
+                return run(task);
+            std::cout << options.help();
+            return 0;
+        },
+        [](const qxbase::Exception& e) { return "it cannot be done\n" + explain(e); });
 }

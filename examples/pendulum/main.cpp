@@ -16,12 +16,11 @@
 #include "motionpicture.hpp"
 #include "reducedmotion.hpp"
 
-#include "qxexception.hpp"
 #include "support/options.hpp"
+#include "support/program.hpp"
 
 #include <cmath>
 #include <cstdio>
-#include <exception>
 #include <fstream>
 #include <iostream>
 
@@ -87,13 +86,14 @@ int run(const std::string& model, double end, double h, const std::string& file)
 
 int main(int argc, char** argv)
 {
-    try {
-        Options options("pendulum", "pendulum|slider-crank", "Reduces the index of a mechanism's equations and moves it.");
+    Options options("pendulum", "pendulum|slider-crank", "Reduces the index of a mechanism's equations and moves it.");
+    return guarded(options, [&] {
         double end = 4.0;
         double step = 0.002;
         std::string file;
-        options.value("--end", "SECONDS", "time to stop at", [&](const std::string& v) { end = positiveNumber(v); });
-        options.value("--step", "SECONDS", "step of the integration", [&](const std::string& v) { step = positiveNumber(v); });
+        options.value("--end", "SECONDS", "time to stop at (4)", [&](const std::string& v) { end = positiveNumber(v); });
+        options.value("--step", "SECONDS", "step of the integration (0.002)",
+                      [&](const std::string& v) { step = positiveNumber(v); });
         options.text("--svg", "FILE", "picture of the motion", file);
         const std::vector<std::string> words = options.read(argc, argv);
         if (options.helpWanted()) {
@@ -105,10 +105,5 @@ int main(int argc, char** argv)
         if (!(end / step < 1e7))
             throw UsageError("--end and --step make more than 10^7 steps");
         return run(words[0], end, step, file);
-    } catch (const qxbase::Exception& e) {
-        std::cerr << "pendulum: " << e.toString() << '\n';
-    } catch (const std::exception& e) {
-        std::cerr << "pendulum: " << e.what() << '\n';
-    }
-    return 1;
+    });
 }

@@ -21,16 +21,15 @@
 #include "support/csv.hpp"
 #include "support/fileerror.hpp"
 #include "support/options.hpp"
+#include "support/program.hpp"
 
 #include "array.hpp"
 #include "arrayutil.hpp"
-#include "qxexception.hpp"
 
 #include <algorithm>
 #include <complex>
 #include <fstream>
 #include <iostream>
-#include <new>
 
 namespace {
 
@@ -128,23 +127,13 @@ void run(const Task& task)
 
 int main(int argc, char** argv)
 {
-    try {
-        Options options("spectrum", "[MASSES]", "Eigenvalues of a damped chain of masses, as CSV.");
+    Options options("spectrum", "[MASSES]", "Eigenvalues of a damped chain of masses, as CSV.");
+    return guarded(options, [&] {
         const Task task = readTask(options, argc, argv);
         if (options.helpWanted())
             std::cout << options.help();
         else
             run(task);
-        return std::cout.flush() ? 0 : 1;
-    } catch (const UsageError& e) {
-        std::cerr << "spectrum: " << e.what() << '\n';
-        return 2;
-    } catch (const qxbase::Exception& e) {
-        std::cerr << "spectrum: " << e.toString() << '\n';
-    } catch (const std::bad_alloc&) {
-        std::cerr << "spectrum: out of memory\n";
-    } catch (const std::exception& e) {
-        std::cerr << "spectrum: " << e.what() << '\n';
-    }
-    return 1;
+        return 0;
+    });
 }

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <fstream>
 #include <istream>
+#include <iterator>
 #include <limits>
 #include <ostream>
 
@@ -34,6 +35,12 @@ bool isName(const std::string& text)
            std::all_of(text.begin(), text.end(), [](char c) { return isLetter(c) || (c >= '0' && c <= '9'); });
 }
 
+bool isNumber(const std::string& text)
+{
+    double ignored = 0.0;
+    return fromText(text, ignored);
+}
+
 // One line without its ending, whichever of the three it is.
 bool nextLine(std::istream& in, std::string& line)
 {
@@ -54,6 +61,23 @@ bool nextLine(std::istream& in, std::string& line)
     return any;
 }
 
+// A name between quotes may hold anything; a quote in it is doubled. `ends` is told how the field ended: false, within quotes.
+std::string quotedName(const std::string& line, std::size_t& at, bool& ends)
+{
+    std::string name;
+    for (ends = false; ++at < line.size();) {
+        if (line[at] == '"' && line.compare(at, 2, "\"\"") != 0) {
+            ends = true;
+            at = line.find_first_not_of(" \t", at + 1);
+            break;
+        }
+        at += line[at] == '"';
+        name += line[at];
+    }
+    at = std::min(at, line.size());
+    return name;
+}
+
 std::vector<std::string> fields(const std::string& line)
 {
     std::vector<std::string> f;
@@ -66,20 +90,41 @@ std::vector<std::string> fields(const std::string& line)
     return f;
 }
 
+constexpr std::size_t kLongestHeader = 1000000; // where a damaged file stops being read
+
 const char* const kDecimalComma = "; numbers need a decimal point, and commas between them";
 
+// Names stand bare or between quotes. A bare one that is a number belongs to a table without a header.
 void readHeader(const std::string& line, long number, Table& table)
 {
-    for (const std::string& name : fields(line)) {
-        if (line.find(';') != std::string::npos)
-            throw FileError(table.file, number, "columns are parted by ';'" + std::string(kDecimalComma));
-        if (!isName(name))
-            throw FileError(table.file, number, shown(name) + " is no column name: letters, digits and '_' make one");
+    for (std::size_t at = 0; at <= line.size(); ++at) {
+        at = std::min(line.find_first_not_of(" \t", at), line.size());
+        std::string name;
+        if (at < line.size() && line[at] == '"') {
+            bool ends = false;
+            name = quotedName(line, at, ends);
+            if (!ends || (at < line.size() && line[at] != ','))
+                throw FileError(table.file, number, "the quotes around the column name " + shown(name) + " do not fit");
+        } else {
+            const std::size_t end = std::min(line.find(',', at), line.size());
+            name = trimmed(line.substr(at, end - at));
+            at = end;
+            if (name.find(';') != std::string::npos)
+                throw FileError(table.file, number, "columns are parted by ';'" + std::string(kDecimalComma));
+            if (name.empty() || isNumber(name) || name.find('"') != std::string::npos)
+                throw FileError(table.file, number, shown(name) + " is no column name");
+        }
         if (table.find(name) >= 0)
             throw FileError(table.file, number, "column " + shown(name) + " is there twice");
-        table.names.push_back(name);
+        table.names.push_back(std::move(name));
     }
     table.columns.resize(table.names.size());
+}
+
+// Quotes that are open at the end of a line: the name goes on in the next.
+bool hasOpenQuotes(const std::string& line)
+{
+    return std::count(line.begin(), line.end(), '"') % 2 != 0;
 }
 
 void readRow(const std::string& line, long number, Table& table)
@@ -109,6 +154,13 @@ int Table::find(const std::string& name) const
     return at == names.end() ? -1 : static_cast<int>(at - names.begin());
 }
 
+std::vector<std::string> Table::variables() const
+{
+    std::vector<std::string> v;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(v), isName);
+    return v;
+}
+
 const std::vector<double>& Table::column(const std::string& name) const
 {
     const int k = find(name);
@@ -127,10 +179,14 @@ Table readCsv(std::istream& in, const std::string& file)
             line.erase(0, 3);
         if (trimmed(line).empty())
             continue;
-        if (table.names.empty())
-            readHeader(line, number, table);
-        else
+        if (table.names.empty()) {
+            const long first = number;
+            for (std::string more; hasOpenQuotes(line) && line.size() < kLongestHeader && nextLine(in, more); ++number)
+                line += '\n' + more;
+            readHeader(line, first, table);
+        } else {
             readRow(line, number, table);
+        }
     }
     if (in.bad())
         throw FileError(file, "cannot be read");
@@ -152,6 +208,8 @@ Table readCsv(const std::string& file)
 
 std::string toText(double value)
 {
+    if (std::isnan(value)) // whose sign says nothing
+        return "nan";
     std::array<char, 32> text{};
     const auto end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
     return std::string(text.data(), end);
@@ -192,8 +250,9 @@ void CsvWriter::write(std::ostream& out) const
 {
     std::string line;
     for (const Column& c : columns_) {
-        const bool quoted = c.name.find_first_of(",\"\n") != std::string::npos;
         std::string name = c.name;
+        const bool quoted = name.empty() || name.find_first_of(",;\"\r\n") != std::string::npos || name != trimmed(name) ||
+                            isNumber(name);
         for (std::size_t at = name.find('"'); at != std::string::npos; at = name.find('"', at + 2))
             name.insert(at, 1, '"');
         line += (line.empty() ? "" : ",") + (quoted ? '"' + name + '"' : name);

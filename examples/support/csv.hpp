@@ -20,11 +20,14 @@ struct Table
     std::size_t rows() const { return columns.empty() ? 0 : columns.front().size(); }
     /// Position of a column, -1 if there is none of that name.
     int find(const std::string& name) const;
+    /// The names that formulas can use: letters, digits and "_", no digit first.
+    std::vector<std::string> variables() const;
     /// The column; raises FileError naming the file when it is missing.
     const std::vector<double>& column(const std::string& name) const;
 };
 
-/// Reads comma-separated numbers under a header line of distinct column names (letters, digits and "_").
+/// Reads comma-separated numbers under a header line of distinct column names. A name with a comma, or that is a number, stands
+/// between quotes: what CsvWriter writes is read.
 ///
 /// Any line ending, blank lines skipped, decimal point whatever the locale; "nan" and "inf" are numbers. Raises FileError
 /// with file and line: unreadable file, no header, bad or repeated name, ragged row, anything that is no number, and says
@@ -52,7 +55,7 @@ private:
     std::vector<Column> columns_;   // lent: the vectors outlive the writer
 };
 
-/// The shortest decimal text that reads back to the same double.
+/// The shortest decimal text that reads back to the same double; "nan" for each NaN.
 std::string toText(double value);
 /// Reads all of text as a number; false if it is none.
 bool fromText(const std::string& text, double& value);

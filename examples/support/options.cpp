@@ -1,28 +1,70 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #include "options.hpp"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <charconv>
+#include <sstream>
 #include <utility>
 
 namespace examples {
+namespace {
 
-Options::Options(std::string program, std::string words, std::string purpose)
-    : program_(std::move(program)), words_(std::move(words)), purpose_(std::move(purpose))
+/// The usage line names the words that are no options.
+class WordsFirst : public CLI::Formatter
 {
-    flag("--help", "show this text", helpWanted_);
-    flag("--version", "show the version", versionWanted_);
+public:
+    explicit WordsFirst(std::string words) : words_(std::move(words)) { column_width(28); }
+    std::string make_usage(const CLI::App*, std::string name) const override
+    {
+        return "usage: " + name + (words_.empty() ? "" : " " + words_) + " [options]\n";
+    }
+
+private:
+    std::string words_;
+};
+
+} // namespace
+
+Options::Options(std::string program, const std::string& words, const std::string& purpose)
+    : program_(std::move(program)), app_(std::make_unique<CLI::App>(purpose, program_))
+{
+    app_->formatter(std::make_shared<WordsFirst>(words));
+    app_->set_help_flag("--help", "show this text");
+    app_->set_version_flag("--version", program_ + " of qxkernel " QX_EXAMPLES_VERSION, "show the version");
+    app_->allow_extras(); // judged in read()
 }
+
+Options::~Options() = default;
 
 void Options::flag(const std::string& name, const std::string& help, bool& target)
 {
-    options_.push_back({name, "", help, [&target](const std::string&) { target = true; }});
+    app_->add_flag(name, target, help)->disable_flag_override();
 }
 
-void Options::value(const std::string& name, const std::string& argument, const std::string& help,
-                    std::function<void(const std::string&)> take)
+void Options::value(const std::string& name, const std::string& argument, const std::string& help, Take take)
 {
-    options_.push_back({name, argument, help, std::move(take)});
+    values(name, argument, help, std::move(take));
+    app_->get_option(name.substr(0, name.find(',')))->expected(1);
+}
+
+void Options::values(const std::string& name, const std::string& argument, const std::string& help, Take take)
+{
+    const std::string shown = name.substr(name.find("--"));
+    app_->add_option_function<std::vector<std::string>>(
+            name,
+            [take = std::move(take), shown](const std::vector<std::string>& all) {
+                try {
+                    for (const std::string& v : all)
+                        take(v);
+                } catch (const UsageError& e) {
+                    throw UsageError(shown + ": " + e.what());
+                }
+            },
+            help)
+        ->type_name(argument)
+        ->allow_extra_args(false);
 }
 
 void Options::text(const std::string& name, const std::string& argument, const std::string& help, std::string& target)
@@ -30,62 +72,26 @@ void Options::text(const std::string& name, const std::string& argument, const s
     value(name, argument, help, [&target](const std::string& v) { target = v; });
 }
 
-const Options::Option& Options::find(const std::string& name) const
-{
-    const auto at = std::find_if(options_.begin(), options_.end(), [&](const Option& o) { return o.name == name; });
-    if (at == options_.end())
-        throw UsageError("unknown option " + name + ", see " + program_ + " --help");
-    return *at;
-}
-
 std::vector<std::string> Options::read(int argc, const char* const* argv)
 {
-    std::vector<std::string> words;
-    for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
-        if (word == "--") {
-            words.insert(words.end(), argv + i + 1, argv + argc);
-            break;
-        }
-        if (word.rfind("--", 0) != 0) {
-            words.push_back(word);
-            continue;
-        }
-        const std::size_t equal = word.find('=');
-        const Option& option = find(word.substr(0, equal));
-        std::string argument;
-        if (equal != std::string::npos)
-            argument = word.substr(equal + 1);
-        else if (!option.argument.empty()) {
-            if (i + 1 == argc)
-                throw UsageError(option.name + " needs " + option.argument);
-            argument = argv[++i];
-        }
-        if (option.argument.empty() && equal != std::string::npos)
-            throw UsageError(option.name + " takes no value");
-        try {
-            option.take(argument);
-        } catch (const UsageError& e) {
-            throw UsageError(option.name + ": " + e.what());
-        }
+    try {
+        app_->parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        std::ostringstream text;
+        if (e.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success))
+            throw UsageError(e.what());
+        app_->exit(e, text, text);
+        help_ = text.str();
+        return {};
     }
+    std::vector<std::string> words = app_->remaining();
+    const auto mark = std::find(words.begin(), words.end(), "--");
+    const auto unknown = std::find_if(words.begin(), mark, [](const std::string& w) { return w.rfind("--", 0) == 0; });
+    if (unknown != mark)
+        throw UsageError("unknown option " + unknown->substr(0, unknown->find('=')) + ", see " + program_ + " --help");
+    if (mark != words.end())
+        words.erase(mark);
     return words;
-}
-
-std::string Options::help() const
-{
-    if (versionWanted_)
-        return program_ + " of qxkernel " QX_EXAMPLES_VERSION "\n";
-    std::size_t width = 0;
-    for (const Option& o : options_)
-        width = std::max(width, o.name.size() + 1 + o.argument.size());
-    std::string text = "usage: " + program_ + " " + words_ + " [options]\n" + purpose_ + "\n\n";
-    for (const Option& o : options_) {
-        std::string left = o.name + " " + o.argument;
-        left.resize(width + 2, ' ');
-        text += "  " + left + o.help + "\n";
-    }
-    return text;
 }
 
 int wholeNumber(const std::string& text, int least, int most)

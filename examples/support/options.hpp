@@ -2,9 +2,14 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace examples {
 
@@ -22,40 +27,36 @@ public:
 ///     options.value("--threads", "N", "threads to use", [&](const std::string& v) { threads = wholeNumber(v, 1, 1024); });
 ///     const std::vector<std::string> words = options.read(argc, argv);
 ///
-/// "--name value" and "--name=value" are the same; "--" ends the options. A word that begins with "-" and is no option is
-/// refused only when it begins with "--": formulas may begin with a minus sign.
+/// CLI11 reads the line. What is added here: a word that begins with one "-" is no mistake, since formulas may begin with a
+/// minus sign; and what a program says of a value is told with the option's name. "--name value" and "--name=value" are the
+/// same; "--" ends the options. Every program has --help and --version.
 class Options
 {
 public:
-    Options(std::string program, std::string words, std::string purpose);
+    using Take = std::function<void(const std::string&)>;
 
+    Options(std::string program, const std::string& words, const std::string& purpose);
+    ~Options();
+
+    /// Several names of one option are parted by commas: "-o,--output".
     void flag(const std::string& name, const std::string& help, bool& target);
-    void value(const std::string& name, const std::string& argument, const std::string& help,
-               std::function<void(const std::string&)> take);
+    /// Takes one value; take raises UsageError for one that it cannot use.
+    void value(const std::string& name, const std::string& argument, const std::string& help, Take take);
+    /// The same for an option that may be given again.
+    void values(const std::string& name, const std::string& argument, const std::string& help, Take take);
     void text(const std::string& name, const std::string& argument, const std::string& help, std::string& target);
 
     /// Reads all; gives the words that are no options, in order. Raises UsageError with the option's name.
     std::vector<std::string> read(int argc, const char* const* argv);
     /// --help or --version was there: print help() and nothing else.
-    bool helpWanted() const { return helpWanted_ || versionWanted_; }
-    std::string help() const;
+    bool helpWanted() const { return !help_.empty(); }
+    const std::string& help() const { return help_; }
+    const std::string& program() const { return program_; }
 
 private:
-    struct Option
-    {
-        std::string name;
-        std::string argument;           // empty: a flag
-        std::string help;
-        std::function<void(const std::string&)> take;
-    };
-    const Option& find(const std::string& name) const;
-
     std::string program_;
-    std::string words_;
-    std::string purpose_;
-    std::vector<Option> options_;
-    bool helpWanted_ = false;
-    bool versionWanted_ = false;
+    std::string help_;
+    std::unique_ptr<CLI::App> app_;
 };
 
 /// A whole number in [least, most]; raises UsageError otherwise.
