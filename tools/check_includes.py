@@ -43,7 +43,7 @@ def main():
     for folder in uses:
         for path in sorted((ROOT / folder).glob("*.[ch]*")):
             scan(path, folder)
-    for header in sorted(p.name for p in (ROOT / "include").iterdir()):
+    for header in sorted(p.name for p in (ROOT / "include").glob("*.h*")):
         if header not in owner:
             errors.append(f"include/{header}: no folder names it among its HEADERS")
 

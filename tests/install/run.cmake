@@ -62,6 +62,24 @@ if(NOT output STREQUAL wanted)
   message(FATAL_ERROR "the program in the README, built by CMake, prints\n${output}and not\n${wanted}")
 endif()
 
+# What the page "How do I ..." says about linking, as a reader copies it.
+file(MAKE_DIRECTORY ${work}/from_page)
+file(COPY ${SOURCE}/docs/snippets/points.cpp ${SOURCE}/docs/snippets/link/CMakeLists.txt ${SOURCE}/docs/snippets/link/compile.sh
+  DESTINATION ${work}/from_page)
+file(READ ${SOURCE}/docs/snippets/points.txt wanted)
+run(${CMAKE_COMMAND} -S ${work}/from_page -B ${work}/from_page/build -DCMAKE_PREFIX_PATH=${prefix}
+  -DCMAKE_CXX_COMPILER=${CXX} -G Ninja)
+run(${CMAKE_COMMAND} --build ${work}/from_page/build)
+run(${work}/from_page/build/points)
+set(printed "${output}")
+file(READ ${work}/from_page/compile.sh line)
+string(REPLACE "g++ " "'${CXX}' " line "${line}")
+run(sh -c "cd '${work}/from_page' && ${line}")
+run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${work}/from_page/points)
+if(NOT printed STREQUAL wanted OR NOT output STREQUAL wanted)
+  message(FATAL_ERROR "the page's program prints\n${printed}by CMake,\n${output}by pkg-config, and not\n${wanted}")
+endif()
+
 # The runtime component alone is what a program needs to run.
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${work}/runtime --component runtime)
 file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE ${work}/runtime ${work}/runtime/*)
