@@ -2,7 +2,7 @@
 #pragma once
 
 // Trigonometric and hyperbolic functions, their reciprocals and inverses. The real formulas of the inverse hyperbolic
-// functions are the ones that the evaluation contract names, with the accuracy that follows from them.
+// functions are those in the docstrings of their classes (evalfun_trig.hpp, evalfun_hyp.hpp), with the accuracy that follows.
 
 #include "functions/kernels_elementary_detail.hpp"
 

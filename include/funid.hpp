@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
-/// The operators with one fixed object inside every NodeMaker. The values are part of the contract: they are passed when
-/// an expression is turned into nodes, and they are keys of the sharing tables.
+/// The operators with one fixed object inside every NodeMaker. The values never change: hosts pass
+/// them when they make nodes, and they are keys of the sharing tables.
 enum FunId {
     ABS = 1,
     AND,

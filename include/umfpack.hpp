@@ -40,8 +40,8 @@ class RunLog;
 /// Memory: UMFPACK's own, and a copy of the matrix: 16 bytes an entry, 24 for complex ones, kept for the refinement of
 /// solutions. With clearInput the caller's matrix goes before the factorisation begins.
 /// Threads: BLAS works with one thread while a matrix is factorised, so the same matrix gives the same bits whatever the
-/// number of threads. An object belongs to one thread at a time. The contract promises no more than one factorisation at a time in
-/// a process; the memory contexts beneath are per thread, so that objects of different threads do not disturb each other.
+/// number of threads. An object belongs to one thread at a time; objects of different
+/// threads do not disturb each other, since the memory contexts beneath are per thread.
 /// Source: Davis, Algorithm 832: UMFPACK V4.3, ACM TOMS 30 (2004) 196-199.
 class QX_API Umfpack
 {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
-// Values of the elementary functions at the points where the contract says something special.
+// Values of the elementary functions at special points: zeros and their signs, branch cuts, poles, ends of domains, infinities
+// and NaN.
 
 #include "tests/functions/fun_support.hpp"
 

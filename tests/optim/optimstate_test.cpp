@@ -292,7 +292,7 @@ struct Row
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
-// The promise to hosts, kept apart from the library's own table.
+// Keys, defaults, ranges and wordings that hosts rely on, written out here so that a slip in the library's table shows.
 const Row kIntegers[] = {
     {"checkfreq", "60", 1, INT_MAX, false, "Check frequency", "Check frequency"},
     {"expfreq", "10000", 0, INT_MAX, false, "Expand frequency", "Expand frequency"},

@@ -62,9 +62,9 @@ int rankOf(const Dense& D)
     return qxarray::rank(A, 1e-12);
 }
 
-/// The contract of both methods for one triple.
-void expectContract(const Dense& N, const Sparse& Null, const Sparse& Compl, const Sparse& Range, std::size_t rank,
-                    double tolerance = 1e-12)
+/// What both methods must give: N^H Null = 0, Range = Compl^H N, and full rank side by side.
+void expectTriple(const Dense& N, const Sparse& Null, const Sparse& Compl, const Sparse& Range, std::size_t rank,
+                  double tolerance = 1e-12)
 {
     const std::size_t d = N.size(), c = N[0].size();
     const Dense null = denseOf(Null), compl_ = denseOf(Compl), range = denseOf(Range);
@@ -162,7 +162,7 @@ TEST_P(BothMethods, KeepTheContractForRandomMatricesOfLowRank)
         for (unsigned seed = 0; seed < 20; ++seed) {
             const Dense N = ofRank(8, 5, 3, seed, complex);
             const Bases b = bases(sparseOf(N), GetParam());
-            expectContract(N, b.Null, b.Compl, b.Range, 3);
+            expectTriple(N, b.Null, b.Compl, b.Range, 3);
             EXPECT_EQ(b.Null.isReal(), !complex);
             if (GetParam() == NullFunOrthonormal)
                 expectOrthonormal(N, b);
@@ -175,7 +175,7 @@ TEST_P(BothMethods, KeepTheContractForSparseRandomMatrices)
         for (unsigned seed = 0; seed < 40; ++seed) {
             const Dense N = randomDense(14, 6, 100 + seed, complex, 0.25);
             const Bases b = bases(sparseOf(N, complex), GetParam());
-            expectContract(N, b.Null, b.Compl, b.Range, static_cast<std::size_t>(rankOf(N)), 1e-10);
+            expectTriple(N, b.Null, b.Compl, b.Range, static_cast<std::size_t>(rankOf(N)), 1e-10);
         }
 }
 
@@ -188,7 +188,7 @@ TEST(QxNullSp, UnitVectorsCompleteNullWherePivotsAreOfOneKind)
     for (const auto& row : denseOf(b.Compl))
         for (const cplx& v : row)
             EXPECT_TRUE(v == 0.0 || v == 1.0);
-    expectContract(N, b.Null, b.Compl, b.Range, 2, 0.0);
+    expectTriple(N, b.Null, b.Compl, b.Range, 2, 0.0);
 }
 
 TEST(QxNullSp, AChainOfEqualPivotsStillCompletesTheSpace)
@@ -197,12 +197,12 @@ TEST(QxNullSp, AChainOfEqualPivotsStillCompletesTheSpace)
     const Dense N = {{1, 1}, {1, 5}, {1, 1}};
     const Bases b = bases(sparseOf(N), NullFunSparse);
 
-    expectContract(N, b.Null, b.Compl, b.Range, 2);
+    expectTriple(N, b.Null, b.Compl, b.Range, 2);
 
     // A mean value of many unknowns: neighbours in pairs, not all against one.
     const Dense mean(50, std::vector<cplx>(1, 1.0));
     const Bases m = bases(sparseOf(mean), NullFunSparse);
-    expectContract(mean, m.Null, m.Compl, m.Range, 1);
+    expectTriple(mean, m.Null, m.Compl, m.Range, 1);
     EXPECT_EQ(m.Null.getNnz(), 98u);
 }
 
@@ -235,12 +235,12 @@ TEST_P(BothMethods, TakeEveryKindOfStore)
     Sparse byRows = sparseOf({{1, -1, 0}, {0, 1, 2}});
     byRows.setSymm(RowStored); // the transpose, stored by rows
     const Bases b = bases(byRows, GetParam());
-    expectContract({{1, 0}, {-1, 1}, {0, 2}}, b.Null, b.Compl, b.Range, 2);
+    expectTriple({{1, 0}, {-1, 1}, {0, 2}}, b.Null, b.Compl, b.Range, 2);
 
     Sparse symmetric = sparseOf({{0.5, 0}, {1, 0.5}}); // stands for (1 1; 1 1)
     symmetric.setSymm(Symmetric);
     const Bases s = bases(symmetric, GetParam());
-    expectContract({{1, 1}, {1, 1}}, s.Null, s.Compl, s.Range, 1);
+    expectTriple({{1, 1}, {1, 1}}, s.Null, s.Compl, s.Range, 1);
 }
 
 TEST_P(BothMethods, GiveTheIdentityWithoutEntries)
@@ -272,7 +272,7 @@ TEST_P(BothMethods, RepeatedAndZeroConstraintsAddNothingToTheRank)
     Sparse n = sparseOf(N);
     const Bases b = bases(n, GetParam());
 
-    expectContract(N, b.Null, b.Compl, b.Range, 1);
+    expectTriple(N, b.Null, b.Compl, b.Range, 1);
 }
 
 TEST_P(BothMethods, FullyConstrainedUnknownsLeaveNoNullSpace)
@@ -280,7 +280,7 @@ TEST_P(BothMethods, FullyConstrainedUnknownsLeaveNoNullSpace)
     const Dense N = {{2, 1}, {0, 3}};
     const Bases b = bases(sparseOf(N), GetParam());
 
-    expectContract(N, b.Null, b.Compl, b.Range, 2);
+    expectTriple(N, b.Null, b.Compl, b.Range, 2);
     EXPECT_EQ(b.Null.getN(), 0u);
 }
 
@@ -348,15 +348,15 @@ TEST(QxNullOrth, BlocksOfOneOfLowRankAndInterleaved)
 {
     const Dense single = {{-4}};
     const Bases one = bases(sparseOf(single), NullFunOrthonormal);
-    expectContract(single, one.Null, one.Compl, one.Range, 1);
+    expectTriple(single, one.Null, one.Compl, one.Range, 1);
 
     const Dense deficient = {{1, 2, 3}, {2, 4, 6}, {1, 0, 1}};
     const Bases b = bases(sparseOf(deficient), NullFunOrthonormal);
-    expectContract(deficient, b.Null, b.Compl, b.Range, 2);
+    expectTriple(deficient, b.Null, b.Compl, b.Range, 2);
 
     const Dense interleaved = {{1, 0, 2}, {0, 3, 0}, {1, 0, -1}, {0, 4, 0}, {1, 0, 1}};
     const Bases two = bases(sparseOf(interleaved), NullFunOrthonormal);
-    expectContract(interleaved, two.Null, two.Compl, two.Range, 3);
+    expectTriple(interleaved, two.Null, two.Compl, two.Range, 3);
     expectOrthonormal(interleaved, two);
     const Dense null = denseOf(two.Null); // the block of unknown 0 first
     EXPECT_EQ(null[1][0], 0.0);
@@ -409,8 +409,8 @@ TEST_P(BothMethods, NonIdealConstraintsKeepTheContractForBothMatrices)
                 continue;
             const Bases b = bases(sparseOf(N, complex), GetParam(), sparseOf(NF, complex));
             const auto rank = static_cast<std::size_t>(rankOf(N));
-            expectContract(N, b.Null, b.Compl, b.Range, rank, 1e-10);
-            expectContract(NF, b.NullF, b.ComplF, b.RangeF, rank, 1e-10);
+            expectTriple(N, b.Null, b.Compl, b.Range, rank, 1e-10);
+            expectTriple(NF, b.NullF, b.ComplF, b.RangeF, rank, 1e-10);
         }
 }
 
@@ -618,7 +618,7 @@ TEST(QxNullOrth, WorksOnGivenBlocks)
 
     qxNullOrth(run, N, NT, blocks, pairs, b.Null, b.Compl, b.Range, all);
 
-    expectContract(D, b.Null, b.Compl, b.Range, 2);
+    expectTriple(D, b.Null, b.Compl, b.Range, 2);
 }
 
 // --- Reordering ----------------------------------------------------------------------------------------------------
