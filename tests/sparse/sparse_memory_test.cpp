@@ -298,9 +298,9 @@ TEST(SparseMemory, AnIndexOutOfRangeIsNamedWithItsLimit)
     Sparse A;
     const std::vector<Index> rows = {0, 7, 1}, cols = {0, 1, 0}, farColumns = {0, 9, 0}, offsets = {0, 1, 3};
     const Matrix<1> vals(3, true);
-    EXPECT_THAT(argumentsOf([&] { A.triplet2sparse(rows, cols, 1.0, 3, 2); }), testing::ElementsAre("Index=7", "Size=3"));
-    EXPECT_THAT(argumentsOf([&] { A.triplet2sparse(cols, farColumns, 1.0, 3, 2); }), testing::ElementsAre("Index=9", "Size=2"));
-    EXPECT_THAT(argumentsOf([&] { A.flat2sparse(rows, offsets, vals, 3, 2); }), testing::ElementsAre("Index=7", "Size=3"));
+    EXPECT_THAT(argumentsOf([&] { A.triplet2sparse(rows, cols, 1.0, 3, 2); }), testing::ElementsAre("Index=7", "Size=3", "Limit=2"));
+    EXPECT_THAT(argumentsOf([&] { A.triplet2sparse(cols, farColumns, 1.0, 3, 2); }), testing::ElementsAre("Index=9", "Size=2", "Limit=1"));
+    EXPECT_THAT(argumentsOf([&] { A.flat2sparse(rows, offsets, vals, 3, 2); }), testing::ElementsAre("Index=7", "Size=3", "Limit=2"));
 }
 
 TEST(SparseMemory, AShortMatrixMarketFileDoesNotTakeAGigabyteByDefault)
