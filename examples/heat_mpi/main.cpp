@@ -112,22 +112,22 @@ Task readTask(Options& options, int argc, char** argv)
     const auto boundaryFormula = [&](std::vector<BoundaryFormula>& list) {
         return [&list](const std::string& v) { list.push_back(BoundaryFormula::parse(v)); };
     };
-    options.value("--define", "NAME=FORMULA", "a name that formulas may use; can be given again", [&](const std::string& v) {
+    options.values("--define", "NAME=FORMULA", "a name that formulas may use; can be given again", [&](const std::string& v) {
         const Formula f = Formula::parse(v);
         if (f.name == f.text)
             throw UsageError("'" + v + "' has no NAME=");
         t.model.definitions.push_back(f);
     });
-    options.value("--table", "NAME=FILE,METHOD,OUTSIDE", kTableHelp, [&](const std::string& v) {
+    options.values("--table", "NAME=FILE,METHOD,OUTSIDE", kTableHelp, [&](const std::string& v) {
         for (NamedTable& table : NamedTable::parse(v))
             t.model.tables.push_back(std::move(table));
     });
     options.text("--k", "FORMULA", "conductivity, of x, y and u (1)", t.model.conductivity);
     options.text("--source", "FORMULA", "heat made in the body, of x, y and u (0)", t.model.source);
-    options.value("--flux", "BOUNDARY: FORMULA", "heat that enters there, of x, y and u", boundaryFormula(t.model.flux));
-    options.value("--fixed", "BOUNDARY: FORMULA", "u there, of x and y", boundaryFormula(t.model.fixed));
-    options.value("--mean", "BOUNDARY: FORMULA", "mean of u over the boundary", boundaryFormula(t.model.mean));
-    options.value("--periodic", "A,B", "u is the same on two boundaries", [&](const std::string& v) {
+    options.values("--flux", "BOUNDARY: FORMULA", "heat that enters there, of x, y and u", boundaryFormula(t.model.flux));
+    options.values("--fixed", "BOUNDARY: FORMULA", "u there, of x and y", boundaryFormula(t.model.fixed));
+    options.values("--mean", "BOUNDARY: FORMULA", "mean of u over the boundary", boundaryFormula(t.model.mean));
+    options.values("--periodic", "A,B", "u is the same on two boundaries", [&](const std::string& v) {
         const std::vector<std::string> pair = split(v, ',');
         if (pair.size() != 2)
             throw UsageError("'" + v + "' are not two boundaries");
@@ -140,12 +140,12 @@ Task readTask(Options& options, int argc, char** argv)
     options.value("--kind", "KIND", "of the matrix: spd, symmetric or general (general)", [&](const std::string& v) {
         using qx::distributed::Kind;
         if (v != "spd" && v != "symmetric" && v != "general")
-            throw UsageError("--kind: '" + v + "' is none of spd, symmetric, general");
+            throw UsageError("'" + v + "' is none of spd, symmetric, general");
         t.options.linear.kind = v == "spd" ? Kind::Spd : v == "symmetric" ? Kind::Symmetric : Kind::General;
     });
     options.value("--tolerance", "X", "of the linear solution (1e-12)",
                   [&](const std::string& v) { t.options.linear.tolerance = positiveNumber(v); });
-    options.value("--petsc", "OPTIONS", "PETSc's options: \"-ksp_monitor -pc_type jacobi -log_view\"",
+    options.values("--petsc", "OPTIONS", "PETSc's options: \"-ksp_monitor -pc_type jacobi -log_view\"",
                   [&](const std::string& v) { takePetsc(v, t); });
     options.text("--restart", "FILE.pvtu", "begin with the solution there, of the same mesh and number of ranks", t.restart);
     options.text("--vtu", "FILE.pvtu", "write the solution for ParaView, a piece a rank", t.vtu);
@@ -154,13 +154,13 @@ Task readTask(Options& options, int argc, char** argv)
     options.text("--unit", "TEXT", "above the colour bar", t.unit);
     options.text("--exact", "FORMULA", "print the L2 distance from this solution", t.exact);
     options.text("--beside", "FILE.vtu", "print the distance from a solution that heat wrote", t.beside);
-    options.value("--probe", "X,Y", "print the value at a point; can be given again", [&](const std::string& v) {
+    options.values("--probe", "X,Y", "print the value at a point; can be given again", [&](const std::string& v) {
         const std::vector<std::string> xy = split(v, ',');
         Point p{};
         std::istringstream in(xy.size() == 2 ? xy[0] + " " + xy[1] : "");
         in.imbue(std::locale::classic());
         if (!(in >> p[0] >> p[1]))
-            throw UsageError("--probe: '" + v + "' is no point X,Y");
+            throw UsageError("'" + v + "' is no point X,Y");
         t.probes.push_back(p);
     });
 
