@@ -21,8 +21,8 @@ namespace qxeval {
 /// Each distinct operation stands here once, however often it is referred to. Whatever has no kernel is a leaf that
 /// evaluates itself, or is given (StagedProgram).
 ///
-/// The results are those of ValRep::applyOp, bit by bit. Whatever is no plain array or number, as well as any failure of
-/// an element, is left to it from the operation on where it turns up.
+/// The results are those of ValRep::applyOp, bit by bit; whatever is no plain array or number, as well as any failure of an
+/// element, is left to it.
 ///
 /// Ownership: the nodes are lent and must live as long as the program. Threads: immutable after construction; any number
 /// of threads may run it.
@@ -36,9 +36,9 @@ public:
     /// A program with a result for each root. Cost: time and memory linear in the distinct operations, about 150 bytes each.
     static std::unique_ptr<const Program> compile(const std::vector<const EvalNode*>& roots, const Given& given);
 
-    /// given: the values of the nodes that compile was told of, at their places. values[i] becomes the value of root i over the points that the leaves have. Memory for n points: 8 n bytes (16 n
-    /// where complex numbers may turn up) for each result that is still needed, at the operation where these are most; a
-    /// chain of any length takes two.
+    /// given: the values of the nodes that compile was told of, at their places. values[i] becomes the value of root i over
+    /// the points that the leaves have. Memory beside the leaves and the roots: at most 8 kB (16 kB where complex numbers
+    /// turn up), and 2 kB in long rows, for each result that is still needed, at the operation where these are most.
     void run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, const ValRepPtr* given,
              ValRepPtr* values) const;
     /// Evaluates the leaves that are not given, for what that leaves in the cache.
@@ -55,10 +55,12 @@ private:
     struct Operation
     {
         const FunObj* fun;
-        Slot x, y;         // y is kNone for one argument
+        const qxkernels::Unary* unary; // its loops, null when only the object knows them
+        qxkernels::BinaryLoop binary;
+        Slot x, y;                     // y is kNone for one argument
         Slot out;
-        bool lastX, lastY; // nobody reads the operand after this operation
-        bool alwaysReal, mayTurnComplex, isDivision;
+        bool lastX, lastY;             // nobody reads the operand after this operation
+        bool alwaysReal, mayTurnComplex, toleratesErrors;
         // The next operation is the only reader of this one's result, and both in one pass over real numbers are this loop.
         qxkernels::PairLoop pair;
         Slot z; // the other operand of the next operation

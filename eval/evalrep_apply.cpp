@@ -360,7 +360,7 @@ void ValRep::applyOpPost(ValRepPtr& result, const FunObj& f, unsigned flags, uns
     if ((bits & kFunComplex) == 0)
         result->complex_ = false;
 
-    const bool elementError = (flags & kKeepNaN) == 0 && (bits & ~unsigned(kFunComplex)) != 0 && f.getName() != "/";
+    const bool elementError = (flags & kKeepNaN) == 0 && (bits & ~unsigned(kFunComplex)) != 0 && !Ops::toleratesErrors(f);
     if ((bits & kFunFatal) != 0 || elementError) {
         result->setNaN();
         result->errors_ = f.makeError(bits);

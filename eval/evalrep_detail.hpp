@@ -4,6 +4,7 @@
 // Access to the storage of a value by element type and shape, shared by the sources of ValRep.
 
 #include "errinfo.hpp"
+#include "evalfun.hpp"
 #include "evalrep.hpp"
 #include "qxexception.hpp"
 #include "varevaluator.hpp"
@@ -159,6 +160,9 @@ public:
         if (!condition)
             QX_RAISE("evalrep", "QUORIX_assertion_failure");
     }
+
+    /// Division alone: by zero it gives infinities and NaNs like any number.
+    static bool toleratesErrors(const FunObj& f) { return f.getName() == "/"; }
 
     static bool needsZeroScalar(const ValRep& v) { return v.zero_ && v.dScalars_.empty() && v.cScalars_.empty(); }
     /// The flag, whatever the numbers are.

@@ -105,7 +105,6 @@ QX_DEFINE_UNARY(UNotFun, "!", kAlwaysReal | kRealIfReal, &K::Not)
 QX_DEFINE_BINARY(PlusFun, "+", kSum, &K::Plus, derivativeOne, derivativeOne, {}, simplifyPlus)
 QX_DEFINE_BINARY(MinusFun, "-", kSum, &K::Minus, derivativeOne, minusByY, {}, simplifyMinus)
 QX_DEFINE_BINARY(MultFun, "*", kSum, &K::Mult, multByX, multByY, {}, simplifyMult)
-QX_DEFINE_BINARY(DivFun, "/", kRealIfReal | kLinear1 | kOperator, &K::Div, divByX, divByY, divErrors, rebuild<DIV>)
 QX_DEFINE_BINARY(PlusSqFun, "plussq", kRealIfReal, &K::PlusSq, plusSqByX, plusSqByY, {}, rebuild<PLUSSQ>)
 QX_DEFINE_BINARY(PowFun, "^", kOperator, &K::Pow, powByX, powByY, powErrors, rebuild<POW>)
 
@@ -118,12 +117,13 @@ QX_DEFINE_BINARY(NEFun, "!=", kLogic, &K::NE)
 QX_DEFINE_BINARY(AndFun, "&&", kLogic, &K::And)
 QX_DEFINE_BINARY(OrFun, "||", kLogic, &K::Or)
 
-unsigned int DivFun::apply(double* out, const double* x, const double* y, unsigned shape, std::size_t n) const
+/// An array is divided by a real number through its reciprocal: one division in all.
+static unsigned divide(double* out, const double* x, const double* y, unsigned shape, std::size_t n)
 {
     const bool realNumber = (shape & kYScalar) != 0 && ((shape & kYComplex) == 0 || y[1] == 0.0);
     const bool complexArray = (shape & (kXComplex | kLikeY)) == kXComplex;
     if (!realNumber || (shape & kXScalar) != 0 || (!complexArray && shape != kYScalar)) // no array by a real number
-        return KernelBinFun::apply(out, x, y, shape, n);
+        return kernels().Div(out, x, y, shape, n);
     if (*y == 0.0) {
         const double nan = std::numeric_limits<double>::quiet_NaN();
         if (!complexArray) {
@@ -143,20 +143,24 @@ unsigned int DivFun::apply(double* out, const double* x, const double* y, unsign
     return kernels().Mult(out, x, &inverse, complexArray ? unsigned(kXComplex | kYScalar) : shape, n);
 }
 
+static const BinaryRecord recordDiv = {"/", kRealIfReal | kLinear1 | kOperator, &K::Div, divByX, divByY, divErrors, rebuild<DIV>};
+DivFun::DivFun() : KernelBinFun(recordDiv, divide) {}
+
 // ---- powers with a fixed exponent
 
 ConstPowFun::ConstPowFun(double e) : exponent_(e) {}
 
-/// The kernel of an exponent that is computed by products, null for any other.
-static const Unary* productKernel(double e)
+/// The kernel of an exponent that is computed by products.
+const Unary* ConstPowFun::loops() const
 {
     const KernelTable& k = kernels();
+    const double e = exponent_;
     return e == 2.0 ? &k.Pow2 : e == 3.0 ? &k.Pow3 : e == 4.0 ? &k.Pow4 : e == -1.0 ? &k.PowM1 : e == -2.0 ? &k.PowM2 : nullptr;
 }
 
 unsigned int ConstPowFun::applyReal(double* out, const double* x, std::size_t n) const
 {
-    if (const Unary* kernel = productKernel(exponent_))
+    if (const Unary* const kernel = loops())
         return kernel->real(out, x, n);
     const unsigned bits = kernels().Pow(out, x, &exponent_, kYScalar, n);
     return isWhole(exponent_) && exponent_ >= 0.0 ? 0u : bits;
@@ -164,7 +168,7 @@ unsigned int ConstPowFun::applyReal(double* out, const double* x, std::size_t n)
 
 unsigned int ConstPowFun::applyComplex(double* out, const double* z, std::size_t n) const
 {
-    if (const Unary* kernel = productKernel(exponent_))
+    if (const Unary* const kernel = loops())
         return kernel->complex(out, z, n);
     return kernels().Pow(out, z, &exponent_, kXComplex | kYScalar, n);
 }

@@ -83,14 +83,16 @@ QX_ARRAY_FORM(DA, DA) QX_ARRAY_FORM(CA, DA) QX_ARRAY_FORM(DA, CA) QX_ARRAY_FORM(
 #undef QX_ARRAY_FORM
 
 KernelUnFun::KernelUnFun(const UnaryRecord& record)
-    : record_(record), real_((kernels().*record.kernel).real), complex_((kernels().*record.kernel).complex),
-      promoted_((kernels().*record.kernel).promoted)
+    : record_(record), loops_(kernels().*record.kernel)
 {
 }
 
+unsigned int KernelUnFun::applyReal(double* out, const double* x, std::size_t n) const { return loops_.real(out, x, n); }
+unsigned int KernelUnFun::applyComplex(double* out, const double* z, std::size_t n) const { return loops_.complex(out, z, n); }
+
 bool KernelUnFun::unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const
 {
-    bits = (shape & kXComplex ? complex_ : shape & kOutComplex ? promoted_ : real_)(out, x, n);
+    bits = (shape & kXComplex ? loops_.complex : shape & kOutComplex ? loops_.promoted : loops_.real)(out, x, n);
     return true;
 }
 
@@ -121,7 +123,10 @@ void KernelUnFun::ostreamOperator(const EvalNodes& args, std::ostream& stream) c
     stream << ')';
 }
 
-KernelBinFun::KernelBinFun(const BinaryRecord& record) : record_(record), loop_(kernels().*record.kernel) {}
+KernelBinFun::KernelBinFun(const BinaryRecord& record, Loop own)
+    : record_(record), loop_(own != nullptr ? own : kernels().*record.kernel)
+{
+}
 
 EvalNodePtr KernelBinFun::diffRule(const EvalNodes& args, int argIndex, const NodeMakerPtr& maker) const
 {

@@ -32,6 +32,7 @@ struct Unary
     UnaryLoop real;
     UnaryLoop complex;
     UnaryLoop promoted; ///< the complex form on real x; out is not x
+    bool sums;          ///< the real form looks for a NaN by a sum of all results
 };
 
 // Names of the kernels. The order means nothing.
@@ -51,6 +52,10 @@ struct Unary
 struct KernelTable
 {
     const char* unit;
+    /// Whether no number is infinite or a NaN.
+    bool (*allFinite)(const double* x, std::size_t n);
+    /// The real parts of complex numbers. out may be z.
+    UnaryLoop realParts;
 #define QX_FIELD(name) Unary name;
     QX_UNARY_KERNELS(QX_FIELD)
 #undef QX_FIELD

@@ -66,6 +66,35 @@ private:
     V sum_{};
 };
 
+/// Whether no number is infinite or a NaN: 0 x is 0 for all others, and a NaN for those.
+inline bool allFinite(const double* x, std::size_t n)
+{
+    V even{}, odd{};
+    std::size_t i = 0;
+    for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
+        even += load(x + i) * 0.0;
+        odd += load(x + i + kLanes) * 0.0;
+    }
+    double rest = 0.0;
+    for (; i < n; ++i)
+        rest += x[i] * 0.0;
+    const V sum = even + odd;
+    for (std::size_t k = 0; k < kLanes; ++k)
+        rest += sum[k];
+    return rest == rest;
+}
+
+/// The real parts of complex numbers. out may be z.
+inline unsigned realPartsLoop(double* out, const double* z, std::size_t n)
+{
+    std::size_t i = 0;
+    for (; i + kLanes <= n; i += kLanes)
+        store(out + i, loadZ(z + 2 * i).re);
+    for (; i < n; ++i)
+        out[i] = z[2 * i];
+    return 0u;
+}
+
 /// `width` numbers for every lane from n of them, filled up with copies of the last.
 template <std::size_t width>
 inline void fillUp(double* buffer, const double* x, std::size_t n)

@@ -14,8 +14,8 @@ namespace QX_UNIT {
 
 extern const KernelTable table;
 const KernelTable table = {
-    QX_TEXT(QX_UNIT),
-#define QX_ENTRY(name) {realLoop<name>, complexLoop<name, true>, complexLoop<name, false>},
+    QX_TEXT(QX_UNIT), allFinite, realPartsLoop,
+#define QX_ENTRY(name) {realLoop<name>, complexLoop<name, true>, complexLoop<name, false>, name::nanIsError},
     QX_UNARY_KERNELS(QX_ENTRY)
 #undef QX_ENTRY
 #define QX_ENTRY(name) binary<name>,

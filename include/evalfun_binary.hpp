@@ -128,9 +128,6 @@ class QX_API DivFun : public KernelBinFun
 {
 public:
     DivFun();
-
-protected:
-    unsigned int apply(double* out, const double* x, const double* y, unsigned shape, std::size_t n) const override;
 };
 
 /// a ^ e for a fixed exponent, with the tests of PowFun. The exponents 2, 3, 4, -1 and -2 are products: x*x, x*(x*x),
@@ -148,6 +145,7 @@ public:
     int createDefs(const EvalNodes& args, ExprComp& compiler, DefIds& names, int& nextId,
                    const VarEvaluatorPtr& evaluator) const override;
     double getExponent() const { return exponent_; }
+    const qxkernels::Unary* loops() const override;
 
 protected:
     unsigned int applyReal(double* out, const double* x, std::size_t n) const override;

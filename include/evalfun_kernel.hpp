@@ -9,6 +9,9 @@ namespace qxfun_detail {
 struct UnaryRecord;
 struct BinaryRecord;
 } // namespace qxfun_detail
+namespace qxkernels {
+struct Unary;
+}
 
 /// Function of one argument whose four forms are one loop over reals and one over complex numbers, given as (re, im)
 /// pairs. Scalars are arrays of one element: a constant that was folded and an array that was evaluated have the same
@@ -22,6 +25,8 @@ public:
     unsigned int operator()(const DA& x, Size size) const override;
     unsigned int operator()(const CA& x, Size size) const override;
     bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const override;
+    /// The loops over elements where they are all that a call consists of; null otherwise.
+    virtual const qxkernels::Unary* loops() const { return nullptr; }
 
 protected:
     /// out = f(x) over n elements; out may be x.
@@ -79,16 +84,16 @@ public:
                    const VarEvaluatorPtr& evaluator) const override;
     bool unaryInto(double* out, const double* x, unsigned shape, std::size_t n, unsigned& bits) const override;
 
+    const qxkernels::Unary* loops() const override { return &loops_; }
+
 protected:
     explicit KernelUnFun(const qxfun_detail::UnaryRecord& record);
-    unsigned int applyReal(double* out, const double* x, std::size_t n) const override { return real_(out, x, n); }
-    unsigned int applyComplex(double* out, const double* z, std::size_t n) const override { return complex_(out, z, n); }
+    unsigned int applyReal(double* out, const double* x, std::size_t n) const override;
+    unsigned int applyComplex(double* out, const double* z, std::size_t n) const override;
 
 private:
-    using Loop = unsigned (*)(double*, const double*, std::size_t);
-
     const qxfun_detail::UnaryRecord& record_;
-    Loop real_, complex_, promoted_;
+    const qxkernels::Unary& loops_;
 };
 
 /// A built-in function or operator of two arguments.
@@ -112,8 +117,9 @@ public:
     Loop loop() const { return loop_; }
 
 protected:
-    explicit KernelBinFun(const qxfun_detail::BinaryRecord& record);
-    unsigned int apply(double* out, const double* x, const double* y, unsigned shape, std::size_t n) const override
+    /// own: the loop, if it is not simply the record's kernel.
+    explicit KernelBinFun(const qxfun_detail::BinaryRecord& record, Loop own = nullptr);
+    unsigned int apply(double* out, const double* x, const double* y, unsigned shape, std::size_t n) const final
     {
         return loop_(out, x, y, shape, n);
     }

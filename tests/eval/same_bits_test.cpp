@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 // A value at a point has the same bits whatever other points are evaluated with it.
 
-#include "host.hpp"
+#include "random_formulas.hpp"
 
 #include <cmath>
 #include <cstring>
@@ -45,43 +45,6 @@ std::vector<cplx> inBlocks(EvalTree& tree, const HostPtr& host, const std::vecto
     return all;
 }
 
-class Formulas
-{
-public:
-    explicit Formulas(unsigned seed) : random_(seed) {}
-
-    std::string operator()(int depth)
-    {
-        const auto pick = [this](int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); };
-        if (depth == 0) {
-            static const char* const leaves[] = {"x", "y", "x", "y", "3", "0.7", "2", "(-1.5)"};
-            return leaves[pick(8)];
-        }
-        static const char* const functions[] = {"sqrt", "log",  "exp",  "sin",   "cos",  "tan",   "asin",  "acos", "abs",
-                                                "real", "imag", "conj", "arg",   "sign", "atan",  "asinh", "atanh", "log10",
-                                                "tanh", "cosh", "sinh", "log2",  "acosh", "acoth", "floor", "sec"};
-        static const char* const operators[] = {"+", "-", "*", "/", "^", "*", "-"};
-        static const char* const twos[] = {"min", "max", "atan2", "realdot"};
-        switch (pick(8)) {
-        case 0:
-        case 1:
-        case 2: return std::string(functions[pick(26)]) + '(' + (*this)(depth - 1) + ')';
-        case 3: return "(-" + (*this)(depth - 1) + ')';
-        case 4: {
-            const std::string a = (*this)(depth - 1);
-            return std::string(twos[pick(4)]) + '(' + a + ',' + (*this)(depth - 1) + ')';
-        }
-        default: {
-            const std::string a = (*this)(depth - 1);
-            return '(' + a + operators[pick(7)] + (*this)(depth - 1) + ')';
-        }
-        }
-    }
-
-private:
-    std::mt19937 random_;
-};
-
 } // namespace
 
 TEST(SameBits, OfRandomFormulasInBlocksOfAnySize)
@@ -93,7 +56,7 @@ TEST(SameBits, OfRandomFormulasInBlocksOfAnySize)
         x.push_back(i % 10 == 0 ? 0.0 : i % 10 == 1 ? 4.0 : wide(random));
         y.push_back(i % 15 == 0 ? 1.0 : wide(random));
     }
-    Formulas formulas(2026);
+    RandomFormulas formulas(2026);
     int compared = 0;
     for (int k = 0; k < 2000; ++k) {
         const std::string text = formulas(1 + k % 4);
