@@ -409,17 +409,17 @@ void pairLoop(double* out, const double* x, const double* y, const double* z, un
         store(out + i, even);
         store(out + j, odd);
     }
-    for (; i < n; i += kLanes) {
-        const std::size_t count = n - i < kLanes ? n - i : kLanes;
+    if (i + kLanes <= n) {
+        store(out + i, both(load(px + sx * i), load(py + sy * i), load(pz + sz * i)));
+        i += kLanes;
+    }
+    if (i < n) {
         double rest[3][kLanes];
         for (unsigned k = 0; k < 3; ++k)
-            if (steps[k] != 0)
-                fillUp<1>(rest[k], operands[k] + i, count);
-            else
-                fillUp<1>(rest[k], operands[k], 1);
+            fillUp<1>(rest[k], operands[k] + steps[k] * i, steps[k] != 0 ? n - i : 1);
         double result[kLanes];
         store(result, both(load(rest[0]), load(rest[1]), load(rest[2])));
-        copyOut<1>(out + i, result, count);
+        copyOut<1>(out + i, result, n - i);
     }
 }
 
