@@ -7,8 +7,9 @@
 //   - the text of the node, read again;
 //   - the ready host, in one block and in blocks of two points;
 //   - symbolic text: the formula scanned, printed and read again.
-// A difference is a fault, with two exceptions: to the ready host a NaN is no value, it counts a point with one as a failure;
-// and the sign of a sum in parentheses prints without them, so that text is another formula.
+// A difference is a fault, with three exceptions: to the ready host a NaN is no value, it counts a point with one as a failure;
+// the sign of a sum in parentheses prints without them, so that text is another formula; and where several parts of a formula
+// fail, another one of them may be told first (a commutative operation takes its operands in either order).
 
 #include "bytes.hpp"
 #include "exprtree.hpp"
@@ -70,7 +71,9 @@ double number(fuzz::Bytes& bytes)
     return b < 32 ? special[b % 8] : (static_cast<double>(b) - 140.0) / 40.0;
 }
 
-/// Numbers at the points, or one number for all of them; real, or complex with some on the axis.
+/// Numbers at the points, or one number for all of them; real, or complex with some on the axis. One number on the axis is
+/// real to the ready host, so it is given to all as a real one: a real array by it is multiplied by its reciprocal, by a
+/// complex one it is divided.
 void setVariable(Host& host, const std::string& name, fuzz::Bytes& bytes)
 {
     const unsigned kind = bytes.next();
@@ -79,6 +82,10 @@ void setVariable(Host& host, const std::string& name, fuzz::Bytes& bytes)
         for (std::size_t i = 0; i < n; ++i) {
             const double re = number(bytes);
             host.complexes[name].push_back({re, bytes.coin() ? number(bytes) : 0.0});
+        }
+        if (n == 1 && host.complexes[name][0].imag() == 0.0) {
+            host.reals[name] = {host.complexes[name][0].real()};
+            host.complexes.erase(name);
         }
     } else {
         for (std::size_t i = 0; i < n; ++i)
@@ -130,7 +137,7 @@ bool sameBits(double a, double b) { return std::bit_cast<std::uint64_t>(a) == st
 
 bool same(const Outcome& a, const Outcome& b)
 {
-    if (a.failed != b.failed || a.values.size() != b.values.size())
+    if (a.failed.empty() != b.failed.empty() || a.values.size() != b.values.size())
         return false;
     for (std::size_t i = 0; i < a.values.size(); ++i)
         if (!sameBits(a.values[i].real(), b.values[i].real()) || !sameBits(a.values[i].imag(), b.values[i].imag()))

@@ -68,7 +68,7 @@ boost::shared_ptr<const qxbase::Check> makeCheck(const Option& option)
         check = option.fallback ? new ChkDoubleInterval(*option.fallback, option.low, option.high)
                                 : new ChkDoubleInterval(option.low, option.high);
         break;
-    case RuleType::OpenReal: check = new ChkDoubleOpenInterval(*option.fallback, option.low, option.high); break;
+    case RuleType::OpenReal: check = new ChkDoubleOpenInterval(option.fallback.value(), option.low, option.high); break;
     case RuleType::AnyText: check = new ChkString; break;
     case RuleType::Choice:
         check = option.fallbackText != nullptr ? new ChkString(option.fallbackText, choices) : new ChkString(values);

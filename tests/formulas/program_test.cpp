@@ -185,6 +185,21 @@ TEST(Program, TakesANumberInAPlaceOfValues)
     EXPECT_EQ(out, std::vector<double>(10, -4.0));
 }
 
+TEST(Program, TakesAComplexNumberOnTheAxisForThatRealNumber)
+{
+    qx::Formulas f({"y", "z"});
+    const auto quotient = f.add("y/z");
+    const auto program = f.compile();
+    const std::vector<double> y{-0.575, -0.75, -0.075, 2.8}; // -0.075 times the reciprocal of 2.8 is no rounded quotient
+    const auto valuesWith = [&](const auto& z) {
+        std::vector<double> out(y.size());
+        program.evaluate(qx::Points(y.size()).set("y", y).set("z", z), quotient, out);
+        return out;
+    };
+
+    EXPECT_EQ(valuesWith(std::complex<double>(2.8, 0.0)), valuesWith(2.8));
+}
+
 TEST(Program, EvaluatesNoPoints)
 {
     EXPECT_TRUE(valuesOf("1/x", {}).empty());
