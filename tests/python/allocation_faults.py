@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Every allocation of the kernel in some calls fails once. Run by memcheck.py with failing_new in front of all libraries.
 
 Each call either succeeds, because it could do without the memory, or raises MemoryError (qxkernel.Error with the

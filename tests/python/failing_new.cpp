@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LicenseRef-qxkernel
 // Loaded before everything else: operator new fails once when it is told to, for the code of one library. The binder is no
 // such library: it ends the process when it has no memory to note a new object.
 

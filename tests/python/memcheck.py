@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LicenseRef-qxkernel
 """Failed allocations under Valgrind's word: no invalid access and no lost block with a frame of this library.
 
 memcheck.py LIBRARY   the file of failing_new. Ends with 77 where Valgrind is missing.
