@@ -104,7 +104,7 @@ void growth(const std::string& name, Add add, int smallest, int largest, int equ
 
 void qxbench::benchmarks()
 {
-    growth("reduceIndex/rc-ladder", addLadder, 1000, qxbench::sized(100000, 2000), 1);
-    growth("reduceIndex/pendulums", addPendulums, 100, qxbench::sized(10000, 200), 9);
-    growth("reduceIndex/random", addRandom, 1000, qxbench::sized(100000, 2000), 1);
+    growth("growth of reduceIndex/rc-ladder", addLadder, 1000, qxbench::sized(100000, 2000), 1);
+    growth("growth of reduceIndex/pendulums", addPendulums, 100, qxbench::sized(10000, 200), 9);
+    growth("growth of reduceIndex/random", addRandom, 1000, qxbench::sized(100000, 2000), 1);
 }

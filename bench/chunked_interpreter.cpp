@@ -54,7 +54,9 @@ void each(double* out, const double* x, const double* y, double cx, double cy, s
 
 } // namespace
 
-ChunkedInterpreter::ChunkedInterpreter(const std::string& postfix, const std::map<std::string, const double*>& variables)
+ChunkedInterpreter::ChunkedInterpreter(const std::string& postfix, const std::map<std::string, const double*>& variables,
+                                       std::size_t offset)
+    : offset_(offset)
 {
     static const std::map<std::string, Code> binary = {{"+", Code::Add}, {"-", Code::Sub},     {"*", Code::Mul},
                                                        {"/", Code::Div}, {"^", Code::Pow}, {">", Code::Greater}};
@@ -110,18 +112,19 @@ ChunkedInterpreter::ChunkedInterpreter(const std::string& postfix, const std::ma
     }
     if (stack.size() != 1 || ops_.empty())
         throw std::invalid_argument("not a postfix formula: " + postfix);
-    registers_.resize(static_cast<std::size_t>(used) * chunk);
+    registers_.resize(static_cast<std::size_t>(used) * chunk + offset_);
 }
 
 void ChunkedInterpreter::run(double* result, std::size_t n)
 {
+    double* const registers = registers_.data() + offset_;
     for (std::size_t from = 0; from < n; from += chunk) {
         const std::size_t count = std::min(chunk, n - from);
         const auto data = [&](const Operand& o) -> const double* {
-            return o.variable ? o.variable + from : o.reg >= 0 ? registers_.data() + static_cast<std::size_t>(o.reg) * chunk : nullptr;
+            return o.variable ? o.variable + from : o.reg >= 0 ? registers + static_cast<std::size_t>(o.reg) * chunk : nullptr;
         };
         for (const Op& op : ops_) {
-            double* const out = &op == &ops_.back() ? result + from : registers_.data() + static_cast<std::size_t>(op.out) * chunk;
+            double* const out = &op == &ops_.back() ? result + from : registers + static_cast<std::size_t>(op.out) * chunk;
             const double* const x = data(op.a);
             const double* const y = data(op.b);
             const double cx = op.a.constant, cy = op.b.constant;

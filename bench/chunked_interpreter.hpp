@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LicenseRef-qxkernel
 #pragma once
 
+#include "aligned.hpp"
+
 #include <cstddef>
 #include <map>
 #include <string>
@@ -16,7 +18,10 @@ class ChunkedInterpreter
 public:
     /// Tokens separated by blanks: variables, numbers, + - * / ^ > and the functions sin cos exp sqrt log abs. Whole
     /// powers 2, 3, 4 become products.
-    ChunkedInterpreter(const std::string& postfix, const std::map<std::string, const double*>& variables);
+    ///
+    /// Registers begin at a cache line, or `offset` doubles behind one: variables and results are the caller's to align.
+    ChunkedInterpreter(const std::string& postfix, const std::map<std::string, const double*>& variables,
+                       std::size_t offset = 0);
 
     /// result[i] for i < n.
     void run(double* result, std::size_t n);
@@ -39,5 +44,6 @@ private:
     };
 
     std::vector<Op> ops_;
-    std::vector<double> registers_;
+    qxbench::AlignedVector<double> registers_;
+    std::size_t offset_;
 };

@@ -22,6 +22,7 @@ struct Run
 {
     Effort effort;
     bool quick = false;
+    bool strict = false;
     std::string filter;
     std::vector<Row> rows;
     std::vector<std::pair<std::string, std::string>> versions;
@@ -223,12 +224,14 @@ int main(int argc, char** argv)
             run.effort.rounds = std::atoi(argv[++i]);
         else if (word == "--quick")
             run.quick = true;
+        else if (word == "--strict")
+            run.strict = true;
         else if (i + 1 < argc && word == "--commit")
             commit = argv[++i];
         else if (i + 1 < argc && word == "--json")
             json = argv[++i];
         else {
-            std::cerr << "usage: " << program << " [--quick] [--filter TEXT] [--rounds N] [--commit ID] [--json FILE]\n";
+            std::cerr << "usage: " << program << " [--quick] [--strict] [--filter TEXT] [--rounds N] [--commit ID] [--json FILE]\n";
             return 2;
         }
     }
@@ -252,7 +255,7 @@ int main(int argc, char** argv)
         return 1;
     }
     for (const Row& r : run.rows)
-        if (!r.failure.empty())
+        if (!r.failure.empty() || (run.strict && r.missesGoal()))
             return 1;
     return 0;
 }

@@ -38,7 +38,7 @@ struct Peer
 /// A benchmark under construction. It is measured by its destructor, at the end of the statement that made it.
 ///
 /// A difference that is NaN or above its tolerance, or work that raises, gets no time: the row says so, the program ends
-/// with status 1. check() and atMost() belong to the peer named last before them.
+/// with status 1; with --strict a missed goal does the same. check() and atMost() belong to the peer named last before them.
 class Case
 {
 public:

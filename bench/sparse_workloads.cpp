@@ -60,7 +60,7 @@ WarmMemory::~WarmMemory()
     malloc_trim(0);
 }
 
-void reportPeak(const char* name, double resultBytes, const std::function<void()>& work)
+double peakMemory(const std::function<void()>& work)
 {
     malloc_trim(0);
     if (std::FILE* file = std::fopen("/proc/self/clear_refs", "w")) {
@@ -69,7 +69,12 @@ void reportPeak(const char* name, double resultBytes, const std::function<void()
     }
     const double before = memory("VmRSS");
     work();
-    const double peak = memory("VmHWM") - before;
+    return memory("VmHWM") - before;
+}
+
+void reportPeak(const char* name, double resultBytes, const std::function<void()>& work)
+{
+    const double peak = peakMemory(work);
     std::printf("peak memory  %-34s %7.0f MB above the operands, result %7.0f MB, ratio %.2f\n", name, peak / 1e6,
                 resultBytes / 1e6, peak / resultBytes);
 }

@@ -246,6 +246,8 @@ public:
     WarmMemory& operator=(const WarmMemory&) = delete;
 };
 
+/// Bytes by which the process's peak memory exceeds what it held before work.
+double peakMemory(const std::function<void()>& work);
 /// Prints by how much the process's peak memory exceeds what it held before work, beside a size to compare with.
 void reportPeak(const char* name, double resultBytes, const std::function<void()>& work);
 

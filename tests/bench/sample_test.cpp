@@ -54,6 +54,12 @@ TEST_F(BenchProgram, AMissedGoalIsToldAndIsNoFailure)
     EXPECT_THAT(json(), HasSubstr("\"met\": false"));
 }
 
+TEST_F(BenchProgram, AMissedGoalIsAFailureWhereAskedFor)
+{
+    EXPECT_EQ(run(QX_BENCH_SAMPLE, {"--filter", "slow", "--strict", "--json", scratch.path("b.json")}).status, 1);
+    EXPECT_EQ(run(QX_BENCH_SAMPLE, {"--filter", "goal met", "--strict", "--json", scratch.path("b.json")}).status, 0);
+}
+
 TEST_F(BenchProgram, AWrongAnswerGetsNoTimeAndEndsWithStatusOne)
 {
     const struct { const char* name; const char* message; } cases[] = {
