@@ -3,8 +3,15 @@
 
 #include "sparse_testing.hpp"
 
+#include "support/alloc_fault.hpp"
+
+#include <cstring>
+#include <functional>
+#include <iterator>
+#include <limits>
 #include <map>
 #include <numeric>
+#include <type_traits>
 
 using namespace qxtest;
 using testing::ElementsAre;
@@ -319,28 +326,149 @@ TEST(Triplet2sparse, RefusesIndicesOutOfRangeAndLeavesTheMatrixAsItWas)
     EXPECT_EQ(A.getptrD(), before.getptrD());
 }
 
-TEST(Triplet2sparse, RefusesAnIndexOutOfRangeAnywhereOnEveryWayThroughTheInput)
+namespace {
+
+/// Lists whose columns come in each of the orders that assembly treats in a way of its own.
+struct Columns
 {
-    // Long runs of one column, and single triplets all over; the bad index first, inside and last; also beyond 32 bits.
-    for (bool runs : {true, false})
-        for (int threads : {1, 2})
-            for (Index at : {0ul, 15001ul, 29999ul})
-                for (Index bad : {500ul, 1ul << 32, ~0ul}) {
-                    const Threads some(threads);
-                    std::vector<Index> rows(30000), cols(30000);
-                    for (Index k = 0; k < rows.size(); ++k)
-                        rows[k] = (k * 31) % 500, cols[k] = runs ? k / 60 : (k * 17) % 500;
-                    Sparse A;
+    std::string name;
+    Index m, n;
+    std::function<Index(Index k, std::mt19937_64& random)> of;
+};
+const std::vector<Columns> columnOrders = {
+    {"runs of one column", 300, 500, [](Index k, std::mt19937_64&) { return k / 60 % 500; }},
+    {"four cursors", 40, 3000, [](Index k, std::mt19937_64&) { return (k % 4 * 750 + k / 80) % 3000; }},
+    {"all over a small matrix", 50, 600, [](Index, std::mt19937_64& random) { return random() % 600; }},
+    {"all over a large matrix", 9, 600000, [](Index k, std::mt19937_64& random) { return k % 3 == 0 ? 599999 : random() % 600000; }},
+    {"one column", 700, 1, [](Index, std::mt19937_64&) { return 0; }}};
+
+template <class V>
+V anyValue(std::mt19937_64& random)
+{
+    const auto number = [&] {
+        const double special[] = {0.0, -0.0, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()};
+        const auto pick = random() % 50;
+        return pick < std::size(special) ? special[pick] : double(random() % 1000) / 7.0 - 70.0;
+    };
+    if constexpr (std::is_same_v<V, double>)
+        return number();
+    else
+        return {number(), number()};
+}
+
+/// The slow model: places by first appearance, sums in the order of the list, bit for bit.
+template <class V>
+void expectAssembled(const Sparse& A, const V* val, const std::vector<Index>& rows, const std::vector<Index>& cols,
+                     const std::vector<V>& values, const std::string& where)
+{
+    std::map<std::pair<Index, Index>, std::pair<Index, V>> wanted; // (col, row) -> (place in column, sum)
+    std::map<Index, Index> count;
+    for (Index k = 0; k < rows.size(); ++k) {
+        const auto [it, isNew] = wanted.try_emplace({cols[k], rows[k]}, count[cols[k]], values[k]);
+        if (isNew)
+            ++count[cols[k]];
+        else
+            it->second.second += values[k];
+    }
+    ASSERT_EQ(A.getNnz(), wanted.size()) << where;
+    ASSERT_EQ(A.getNzmax(), wanted.size()) << where;
+    for (const auto& [key, place] : wanted) {
+        const Index p = A.getColPtr()[key.first] + place.first;
+        ASSERT_LT(p, A.getColPtr()[key.first + 1]) << where;
+        ASSERT_EQ(A.getRow()[p], key.second) << where << ", column " << key.first;
+        ASSERT_EQ(std::memcmp(&val[p], &place.second, sizeof(V)), 0)
+            << where << ": (" << key.second << ", " << key.first << ") is " << val[p] << ", wanted " << place.second;
+    }
+}
+
+} // namespace
+
+TEST(Triplet2sparse, EveryOrderOfColumnsAgreesWithAMapOfRowsAndColumns)
+{
+    for (const Columns& columns : columnOrders)
+        for (const int threads : {1, 2, 5})
+            for (const bool constant : {false, true}) {
+                const Threads some(threads);
+                const std::string where = columns.name + ", " + std::to_string(threads) + " threads";
+                std::mt19937_64 random(3);
+                const Index len = 40000;
+                std::vector<Index> rows, cols;
+                std::vector<double> real;
+                std::vector<cplx> complex;
+                for (Index k = 0; k < len; ++k) {
+                    rows.push_back(random() % columns.m);
+                    cols.push_back(columns.of(k, random));
+                    real.push_back(constant ? 0.1 : anyValue<double>(random));
+                    complex.push_back(constant ? cplx(0.1, -0.7) : anyValue<cplx>(random));
+                }
+
+                Sparse A, Z;
+                if (constant) {
+                    A.triplet2sparse(rows, cols, 0.1, columns.m, columns.n);
+                    Z.triplet2sparse(rows, cols, cplx(0.1, -0.7), columns.m, columns.n);
+                } else {
+                    A.triplet2sparse(rows, cols, real, columns.m, columns.n);
+                    Z.triplet2sparse(rows, cols, complex, columns.m, columns.n);
+                }
+
+                expectAssembled(A, A.getDoubleVal(), rows, cols, real, where);
+                expectAssembled(Z, Z.getDcmplxVal(), rows, cols, complex, where + ", complex");
+                if (HasFatalFailure())
+                    return;
+            }
+}
+
+TEST(Triplet2sparse, RefusesAnIndexOutOfRangeAnywhereInEveryOrderOfColumns)
+{
+    // The bad index first, inside and last; also beyond 32 bits.
+    for (const Columns& columns : columnOrders)
+        for (int threads : {1, 2}) {
+            const Threads some(threads);
+            std::mt19937_64 random(3);
+            std::vector<Index> rows, cols;
+            for (Index k = 0; k < 40000; ++k) {
+                rows.push_back(random() % columns.m);
+                cols.push_back(columns.of(k, random));
+            }
+            const auto assembling = [&] {
+                Sparse A;
+                A.triplet2sparse(rows, cols, 1.0, columns.m, columns.n);
+            };
+            EXPECT_EQ(raised(assembling), "") << columns.name;
+            for (Index at : {0ul, 15001ul, 39999ul})
+                for (Index bad : {0ul, 1ul << 32, ~0ul})
                     for (std::vector<Index>* list : {&rows, &cols}) {
                         const Index good = (*list)[at];
-                        (*list)[at] = bad;
-                        EXPECT_EQ(raised([&] { A.triplet2sparse(rows, cols, 1.0, 500, 500); }, true),
-                                  "sparse:Internal_error_sparse");
+                        (*list)[at] = bad > 0 ? bad : list == &rows ? columns.m : columns.n;
+                        EXPECT_EQ(raised(assembling, true), "sparse:Internal_error_sparse")
+                            << columns.name << ", " << (list == &rows ? "row" : "column") << ' ' << (*list)[at] << " at " << at;
                         (*list)[at] = good;
                     }
-                    EXPECT_EQ(A.getNnz(), 0u);
-                    EXPECT_EQ(raised([&] { A.triplet2sparse(rows, cols, 1.0, 500, 500); }), "");
-                }
+        }
+}
+
+TEST(Triplet2sparse, EveryOrderOfColumnsSurvivesFailedAllocations)
+{
+    for (const Columns& columns : columnOrders) {
+        const Threads two(2);
+        std::mt19937_64 random(3);
+        std::vector<Index> rows, cols;
+        for (Index k = 0; k < 40000; ++k) {
+            rows.push_back(random() % columns.m);
+            cols.push_back(columns.of(k, random));
+        }
+        Sparse A = sparseOf(2, 2, {{0, 1, 3.0}});
+        const long count = failEveryAllocation([&] { A.triplet2sparse(rows, cols, 1.0, columns.m, columns.n); },
+                                               [&](const FaultRun& run) {
+                                                   if (run.faulted) {
+                                                       EXPECT_EQ(run.id, "Out_of_memory_creating_sparse_matrix") << columns.name;
+                                                       EXPECT_EQ(run.leaked, 0) << columns.name;
+                                                       EXPECT_EQ(A.getNnz(), 1u) << columns.name;
+                                                   }
+                                               });
+        EXPECT_GT(count, 5) << columns.name;
+        EXPECT_EQ(A.getN(), columns.n);
+    }
 }
 
 TEST(Triplet2sparse, RefusesMoreTripletsThanTheHashTablesTake)
