@@ -37,7 +37,7 @@ std::string joined(const std::string& first, int n, Piece piece)
     return text;
 }
 
-/// 10 to 1000 operations: products, quotients, powers, nested calls.
+/// 3 to 1000 operations: products, quotients, powers, nested calls.
 std::vector<Formula> formulas()
 {
     return {
@@ -56,6 +56,21 @@ std::vector<Formula> formulas()
         {"product-50", joined("x", 50, [](const std::string& i) { return "*(x+" + i + ")"; })},
         {"polynomial-1000", joined("x", 333, [](const std::string& i) { return "+" + i + "*x^" + i; })},
         {"sum-1000", joined("x", 1000, [](const std::string& i) { return "+sin(" + i + "*x)"; })},
+        {"linear", "2*x+3*y+1"},
+        {"root", "sqrt(x^2+y^2+1)"},
+        {"gauss", "exp(-((x-0.5)^2+(y-0.5)^2)/0.02)*cos(10*x)*cos(10*y)"},
+        {"arrhenius", "100000*exp(-50000/(8.314*x))*(1-y)^2*y^0.5"},
+        {"step", "0.5*(1+tanh((x-y)/0.1))"},
+        {"rational-power", "(x^2+1)^1.5/(y+x)^0.5"},
+        {"power-tower", "x^(y^x)"},
+        {"horner-20", [] {
+             std::string text = "1";
+             for (int i = 0; i < 20; ++i)
+                 text = "(" + text + ")*x+" + std::to_string(i + 2);
+             return text;
+         }()},
+        {"real-gas", "8*x/(3*y-1)-3/y^2+log(3*y-1)*x"},
+        {"wave", "sin(3*x-2*y)*exp(-0.1*x)/(1+x^2)"},
     };
 }
 
@@ -102,7 +117,7 @@ void derivatives()
             return std::fabs(a - b) / std::fmax(1.0, std::fabs(b));
         };
         const auto differentiate = [&] {
-            ExprImpl e(source.getStore(), root->getCopy(root));
+            ExprImpl e(source.getStore(), root); // as a copy of the handle: the nodes are shared
             e.diff(source.getStore()->getVar("x"));
             result = e.getRoot();
         };
