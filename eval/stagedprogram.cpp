@@ -33,6 +33,7 @@ public:
         for (const EvalNode* const root : roots)
             all_.roots_.push_back(sourceOf(*root));
         findLastReaders();
+        all_.isOneProgram_ = isOneProgram();
     }
 
 private:
@@ -198,6 +199,17 @@ private:
         }
     }
 
+    /// One program without calls whose results are the roots in their order.
+    bool isOneProgram() const
+    {
+        if (stages_ != 1 || !all_.calls_.empty() || results_[0].empty() || all_.roots_.size() != results_[0].size())
+            return false;
+        for (std::size_t i = 0; i < all_.roots_.size(); ++i)
+            if (all_.roots_[i].leaf != nullptr || all_.roots_[i].place != i)
+                return false;
+        return true;
+    }
+
     StagedProgram& all_;
     std::vector<Frame> frames_;
     std::vector<Info> infos_; // arguments first
@@ -230,6 +242,8 @@ const StagedProgram& programOf(const EvalNode& node, std::atomic<const StagedPro
 
 void StagedProgram::run(const VarEvaluatorPtr& evaluator, const ValRepCachePtr& cache, unsigned flags, ValRepPtr* values) const
 {
+    if (isOneProgram_)
+        return stages_[0].program->run(evaluator, cache, flags, nullptr, values);
     BorrowedValues kept;
     kept.values.resize(places_);
     ValRepPtr* const places = kept.values.data();

@@ -61,6 +61,7 @@ private:
     std::vector<Source> sources_, roots_;
     std::vector<std::size_t> done_;
     std::size_t places_ = 0;
+    bool isOneProgram_ = false; // whose results are the roots: nothing is kept in between
 };
 
 /// The program of the graph below a node, made when it is first asked for and kept by the node at `kept`.
