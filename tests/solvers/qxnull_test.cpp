@@ -156,7 +156,7 @@ TEST(QxNullOrth, WorkedExampleOfRankOne)
     expectOrthonormal(N, b);
 }
 
-TEST_P(BothMethods, KeepTheContractForRandomMatricesOfLowRank)
+TEST_P(BothMethods, GiveNullSpaceComplementAndRangeForRandomMatricesOfLowRank)
 {
     for (const bool complex : {false, true})
         for (unsigned seed = 0; seed < 20; ++seed) {
