@@ -126,6 +126,7 @@ TEST(NumberText, FormatAgreesWithPrintf)
 {
     for (const double x : {0.0, 1.0, -2.5, 1.0 / 3, 6.02214076e23, 1e-5, 123456789.0, 5e-324})
         for (const int digits : {1, 6, 12, 16, 17}) {
+            SCOPED_TRACE(testing::Message() << "x = " << x << ", digits = " << digits);
             char expected[64];
             std::snprintf(expected, sizeof expected, "%.*g", digits, x);
             EXPECT_EQ(qxutil::formatDouble(x, digits), expected);

@@ -294,6 +294,7 @@ TEST(ExprCompRegisters, ValuesAliveAtOnceNeverShareOne)
     EXPECT_EQ(comp.regState.size(), 100u); // a hundred sums wait for the products
     for (const int d : comp.order)
         for (const int e : comp.order) {
+            SCOPED_TRACE(testing::Message() << "d = " << d << ", e = " << e);
             const auto p = static_cast<std::size_t>(d), q = static_cast<std::size_t>(e);
             if (d != e && comp.regOf[p] >= 0 && comp.regOf[p] == comp.regOf[q]) {
                 EXPECT_TRUE(comp.lifeRange[p].second <= comp.lifeRange[q].first ||

@@ -398,6 +398,7 @@ TEST(ValRep, CloneSharesNoNumber)
 {
     for (const bool scalar : {false, true})
         for (const bool complex : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "scalar = " << scalar << ", complex = " << complex);
             const ValRepPtr v = sample(scalar, complex, 2), copy = v->clone();
             EXPECT_TRUE(v->hasUniqueData() && copy->hasUniqueData());
             EXPECT_EQ(copy->toString(), v->toString());
@@ -439,6 +440,7 @@ TEST(CloneCast, AZeroBecomesZerosInEveryShape)
 {
     for (const bool scalar : {false, true})
         for (const bool complex : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "scalar = " << scalar << ", complex = " << complex);
             const ValRepPtr cast = ValRep::makeZero()->cloneCast(allocator(), 3, scalar, complex, 2);
             ASSERT_EQ(cast->getNBlocks(), 2u);
             EXPECT_EQ(cast->isScalar(), scalar);

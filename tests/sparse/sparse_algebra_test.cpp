@@ -97,6 +97,7 @@ TEST_P(Algebra, ProductsOntoAMatrixAgreeWithDenseArithmetic)
     const Sparse A = a(17, 17, 60), B = b(17, 17, 50);
     for (bool inPlace : {false, true}) {
         for (Trans_t trans : allTrans) {
+            SCOPED_TRACE(testing::Message() << "inPlace = " << inPlace << ", trans = " << trans);
             Sparse left = A;
             left.multLeft(B, trans, inPlace);
             EXPECT_TRUE(near(dense(left), op(dense(B), B.isReal() && trans == ConjTrans ? Trans : trans) * dense(A), 1e-14));
@@ -126,6 +127,7 @@ TEST_P(Algebra, TransposedProductHasTheBitsOfTheTransposedPlainProduct)
     const Sparse A = a(60, 50, 900), B = b(50, 70, 900);
     for (Trans_t trans : {Trans, ConjTrans})
         for (int threads : {1, 2, 3, 7, 16}) {
+            SCOPED_TRACE(testing::Message() << "trans = " << trans << ", threads = " << threads);
             const Threads some(threads);
             Sparse wanted = transpose(A * B, trans);
             wanted.setForm(FormSorted);

@@ -338,6 +338,7 @@ TEST(SparseClean, UniqueSymmetricMovesEntriesOntoTheirMirrorsAndKeepsTheMatrix)
 {
     for (Symm_t symm : {Symmetric, Hermitian})
         for (bool sorted : {true, false}) {
+            SCOPED_TRACE(testing::Message() << "symm = " << symm << ", sorted = " << sorted);
             Sparse A = randomSparse(12, 12, 90, symm == Symmetric, symm, 5);
             if (sorted)
                 A.format(FormSorted, false);

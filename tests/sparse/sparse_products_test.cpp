@@ -580,6 +580,7 @@ TEST(ExternalSparse, IsOffByDefaultAndGivesTheNumbersOfTheStore)
     EXPECT_EQ(ExternalSparse::getMatVecLibrary(), nullptr);
     for (Symm_t symm : {Unsymmetric, Symmetric, RowStored})
         for (Trans_t trans : allTrans) {
+            SCOPED_TRACE(testing::Message() << "symm = " << symm << ", trans = " << trans);
             const Sparse A = randomSparse(20, 20, 90, true, symm, 12);
             const Matrix<1> x = randomVector(20, true, 13);
             Matrix<1> wanted = x, got = x, less = x, wantedLess = x;
@@ -608,6 +609,7 @@ TEST(ExternalSparse, BuiltInKernelsGiveTheBitsOfTheStore)
 {
     for (Symm_t symm : {Unsymmetric, RowStored, Symmetric})
         for (Trans_t trans : allTrans) {
+            SCOPED_TRACE(testing::Message() << "symm = " << symm << ", trans = " << trans);
             const Sparse A = randomSparse(20, symm == Symmetric ? 20 : 30, 90, true, symm, 12);
             const Matrix<1> x = randomVector(trans == NoTrans ? A.getN() : A.getM(), true, 13);
             const Matrix<1> wanted = AMulx(A, x, trans);
@@ -745,6 +747,7 @@ TEST(SparseProducts, APartThatEndsAtZeroReachesToTheLastColumn)
     for (Symm_t symm : allLayouts)
         for (Trans_t trans : allTrans)
             for (const Index from : {0ul, 3ul}) {
+                SCOPED_TRACE(testing::Message() << "symm = " << symm << ", trans = " << trans << ", from = " << from);
                 const Sparse A = randomSparse(7, 7, 30, false, symm, 4);
                 const Matrix<1> x = randomVector(7, false, 1);
                 std::vector<cplx> toZero(7), toEnd(7);

@@ -250,6 +250,7 @@ TEST(FormatDiag, RequiredQuirkZerosOfEitherSignAreMissingAndNanIsPresent)
 {
     for (Form_t form : {FormDiag, FormSortedDiag})
         for (double v : {0.0, -0.0, double(NAN)}) {
+            SCOPED_TRACE(testing::Message() << "form = " << form << ", v = " << v);
             Sparse A = sparseOf(2, 2, {{0, 0, 1.0}, {1, 1, v}, {0, 1, 2.0}});
             const std::string id = raised([&] { A.format(form, true); }, true);
             EXPECT_EQ(id, std::isnan(v) ? "" : "sputil:Matrix_has_zero_on_diagonal");
@@ -352,6 +353,7 @@ TEST(Reshape, ThereAndBackIsTheIdentity)
 {
     for (Symm_t symm : {Unsymmetric, RowStored})
         for (bool sorted : {true, false}) {
+            SCOPED_TRACE(testing::Message() << "symm = " << symm << ", sorted = " << sorted);
             Sparse A = randomSparse(4, 6, 15, true, symm, 4);
             if (sorted)
                 A.format(FormSorted, false);
@@ -445,6 +447,7 @@ TEST(IsSymmetric, EveryFormAndThreadCountAnswersAlike)
     for (int threads : {1, 2, 3, 7, 16}) {
         const Threads some(threads);
         for (Form_t form : {FormNone, FormDiag, FormSorted, FormSortedDiag}) {
+            SCOPED_TRACE(testing::Message() << "threads = " << threads << ", form = " << form);
             Sparse M = S, N = A;
             M.setElem(0, 0, M.getDoubleVal()[0]); // a store of its own
             M.format(form, false);
