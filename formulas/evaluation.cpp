@@ -26,33 +26,26 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 /// Not a number, or with `finite` also infinite.
 bool isBad(double v, bool finite) { return finite ? !(std::abs(v) <= std::numeric_limits<double>::max()) : v != v; }
 
-/// Copies; whether all numbers are finite. 0 v is 0 for those and NaN for all others, and a sum of it is found quickly: in
-/// several lanes, without a branch.
-bool copyFinite(const double* __restrict from, double* __restrict to, std::size_t n)
+/// Whether all numbers are finite. 0 v is 0 for those and NaN for all others, and a sum of it is found quickly: in several
+/// lanes, without a branch.
+bool allFinite(const double* v, std::size_t n)
 {
     constexpr std::size_t lanes = 16;
     double sum[lanes] = {};
     std::size_t i = 0;
     for (; i + lanes <= n; i += lanes)
-        for (std::size_t k = 0; k < lanes; ++k) {
-            const double v = from[i + k];
-            to[i + k] = v;
-            sum[k] += 0.0 * v;
-        }
-    for (; i < n; ++i) {
-        to[i] = from[i];
-        sum[0] += 0.0 * from[i];
-    }
-    double total = 0.0;
-    for (const double s : sum)
-        total += s;
-    return total == total;
+        for (std::size_t k = 0; k < lanes; ++k)
+            sum[k] += 0.0 * v[i + k];
+    for (; i < n; ++i)
+        sum[0] += 0.0 * v[i];
+    return std::none_of(sum, sum + lanes, [](double s) { return s != s; });
 }
 
 /// Copies; false if a number among them is no value.
 bool copyNumbers(const double* from, double* to, std::size_t n, bool finite)
 {
-    return copyFinite(from, to, n) || std::none_of(from, from + n, [&](double v) { return isBad(v, finite); });
+    std::copy_n(from, n, to);
+    return allFinite(from, n) || std::none_of(from, from + n, [&](double v) { return isBad(v, finite); });
 }
 
 /// Writes the numbers of a value to real targets; false if one of them is no real value.
