@@ -49,6 +49,8 @@ private:
     enum class Outcome { Done, Otherwise, Failed };
 
     // A block of up to kWhole points is one tile; pieces of more are shorter, since what comes from memory needs room too.
+    // Columns of more than kCached points come from beyond the second-level cache: short tiles keep its prefetchers going.
+    static constexpr std::size_t kCached = std::size_t(1) << 17;
     static constexpr std::size_t kWhole = 1024, kTile = 256, kSmallTile = 64, kCacheBytes = std::size_t(1) << 15;
     static constexpr int kMostAttempts = 16;
 
@@ -130,7 +132,7 @@ private:
     {
         nextExtra_ = program_.registers_ + 1;
         const std::size_t width = wide_ ? 2 : 1;
-        tile_ = size_ <= kWhole ? kWhole : kTile;
+        tile_ = size_ <= kWhole ? kWhole : size_ <= kCached ? kTile : kSmallTile;
         while (tile_ > kSmallTile && nextExtra_ * tile_ * width * sizeof(double) > kCacheBytes)
             tile_ /= 2;
         if (first) {

@@ -288,3 +288,13 @@ TEST(Tiles, SetsOfTreesShareThem)
         }
     }
 }
+
+TEST(Tiles, BlocksBeyondTheCacheHaveTheBitsOfTheWalk)
+{
+    const std::size_t size = (std::size_t(1) << 17) + 301;
+    const HostPtr host = makeHost({{"x", positiveNumbers(size)}, {"y", positiveNumbers(size)}});
+    expectWalk("0.7*x+1.3*y+sqrt(x)*y", host, EvalValues, "all real");
+    host->reals["x"][size - 1] = -1.5;
+    expectWalk("sqrt(x)*y+1", host, EvalValues, "the last turns complex");
+    expectWalk("log(x)*y+1", host, kReal, "the last fails");
+}
