@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
+#include <string_view>
 
 namespace examples {
 namespace {
@@ -71,12 +72,34 @@ std::string plain(const std::string& id, const qxbase::ExceptionArgs& args)
 // Entries that say where.
 constexpr const char* kPlaces[] = {"In_formula", "In_definition", "In_derivative", "Evaluation_failed_at_point"};
 
+std::string valueOf(const qxbase::ExceptionArgs& args, const std::string& key)
+{
+    for (const auto& [k, value] : args)
+        if (k == key)
+            return value;
+    return {};
+}
+
+// Below a formula that cannot be read: a caret where, and what could stand there. `indent` is the column of the formula.
+std::string placeIn(const qxbase::ExceptionArgs& args, std::size_t indent)
+{
+    const std::string excerpt = valueOf(args, "Excerpt"); // the line of the formula, and below it a caret
+    const std::size_t end = excerpt.find('\n');
+    if (end == std::string::npos)
+        return {};
+    const std::string line = excerpt.substr(0, end), blanks = '\n' + std::string(indent, ' ');
+    return (line == valueOf(args, "Expression") ? "" : blanks + line) + blanks + excerpt.substr(end + 1) + " expected " +
+           valueOf(args, "Expected");
+}
+
 std::string lineOf(const std::string& id, const qxbase::ExceptionArgs& args)
 {
     for (const Wording& w : kWordings) {
         if (id != w.id)
             continue;
         std::string line = filled(w.text, args);
+        const std::string_view text(w.text);
+        line += placeIn(args, 2 + text.find('{')); // 2: as explain() indents
         for (const auto& [key, value] : args)
             if (key == "Nearest")
                 line += "; is " + value + " meant?";
