@@ -26,7 +26,7 @@ struct System
 template <class T>
 std::shared_ptr<System<T>> system()
 {
-    constexpr unsigned long n = 6;
+    constexpr unsigned long n = 70; // smaller systems are solved on the stack
     auto s = std::make_shared<System<T>>();
     s->A = Array<T, 2>(n, n);
     s->b = Array<T, 1>(n);

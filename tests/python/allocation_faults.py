@@ -67,7 +67,8 @@ def table():
 
 
 def eigenvalues():
-    return np.sort(np.asarray(qxkernel.eig(np.diag([3.0, 1.0, 2.0]))[0]).real).tolist()
+    size = 20  # smaller ones work on the stack
+    return np.sort(np.asarray(qxkernel.eig(np.diag(np.arange(size, 0.0, -1)))[0]).real).tolist()
 
 
 CALLS = [formulas, gradient, own_function, failing_element, symbolic, index_reduction, table, eigenvalues]
